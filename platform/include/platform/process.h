@@ -1,0 +1,49 @@
+// Processes: state and age of any, launch of children, the peer of a socket.
+#pragma once
+
+#include <cstdint>
+#include <fcntl.h>
+#include <sys/types.h>
+
+// State codes of platform_process_state.
+enum : int
+{
+    PROCESS_IDLE = 1,
+    PROCESS_RUNNING = 2,
+    PROCESS_SLEEPING = 3,
+    PROCESS_STOPPED = 4,
+    PROCESS_ZOMBIE = 5
+};
+
+// The state code of a process; 0 when there is no such process, -1 with errno when the kernel
+// can't be asked.
+int platform_process_state(pid_t pid);
+// When a process started: seconds since the epoch, or -1 with errno set.
+int64_t platform_process_start(pid_t pid);
+// A number that tells this process from a later one of the same pid; 0 when it is gone.
+uint64_t platform_process_identity(pid_t pid);
+
+// The process and user at the other end of a local socket. -1 with errno set.
+pid_t platform_peer_pid(int fd);
+int platform_peer_uid(int fd, uid_t *uid);
+
+// A launch as plain data. Descriptors 0 to 2 are those given (-1: /dev/null); none other is
+// inherited.
+struct platform_launch
+{
+    const char *path;
+    char *const *argv;
+    char *const *envp;
+    int dirfd = AT_FDCWD; // the directory to run in
+    int stdin_fd = -1;
+    int stdout_fd = -1;
+    int stderr_fd = -1;
+};
+// Starts a child. Its pid, or -1 with errno set.
+pid_t platform_spawn(const platform_launch &launch);
+// The same for a child that must not outlive this thread, and can keep `extra` more descriptors
+// open under their own numbers. ENOTSUP where the system can't.
+pid_t platform_spawn_bound(const platform_launch &launch, const int *extra, int extra_count);
+
+// The login name of a user, or null.
+const char *platform_user_name(uid_t uid);
