@@ -1,0 +1,11 @@
+// Tells every program of the user's session that a VM started, stopped, was made, deleted or
+// changed: signals on the session bus.
+#pragma once
+
+inline constexpr const char *NOTIFY_PATH = "/com/quelda/tarvhv";
+inline constexpr const char *NOTIFY_INTERFACE = "com.quelda.tarvhv.notification";
+
+// Posts the signal `member` ("start", "stop", "create", "delete" or "change") with a VM identifier
+// as its argument. Returns once it is handed to the bus, after 2 s at most. 0, or -1 with errno:
+// EINVAL (not a member name, no identifier), ENOTCONN (no session bus to be had), ETIMEDOUT.
+int notify_post(const char *member, const char *id);
