@@ -1,0 +1,116 @@
+#include "app/shell/BackgroundWork.h"
+
+#include <QElapsedTimer>
+#include <QMetaObject>
+#include <QObject>
+#include <QThreadPool>
+#include <QTimer>
+
+#include <array>
+#include <deque>
+#include <mutex>
+#include <utility>
+
+namespace
+{
+// How long the main thread runs continuations before it looks after events again.
+constexpr int slice_ms = 8;
+constexpr std::array<int, 4> lane_threads = {16, 32, 4, 8};
+
+// The pools are never destroyed: their destructor would wait for a peer that never answers.
+QThreadPool &pool(BackgroundWork::Lane lane)
+{
+    static auto *const pools = [] {
+        auto *made = new std::array<QThreadPool, lane_threads.size()>;
+        for (size_t i = 0; i < made->size(); i++) {
+            made->at(i).setMaxThreadCount(lane_threads.at(i));
+        }
+        return made;
+    }();
+    return pools->at(static_cast<size_t>(lane));
+}
+} // namespace
+
+// What workers have finished. Workers share it, so that it outlives the object that asked.
+struct BackgroundWork::Mailbox : std::enable_shared_from_this<BackgroundWork::Mailbox>
+{
+    std::mutex mutex;
+    std::deque<Continuation> finished;
+    bool posted = false;         // a drain is on its way
+    QObject *receiver = nullptr; // lives on the main thread; null once closed
+
+    void add(Continuation continuation)
+    {
+        const std::lock_guard lock(mutex);
+        if (!receiver) {
+            return;
+        }
+        finished.push_back(std::move(continuation));
+        if (!std::exchange(posted, true)) {
+            QMetaObject::invokeMethod(
+                receiver, [self = shared_from_this()] { self->drain(); }, Qt::QueuedConnection);
+        }
+    }
+
+    Continuation take()
+    {
+        const std::lock_guard lock(mutex);
+        if (!receiver || finished.empty()) {
+            posted = false;
+            return {};
+        }
+        Continuation first = std::move(finished.front());
+        finished.pop_front();
+        return first;
+    }
+
+    void drain()
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (Continuation next = take()) {
+            next();
+            if (timer.elapsed() >= slice_ms) {
+                return drainLater();
+            }
+        }
+    }
+
+    // A timer and not a posted event: posted events are all delivered before any input is.
+    void drainLater()
+    {
+        if (receiver) {
+            QTimer::singleShot(0, receiver, [self = shared_from_this()] { self->drain(); });
+        }
+    }
+};
+
+BackgroundWork::BackgroundWork() : m_mailbox(std::make_shared<Mailbox>())
+{
+    m_mailbox->receiver = new QObject;
+}
+
+BackgroundWork::~BackgroundWork()
+{
+    std::deque<Continuation> dropped; // destroyed outside the lock
+    const std::lock_guard lock(m_mailbox->mutex);
+    delete std::exchange(m_mailbox->receiver, nullptr);
+    m_mailbox->finished.swap(dropped);
+}
+
+void BackgroundWork::run(Lane lane, Work work, int priority)
+{
+    pool(lane).start(
+        [mailbox = m_mailbox, work = std::move(work)] {
+            if (Continuation continuation = work()) {
+                mailbox->add(std::move(continuation));
+            }
+        },
+        priority);
+}
+
+BackgroundWork &BackgroundWork::shared()
+{
+    static auto *const work = new BackgroundWork;
+    return *work;
+}
