@@ -22,16 +22,21 @@ inline constexpr int CLI2_ERROR_JOB_ENDED = 10;
 // A socket in /tmp that another user (root aside) serves is treated as not there (ENOENT). The
 // descriptor, or -1 with errno set.
 int cli2_connect(const char *path, const char *command);
-// Sends all bytes, resuming after signals. 0, or -1 with errno set (no SIGPIPE).
+// The same for a command with a JSON value, sent in one piece: the form that a command with an
+// optional value needs.
+int cli2_connect_json(const char *path, const char *command, const struct json *tree);
+// Sends all bytes, resuming after signals. 0, or -1 with errno set (no SIGPIPE): ETIMEDOUT when
+// the peer leaves no room for 5 s, EAGAIN at once with MSG_DONTWAIT.
 int cli2_send(int fd, const void *bytes, size_t length, int flags);
 // One read of raw bytes, resumed after signals: as recv.
 ssize_t cli2_recv(int fd, void *buffer, size_t size, int flags);
 // Sends a tree, without an end mark. 0, or -1 with errno set.
 int cli2_send_json(int fd, const struct json *tree);
-// Reads one JSON answer. Null with errno: ENOTCONN at end of stream before any byte, ECONNRESET in
-// the middle, EPROTO for garbage, EMSGSIZE past the caps, ETIMEDOUT after the deadline.
+// Reads one JSON answer and no byte beyond its end. Null with errno: ENOTCONN at end of stream
+// before any byte, ECONNRESET in the middle, EPROTO for garbage, EMSGSIZE past the caps.
 struct json *cli2_recv_json(int fd);
-// The same with a deadline for the whole answer, counted from the call.
+// The same with a deadline for the whole answer, counted from the call: ETIMEDOUT. A time-out of
+// zero waits without limit.
 struct json *cli2_recv_json_to(int fd, struct timeval timeout);
 // The same; descriptors that come with the answer are stored in `fds`, up to `*count`, which gets
 // their number; the caller closes them. They are closed when the read fails.
@@ -51,9 +56,10 @@ int cli2_accept(int listener);
 struct cli2_request;
 struct cli2_request *cli2_request_new();
 void cli2_request_free(struct cli2_request *request);
-// Feeds bytes. 1 when the request line is complete and, if `wants_json` of it says so, its JSON
-// value too; 0 when more is needed; -1 with errno EPROTO or EMSGSIZE. Bytes past the request are
-// left to `*used`.
+// Feeds bytes. 1 when the request line is complete and its JSON value too, which is waited for when
+// `wants_json` of the command says so or when one begins right behind the line in these bytes; 0
+// when more is needed; -1 with errno EPROTO or EMSGSIZE. `*used` gets the number of bytes that
+// belong to the request.
 int cli2_request_feed(struct cli2_request *request, const char *bytes, size_t length, size_t *used,
                       bool (*wants_json)(const char *command));
 const char *cli2_request_command(const struct cli2_request *request);
@@ -61,6 +67,7 @@ const char *cli2_request_command(const struct cli2_request *request);
 const struct json *cli2_request_json(const struct cli2_request *request);
 
 // Sends an answer: {"status":"OK","body":…} or {"status":"ERROR","error":…,"message":…[,"body":…]}
-// and "\r\n". `body` may be null; it is not taken over. Descriptors go with the first byte.
+// and "\r\n". `body` may be null; it is not taken over. Descriptors go with the first byte. 0, or
+// -1 with errno set: EMSGSIZE for an answer past the cap (nothing is sent then).
 int cli2_answer(int fd, const struct json *body, const int *fds, size_t count);
 int cli2_answer_error(int fd, int error, const char *message, const struct json *body);
