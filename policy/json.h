@@ -36,7 +36,8 @@ struct json *json_mknumber(double number);
 struct json *json_mkbool(bool value);
 
 // Appends a member to an object, or an item to an array (whose name is ignored and may be null).
-// json_append takes `value` over, also when it fails. 0, or -1 with EINVAL.
+// json_append takes `value` over, also when it fails (a value that is in a tree already is refused
+// and left there). 0, or -1 with EINVAL.
 int json_append(struct json *tree, const char *name, struct json *value);
 int json_append_str(struct json *tree, const char *name, const char *text);
 int json_append_int64(struct json *tree, const char *name, int64_t number);
@@ -53,7 +54,7 @@ bool json_bool(const struct json *node);        // false when not a boolean
 struct json *json_first_child(const struct json *node);
 struct json *json_next(const struct json *node);
 
-// The member of an object with exactly this name (no path), or null.
+// The first member of an object with exactly this name (no path), or null.
 struct json *json_find_member(const struct json *tree, const char *name);
 // The node at a dotted path ("body.status", "body.displays[0]"), or null.
 struct json *json_find(const struct json *tree, const char *path);

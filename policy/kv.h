@@ -33,11 +33,18 @@ struct kv *kv_new_type(uint32_t type);
 // KV_DATE a number; anything else is EINVAL.
 struct kv *kv_new_type(uint32_t type, const char *text);
 struct kv *kv_new_type(uint32_t type, int64_t number);
-// Frees a node and everything below it; null is accepted. The node must not be in a tree.
+template <std::integral T>
+struct kv *kv_new_type(uint32_t type, T number)
+{
+    return kv_new_type(type, static_cast<int64_t>(number));
+}
+// Frees a node and everything below it; null is accepted. A node in a tree is taken out of it.
 void kv_free(struct kv *kv);
 
-// Puts `value` into a mapping or list under `key`, taking it over, also when it fails. A value
-// already under that key is freed and its place in the order kept. A null key appends.
+// Puts `value` into a mapping or list under `key`, taking it over, also when it fails (a value that
+// is in a tree already is refused with EINVAL and left there). A value already under that key is
+// freed and its place in the order kept. A null key appends a child without a key; a mapping that
+// holds one can't be saved.
 int kv_set(struct kv *kv, const char *key, struct kv *value);
 // The same with a new node of `type` made from a text or a number.
 int kv_set_type(struct kv *kv, const char *key, const char *text, uint32_t type);
@@ -75,12 +82,16 @@ const char *kv_get_str(const struct kv *kv, const char *key, const char *missing
 int64_t kv_get_int(const struct kv *kv, const char *key, int64_t missing);
 
 // Reads one YAML document into an empty mapping. The document must be a mapping (an empty file is
-// an empty one). Errors: EINVAL (not YAML, not a mapping, a key twice), EFBIG (past 4 MiB), E2BIG
-// (more than 64 levels, or aliases that grow it past its cap), or the stream's error; the mapping
-// is then left empty.
+// an empty one). Anchors are resolved: what an alias stands for is copied. Errors: EINVAL (not
+// YAML, not a mapping, a key twice, a key that is no text, a second document), EFBIG (past 4 MiB),
+// E2BIG (more than 64 levels or 200,000 values, or aliases that grow it by more than 10,000), or
+// the stream's error; the mapping is then left empty.
 int kv_load_yaml(struct kv *kv, FILE *stream);
 // Writes a mapping as YAML: order, scalar styles and the comment lines at the top of the file are
-// those it was loaded with; texts that would read back as something else are quoted.
+// those it was loaded with; texts that would read back as something else are quoted. EINVAL for a
+// tree that YAML can't hold (a text that is not UTF-8, a mapping's child without a key), or the
+// stream's error.
 int kv_save_yaml(const struct kv *kv, FILE *stream);
-// The message of the last failed load on this thread ("line 3: …"), "" when there was none.
+// The message of the last failed load or save on this thread ("line 3: …"), "" when the last one
+// succeeded.
 const char *kv_yaml_error();

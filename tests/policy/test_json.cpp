@@ -1,0 +1,98 @@
+#include "policy/json.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <memory>
+
+namespace {
+using Tree = std::unique_ptr<json, decltype(&json_delete)>;
+
+Tree parse(const std::string &text)
+{
+    return Tree(json_parse(text.data(), text.size()), json_delete);
+}
+
+TEST(Json, answersMembersAtDottedPathsAndDefaultsElsewhere)
+{
+    const Tree tree = parse(R"({"status":"OK","body":{"status":7.9,"list":[{"a":true},"x"]}})");
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(json_find_int64(tree.get(), "body.status", -1), 7);
+    EXPECT_STREQ(json_find_str(tree.get(), "body.list[1]", ""), "x");
+    EXPECT_TRUE(json_find_bool(tree.get(), "body.list[0].a", false));
+    for (const char *path : {"", ".", "body.", "body..status", "body.list[2]", "body.list[x]",
+                             "body.list[0", "nothing", "status.more", "body.status[0]"})
+        EXPECT_STREQ(json_find_str(tree.get(), path, "default"), "default") << path;
+    EXPECT_STREQ(json_find_str(nullptr, "body.status", "default"), "default");
+    EXPECT_EQ(json_find_int64(nullptr, "body.status", 3), 3);
+    EXPECT_EQ(json_find_int64(tree.get(), "status", 3), 3) << "a text is no number";
+}
+
+TEST(Json, holdsNumbersToTheRangeOfTheResult)
+{
+    const Tree tree = parse("[9223372036854775808, -1e300, 18446744073709551615, -2.9]");
+    EXPECT_EQ(json_find_int64(tree.get(), "[0]", 0), INT64_MAX);
+    EXPECT_EQ(json_find_int64(tree.get(), "[1]", 0), INT64_MIN);
+    EXPECT_EQ(json_number(json_find(tree.get(), "[2]")), 18446744073709551616.0);
+    EXPECT_EQ(json_find_int64(tree.get(), "[3]", 0), -2);
+}
+
+TEST(Json, refusesMalformedText)
+{
+    for (const char *text : {"", " ", "{", "[1,]", "{\"a\"}", "1 2", "\"\xff\"", "nul", "1e999"}) {
+        errno = 0;
+        EXPECT_FALSE(parse(text)) << text;
+        EXPECT_EQ(errno, EINVAL) << text;
+    }
+}
+
+TEST(Json, refusesMoreLevelsThanItsCap)
+{
+    const auto nested = [](size_t levels) {
+        return std::string(levels, '[') + std::string(levels, ']');
+    };
+    EXPECT_TRUE(parse(nested(64)));
+    EXPECT_FALSE(parse(nested(65)));
+    EXPECT_EQ(errno, E2BIG);
+    EXPECT_FALSE(parse(std::string(1000000, '[')));
+    EXPECT_EQ(errno, E2BIG);
+}
+
+TEST(Json, printsOneLineThatReadsBack)
+{
+    const std::string text = R"({"b":"q\"\n\u0001é","a":[1,-0.5,true,null,{}],"big":137438953472})";
+    const Tree tree = parse(text);
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(json_print(tree.get()), text);
+    EXPECT_EQ(json_print(nullptr), "null");
+}
+
+TEST(Json, buildsTreesAndRefusesWhatDoesNotFit)
+{
+    const Tree tree(json_mkobject(), json_delete);
+    EXPECT_EQ(json_append_str(tree.get(), "action", "accept"), 0);
+    json *const list = json_mkarray();
+    EXPECT_EQ(json_append(tree.get(), "list", list), 0);
+    EXPECT_EQ(json_append_int64(list, nullptr, 12), 0);
+    EXPECT_EQ(json_print(tree.get()), R"({"action":"accept","list":[12]})");
+
+    EXPECT_EQ(json_append_bool(tree.get(), nullptr, true), -1) << "a member needs a name";
+    EXPECT_EQ(json_append_str(json_first_child(tree.get()), "a", "b"), -1);
+    EXPECT_EQ(json_append(list, nullptr, tree.get()), -1) << "a tree can't hold itself";
+    EXPECT_EQ(json_append(tree.get(), "again", list), -1) << "it has its place";
+    EXPECT_EQ(json_print(tree.get()), R"({"action":"accept","list":[12]})");
+}
+
+TEST(Json, walksChildrenInOrderWithTheirNames)
+{
+    const Tree tree = parse(R"({"z":1,"a":[2]})");
+    const json *const first = json_first_child(tree.get());
+    EXPECT_STREQ(json_name(first), "z");
+    const json *const second = json_next(first);
+    EXPECT_STREQ(json_name(second), "a");
+    EXPECT_EQ(json_name(json_first_child(second)), nullptr) << "an item has no name";
+    EXPECT_EQ(json_next(second), nullptr);
+    EXPECT_EQ(json_first_child(first), nullptr);
+}
+} // namespace

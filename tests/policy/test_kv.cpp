@@ -1,0 +1,94 @@
+#include "policy/kv.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+
+namespace {
+using Tree = std::unique_ptr<kv, decltype(&kv_free)>;
+
+Tree mapping()
+{
+    return Tree(kv_new_type(KV_MAP), kv_free);
+}
+
+std::string keys(const kv *tree)
+{
+    std::string text;
+    for (const kv *child = kv_first(tree); child; child = kv_next(child))
+        text += std::string(kv_key(child) ? kv_key(child) : "-") + " ";
+    return text;
+}
+
+TEST(Kv, replacesAValueInItsPlace)
+{
+    const Tree tree = mapping();
+    kv_set_type(tree.get(), "a", 1, KV_INT);
+    kv_set_type(tree.get(), "b", "text", KV_STRING);
+    kv_set_type(tree.get(), "c", true, KV_BOOL);
+    EXPECT_EQ(kv_set_type(tree.get(), "b", uint64_t{1} << 63, KV_INT), 0);
+    EXPECT_EQ(keys(tree.get()), "a b c ");
+    EXPECT_EQ(static_cast<uint64_t>(kv_get_int(tree.get(), "b", 0)), uint64_t{1} << 63);
+    EXPECT_STREQ(kv_get_str(tree.get(), "b", "none"), "none") << "a number has no text";
+    // A node's own key is a fine key for it.
+    kv *const taken = kv_detach(tree.get(), "a");
+    EXPECT_EQ(kv_set(tree.get(), kv_key(taken), taken), 0);
+    EXPECT_EQ(keys(tree.get()), "b c a ");
+}
+
+TEST(Kv, keepsChildrenWithoutAKeyInAnyContainer)
+{
+    for (const uint32_t type : {KV_MAP, KV_LIST}) {
+        const Tree tree(kv_new_type(type), kv_free);
+        kv_set_type(tree.get(), nullptr, "one", KV_STRING);
+        kv_set_type(tree.get(), nullptr, "two", KV_STRING);
+        EXPECT_EQ(keys(tree.get()), "- - ");
+        EXPECT_STREQ(kv_str(kv_find(tree.get(), "[1]"), ""), "two");
+    }
+}
+
+TEST(Kv, findsByExactKeyFirstAndByPathElse)
+{
+    const Tree tree = mapping();
+    kv *const drives = kv_new_type(KV_LIST);
+    kv *const drive = kv_new_type(KV_MAP);
+    kv_set_type(drive, "file", "a.qcow2", KV_CONST);
+    kv_set(drives, nullptr, drive);
+    kv_set(tree.get(), "hard_drives", drives);
+    EXPECT_STREQ(kv_get_str(tree.get(), "hard_drives[0].file", ""), "a.qcow2");
+    EXPECT_EQ(kv_find(tree.get(), "hard_drives[1].file"), nullptr);
+    EXPECT_EQ(kv_find(tree.get(), "hard_drives[-1]"), nullptr);
+    EXPECT_EQ(kv_find(tree.get(), "hard_drives[99999999999999999999]"), nullptr);
+    kv_set_type(tree.get(), "hard_drives[0].file", "by key", KV_STRING);
+    EXPECT_STREQ(kv_get_str(tree.get(), "hard_drives[0].file", ""), "by key");
+    EXPECT_STREQ(kv_get_str(nullptr, "a.b", "default"), "default");
+}
+
+TEST(Kv, handsOutWhatItDetaches)
+{
+    const Tree tree = mapping();
+    kv_set_type(tree.get(), "a", "x", KV_STRING);
+    const Tree node(kv_detach(tree.get(), "a"), kv_free);
+    EXPECT_STREQ(kv_str(node.get(), ""), "x");
+    EXPECT_EQ(kv_count(tree.get()), 0u);
+    EXPECT_EQ(kv_next(node.get()), nullptr);
+    EXPECT_EQ(kv_detach(tree.get(), "a"), nullptr);
+}
+
+TEST(Kv, refusesValuesThatDoNotFit)
+{
+    const Tree tree = mapping();
+    kv *const list = kv_new_type(KV_LIST);
+    ASSERT_EQ(kv_set(tree.get(), "list", list), 0);
+    EXPECT_EQ(kv_set(list, nullptr, tree.get()), -1) << "a tree can't hold itself";
+    EXPECT_EQ(kv_set(tree.get(), "again", list), -1) << "it has its place";
+    EXPECT_EQ(kv_set(tree.get(), "x", nullptr), -1);
+    EXPECT_EQ(kv_set_type(nullptr, "x", "y", KV_STRING), -1);
+    EXPECT_EQ(kv_set_type(tree.get(), "x", "12", KV_INT), -1);
+    EXPECT_EQ(kv_new_type(5), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(keys(tree.get()), "list ");
+}
+} // namespace
