@@ -6,6 +6,10 @@
 // with one descriptor. The supervisor never waits for a viewer: what a viewer does not read is
 // merged into one later packet, and a viewer that misbehaves is disconnected.
 //
+// Every descriptor but the channel is memory made with platform_memory_create. A frame buffer and
+// anything else that a peer may map is sealed (platform_memory_seal) before it is sent; a receiver
+// refuses what is not, as it could be made to fault.
+//
 // Body of the answer: "uuid", "name", "index", "total" (screens of the VM), "width", "height"
 // (pixels), "hdpi", "live_resize" (booleans), "caps" (bit mask), "absolute" (boolean: the guest
 // takes absolute pointer positions).
