@@ -1,0 +1,91 @@
+#include "app/kit/Alert.h"
+
+#include "app/kit/SheetCodes.h"
+#include "app/kit/WindowController.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QPushButton>
+
+#include <memory>
+
+Alert::Alert(const QString &message) : m_message(message) {}
+
+Alert &Alert::setInformativeText(const QString &text)
+{
+    m_informativeText = text;
+    return *this;
+}
+
+Alert &Alert::setCritical()
+{
+    m_icon = QMessageBox::Critical;
+    return *this;
+}
+
+Alert &Alert::addButton(const QString &title)
+{
+    m_buttons.append(title);
+    return *this;
+}
+
+QMessageBox *Alert::makeBox(QWidget *parent) const
+{
+    auto *box = new QMessageBox(parent);
+    box->setObjectName(QStringLiteral("alert"));
+    box->setWindowTitle(QCoreApplication::applicationName());
+    box->setIcon(m_icon);
+    // Names of VMs come from files: never taken for markup.
+    box->setTextFormat(Qt::PlainText);
+    box->setText(m_message);
+    box->setInformativeText(m_informativeText);
+    const QString cancel = QCoreApplication::translate("Alert", "Cancel");
+    QStringList titles = m_buttons;
+    if (titles.isEmpty())
+        titles.append(QCoreApplication::translate("Alert", "OK"));
+    for (int i = 0; i < titles.size(); ++i) {
+        const bool cancels = titles[i] == cancel;
+        QPushButton *button =
+            box->addButton(titles[i], cancels ? QMessageBox::RejectRole : QMessageBox::AcceptRole);
+        button->setObjectName(QStringLiteral("alertButton%1").arg(i + 1));
+        button->setProperty("alertResult", AlertFirstButton + i);
+        if (i == 0)
+            box->setDefaultButton(button);
+        if (cancels || titles.size() == 1)
+            box->setEscapeButton(button);
+    }
+    return box;
+}
+
+int Alert::resultOf(const QMessageBox *box)
+{
+    const QAbstractButton *button = box->clickedButton();
+    return button ? button->property("alertResult").toInt() : SheetStop;
+}
+
+int Alert::runModal()
+{
+    const std::unique_ptr<QMessageBox> box(makeBox(nullptr));
+    box->exec();
+    return resultOf(box.get());
+}
+
+void Alert::beginSheet(QWidget *window, std::function<void(int)> handler)
+{
+    QMessageBox *box = makeBox(window);
+    const QPointer<QMessageBox> guard(box);
+    const auto finish = [guard, handler = std::move(handler)](int) {
+        const int result = guard ? resultOf(guard) : SheetStop;
+        if (guard)
+            guard->deleteLater();
+        if (handler)
+            handler(result);
+    };
+    if (auto *controller = WindowController::forWindow(window)) {
+        controller->beginSheet(box, finish);
+        return;
+    }
+    box->setWindowFlags(Qt::Sheet);
+    QObject::connect(box, &QDialog::finished, window, finish);
+    box->open();
+}

@@ -1,0 +1,35 @@
+// A question or message to the user: a message, more words, and buttons.
+#pragma once
+
+#include <QMessageBox>
+#include <QStringList>
+#include <QWidget>
+
+#include <functional>
+
+// Built, then shown once: as a sheet on a window or modally. The result is AlertFirstButton for the
+// first button, one more for each further one. The first button is the default; a button named
+// "Cancel" (or the only one) answers to Escape. Without buttons there is one, "OK".
+class Alert
+{
+public:
+    explicit Alert(const QString &message);
+
+    Alert &setInformativeText(const QString &text);
+    Alert &setCritical();
+    Alert &addButton(const QString &title);
+
+    // Runs a loop of its own until a button is pressed.
+    int runModal();
+    // Shows it on a window and returns at once. A window that closes answers with SheetStop.
+    void beginSheet(QWidget *window, std::function<void(int result)> handler = {});
+
+private:
+    QString m_message;
+    QString m_informativeText;
+    QMessageBox::Icon m_icon = QMessageBox::Warning;
+    QStringList m_buttons;
+
+    QMessageBox *makeBox(QWidget *parent) const;
+    static int resultOf(const QMessageBox *box);
+};

@@ -1,0 +1,137 @@
+#include "app/kit/WindowController.h"
+
+#include "app/kit/MainMenu.h"
+#include "app/kit/NotificationCenter.h"
+#include "app/kit/SheetCodes.h"
+
+#include <QEvent>
+
+namespace {
+
+constexpr char controllerProperty[] = "windowController";
+
+} // namespace
+
+WindowController::WindowController(QObject *parent) : QObject(parent) {}
+
+WindowController::~WindowController()
+{
+    if (m_window) {
+        m_window->removeEventFilter(this);
+        delete m_window;
+    }
+}
+
+WindowController *WindowController::forWindow(const QWidget *window)
+{
+    if (!window)
+        return nullptr;
+    return qobject_cast<WindowController *>(
+        window->property(controllerProperty).value<QObject *>());
+}
+
+void WindowController::setWindow(QWidget *window)
+{
+    m_window = window;
+    window->setProperty(controllerProperty, QVariant::fromValue<QObject *>(this));
+    window->installEventFilter(this);
+}
+
+void WindowController::detachWindow()
+{
+    if (!m_window)
+        return;
+    m_window->removeEventFilter(this);
+    m_window->setProperty(controllerProperty, QVariant());
+    m_window->deleteLater();
+    m_window = nullptr;
+}
+
+void WindowController::showWindow()
+{
+    if (!m_window)
+        return;
+    if (m_window->isMinimized())
+        m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void WindowController::close()
+{
+    if (m_sheet)
+        m_sheet->done(SheetStop);
+    if (m_window)
+        m_window->close();
+}
+
+bool WindowController::validateMenuItem(QAction *)
+{
+    return true;
+}
+
+void WindowController::performClose(QObject *)
+{
+    close();
+}
+
+void WindowController::performMiniaturize(QObject *)
+{
+    if (m_window)
+        m_window->showMinimized();
+}
+
+void WindowController::beginSheet(QDialog *sheet, std::function<void(int)> handler)
+{
+    if (m_window && sheet->parentWidget() != m_window)
+        sheet->setParent(m_window);
+    sheet->setWindowFlags(Qt::Sheet);
+    sheet->setWindowModality(Qt::WindowModal);
+    m_sheet = sheet;
+    connect(
+        sheet, &QDialog::finished, this,
+        [this, sheet, handler = std::move(handler)](int code) {
+            if (m_sheet == sheet)
+                m_sheet = nullptr;
+            if (handler)
+                handler(code);
+        },
+        Qt::SingleShotConnection);
+    sheet->open();
+}
+
+void WindowController::setExcludedFromWindowsMenu(bool excluded)
+{
+    if (m_window)
+        m_window->setProperty(MainMenu::excludedFromWindowsProperty, excluded);
+}
+
+bool WindowController::eventFilter(QObject *object, QEvent *event)
+{
+    if (object != m_window)
+        return QObject::eventFilter(object, event);
+    switch (event->type()) {
+    case QEvent::Close:
+        if (!windowShouldClose()) {
+            event->ignore();
+            return true;
+        }
+        NotificationCenter::defaultCenter().post(WindowWillCloseNotification,
+                                                 QVariant::fromValue<QWidget *>(m_window.data()));
+        windowWillClose();
+        break;
+    case QEvent::WindowActivate:
+        windowDidBecomeKey();
+        break;
+    case QEvent::WindowDeactivate:
+        windowDidResignKey();
+        break;
+    case QEvent::Resize:
+        windowDidResize();
+        break;
+    default:
+        break;
+    }
+    return false;
+}
