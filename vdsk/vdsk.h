@@ -3,21 +3,24 @@
 
 #include <cstddef>
 #include <cstdint>
+
 #include <sys/types.h>
 
 struct vdsk;
 
 // Opens a disk image read-only, by path. Null with errno: ENOENT and the like of the open, EINVAL
-// for an image that is damaged or of no known format, ENOENT also for a base image that is missing.
+// for an image that is damaged, encrypted or of another format, ENOENT also for a base image that
+// is missing.
 struct vdsk *vdsk_open(const char *path);
-// Bytes of one sector: 512, or what the image declares.
+// Bytes of one sector: 4096 for a disk whose partition table says so, else 512.
 uint32_t vdsk_sectorsize(const struct vdsk *disk);
-// Sectors of the disk; a last, partial sector counts.
+// Sectors of the disk; a last, partial sector counts and reads as if zeros followed.
 uint64_t vdsk_sectors(const struct vdsk *disk);
 // Reads `count` whole sectors from `first` on into `buffer`. The number of sectors read, fewer at
 // the end of the disk; -1 with errno set.
 ssize_t vdsk_read(struct vdsk *disk, void *buffer, uint64_t first, size_t count);
 // Closes a disk; null is accepted.
 void vdsk_close(struct vdsk *disk);
-// The reason of the last failed open on this thread, "" when there was none.
+// The reason of the last failed open or read on this thread, naming the image; "" after an open
+// that succeeded.
 const char *vdsk_error();
