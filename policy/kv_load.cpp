@@ -55,7 +55,12 @@ std::string read_all(FILE *stream)
 class Header
 {
 public:
-    explicit Header(std::string_view text) : m_text(text) {}
+    // The comments of a UTF-16 text are given up: it is saved as UTF-8.
+    explicit Header(std::string_view text)
+    {
+        if (!text.starts_with("\xff\xfe") && !text.starts_with("\xfe\xff"))
+            m_text = text;
+    }
 
     void startDocument(const yaml_event_t &event)
     {
@@ -104,9 +109,11 @@ const char *text_of(const yaml_char_t *text)
     return text ? reinterpret_cast<const char *>(text) : "";
 }
 
+// The tag of a node, "" for the "!" that names none.
 std::string tag_of(const yaml_char_t *tag, bool implicit)
 {
-    return implicit ? "" : text_of(tag);
+    const std::string text = text_of(tag);
+    return implicit || text == "!" ? "" : text;
 }
 
 uint32_t type_of_tag(const std::string &tag, std::string_view text, int64_t &number)
