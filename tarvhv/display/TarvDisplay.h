@@ -45,6 +45,9 @@ public:
     // until the next displayNotification or displayDidClose.
     virtual const uint8_t *fbuf() const = 0;
     virtual const display_fbctl *fbctl() const = 0;
+    // Bytes from row to row of the frame buffer, as checked against its memory: to be used instead
+    // of the control block's, which the VM's side can change at any time.
+    virtual int stride() const { return width() * 4; }
 
     virtual QString path() const = 0; // as given to TarvDisplayCreate
     virtual QString uuid() const = 0;

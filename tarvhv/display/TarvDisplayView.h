@@ -24,6 +24,11 @@ public:
     virtual QRectF backingAlignedRect(const QRectF &rect) const = 0;
     // Releases every key and button that the guest holds pressed.
     virtual void releaseAllKeys() = 0;
+
+Q_SIGNALS:
+    // The guest takes relative motions only and has, or no longer has, the host's pointer. While it
+    // has it, Control and Alt together give it back.
+    void pointerGrabChanged(bool grabbed);
 };
 
 // The display view of this library.

@@ -1,0 +1,170 @@
+#include "tarvhv/display/packet_socket.h"
+
+#include "platform/socket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr size_t DESCRIPTOR_PLACES = 4;
+
+void keep_descriptors(const msghdr &message, std::vector<UniqueFd> *fds)
+{
+    msghdr copy = message;
+    for (cmsghdr *header = CMSG_FIRSTHDR(&copy); header; header = CMSG_NXTHDR(&copy, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
+            continue;
+        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; i++) {
+            int fd;
+            std::memcpy(&fd, CMSG_DATA(header) + i * sizeof fd, sizeof fd);
+            fds->emplace_back(fd);
+        }
+    }
+}
+
+// A later packet of these types says all that an earlier one said.
+bool replaces_earlier(uint32_t type)
+{
+    return type == DISPLAY_DAMAGE_DONE || type == DISPLAY_ACTIVE || type == DISPLAY_RESIZE ||
+           type == DISPLAY_PASTEBOARD_ASK || type == DISPLAY_PASTEBOARD_SEND;
+}
+
+bool is_pointer(uint32_t type)
+{
+    return type == DISPLAY_POINTER_ABS || type == DISPLAY_POINTER_REL;
+}
+
+void add_saturated(int32_t &sum, int32_t value)
+{
+    sum = int32_t(std::clamp<int64_t>(int64_t{sum} + value, INT32_MIN, INT32_MAX));
+}
+
+} // namespace
+
+ssize_t receive_with_descriptors(int fd, void *buffer, size_t size, std::vector<UniqueFd> *fds)
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(DESCRIPTOR_PLACES * sizeof(int))];
+    iovec part{buffer, size};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    ssize_t received;
+    do
+        received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
+    while (received < 0 && errno == EINTR);
+    if (received < 0)
+        return -1;
+    keep_descriptors(message, fds);
+    if ((message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0)
+        return received;
+    errno = EMSGSIZE;
+    return -1;
+}
+
+bool PacketSender::send(const display_packet &packet, UniqueFd descriptor)
+{
+    if (m_waiting.empty()) {
+        const Sent sent = trySend(packet, descriptor.get());
+        if (sent != Sent::no_room)
+            return sent == Sent::yes;
+    }
+    if (!merge(packet, descriptor) && !mayDrop(packet))
+        m_waiting.push_back({packet, std::move(descriptor)});
+    return true;
+}
+
+bool PacketSender::flush()
+{
+    while (!m_waiting.empty()) {
+        const Waiting &next = m_waiting.front();
+        const Sent sent = trySend(next.packet, next.descriptor.get());
+        if (sent != Sent::yes)
+            return sent == Sent::no_room;
+        m_waiting.pop_front();
+    }
+    return true;
+}
+
+PacketSender::Sent PacketSender::trySend(const display_packet &packet, int descriptor) const
+{
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    iovec part{const_cast<display_packet *>(&packet), sizeof packet};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (descriptor >= 0) {
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        cmsghdr *header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof descriptor);
+        std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
+    }
+    ssize_t sent;
+    do
+        sent = platform_sendmsg(m_fd, &message, MSG_DONTWAIT);
+    while (sent < 0 && errno == EINTR);
+    if (sent >= 0)
+        return Sent::yes;
+    return errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS ? Sent::no_room
+                                                                       : Sent::failed;
+}
+
+PacketSender::Waiting *PacketSender::lastOf(uint32_t type)
+{
+    const auto found =
+        std::find_if(m_waiting.rbegin(), m_waiting.rend(),
+                     [type](const Waiting &each) { return each.packet.type == type; });
+    return found == m_waiting.rend() ? nullptr : &*found;
+}
+
+// Whether the packet became part of one that waits. Input keeps its order: a pointer packet only
+// joins the last packet, unless there are too many.
+bool PacketSender::merge(const display_packet &packet, UniqueFd &descriptor)
+{
+    const bool crowded = m_waiting.size() >= WAITING_MAX;
+    if (replaces_earlier(packet.type)) {
+        Waiting *earlier = lastOf(packet.type);
+        if (earlier) {
+            earlier->packet = packet;
+            earlier->descriptor = std::move(descriptor);
+        }
+        return earlier != nullptr;
+    }
+    if (!is_pointer(packet.type) && packet.type != DISPLAY_WHEEL)
+        return false;
+    Waiting *last = crowded ? lastOf(packet.type) : m_waiting.empty() ? nullptr : &m_waiting.back();
+    if (!last || last->packet.type != packet.type)
+        return false;
+    if (is_pointer(packet.type) && last->packet.arg[2] != packet.arg[2] && !crowded)
+        return false;
+    if (packet.type == DISPLAY_POINTER_ABS) {
+        last->packet = packet;
+        return true;
+    }
+    add_saturated(last->packet.arg[0], packet.arg[0]);
+    add_saturated(last->packet.arg[1], packet.arg[1]);
+    if (is_pointer(packet.type))
+        last->packet.arg[2] = packet.arg[2];
+    return true;
+}
+
+// With too many waiting, key presses are left out, and releases of keys that are up by then. All
+// else was merged and stays few.
+bool PacketSender::mayDrop(const display_packet &packet) const
+{
+    if (m_waiting.size() < WAITING_MAX || packet.type != DISPLAY_KEY)
+        return false;
+    if (packet.arg[1] != 0)
+        return true;
+    const auto last = std::find_if(m_waiting.rbegin(), m_waiting.rend(), [&](const Waiting &each) {
+        return each.packet.type == DISPLAY_KEY && each.packet.arg[0] == packet.arg[0];
+    });
+    return last != m_waiting.rend() && last->packet.arg[1] == 0;
+}

@@ -1,0 +1,178 @@
+#include "tarvhv/display/packets.h"
+
+#include "platform/memory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+// Reads the first bytes of a peer's memory. A read can't fault, whatever the peer does meanwhile.
+bool read_memory(int fd, void *bytes, size_t length)
+{
+    const int64_t size = platform_memory_size(fd, /*sealed=*/false);
+    if (size < 0 || uint64_t(size) < length)
+        return false;
+    size_t done = 0;
+    while (done < length) {
+        const ssize_t got =
+            pread(fd, static_cast<char *>(bytes) + done, length - done, off_t(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        done += size_t(got);
+    }
+    return true;
+}
+
+GuestRect unite(const GuestRect &a, const GuestRect &b)
+{
+    const int left = std::min(a.x, b.x);
+    const int top = std::min(a.y, b.y);
+    return {left, top, std::max(a.x + a.width, b.x + b.width) - left,
+            std::max(a.y + a.height, b.y + b.height) - top};
+}
+
+bool contains(const GuestRect &outer, const GuestRect &inner)
+{
+    return outer.x <= inner.x && outer.y <= inner.y &&
+           outer.x + outer.width >= inner.x + inner.width &&
+           outer.y + outer.height >= inner.y + inner.height;
+}
+
+// The part of a span that lies within 0 to limit.
+std::pair<int, int> clip(int32_t start, int32_t length, int limit)
+{
+    const int64_t from = std::clamp<int64_t>(start, 0, limit);
+    const int64_t to = std::clamp<int64_t>(int64_t{start} + length, from, limit);
+    return {int(from), int(to - from)};
+}
+
+} // namespace
+
+DisplayState::DisplayState(FrameBuffer buffer, bool hdpi, bool live_resize, uint32_t caps,
+                           bool absolute)
+    : m_buffer(std::move(buffer)),
+      m_hdpi(hdpi),
+      m_live_resize(live_resize),
+      m_caps(caps),
+      m_absolute(absolute)
+{
+}
+
+bool DisplayState::feed(const display_packet &packet, UniqueFd descriptor)
+{
+    switch (packet.type) {
+    case DISPLAY_DAMAGE:
+        return feedDamage(packet);
+    case DISPLAY_MODE:
+        return feedMode(packet, descriptor.get());
+    case DISPLAY_CURSOR:
+        return feedCursor(packet, descriptor.get());
+    case DISPLAY_POINTER:
+        m_absolute = packet.arg[0] != 0;
+        m_changes.pointer_mode = true;
+        return true;
+    case DISPLAY_CAPS:
+        m_caps = uint32_t(packet.arg[0]);
+        m_changes.caps = true;
+        return true;
+    case DISPLAY_PASTEBOARD:
+        return feedPasteboard(packet, descriptor.get());
+    case DISPLAY_CLOSED:
+        m_closed = true;
+        return true;
+    default:
+        return true; // of a later supervisor, which does not depend on it
+    }
+}
+
+DisplayChanges DisplayState::takeChanges()
+{
+    return std::exchange(m_changes, {});
+}
+
+std::optional<int32_t> DisplayState::takeSerial()
+{
+    return std::exchange(m_serial, std::nullopt);
+}
+
+bool DisplayState::feedDamage(const display_packet &packet)
+{
+    const auto [x, width] = clip(packet.arg[0], packet.arg[2], m_buffer.width());
+    const auto [y, height] = clip(packet.arg[1], packet.arg[3], m_buffer.height());
+    if (width > 0 && height > 0)
+        addDamage({x, y, width, height});
+    if (packet.arg[5] != 0)
+        m_serial = packet.arg[4];
+    return true;
+}
+
+bool DisplayState::feedMode(const display_packet &packet, int descriptor)
+{
+    std::optional<FrameBuffer> buffer = FrameBuffer::map(descriptor);
+    if (!buffer)
+        return refuse("unusable frame buffer");
+    m_buffer = std::move(*buffer);
+    m_hdpi = packet.arg[2] != 0;
+    m_live_resize = packet.arg[3] != 0;
+    m_changes.damage.clear();
+    m_changes.mode = true;
+    return true;
+}
+
+bool DisplayState::feedCursor(const display_packet &packet, int descriptor)
+{
+    GuestCursor cursor;
+    cursor.width = packet.arg[0];
+    cursor.height = packet.arg[1];
+    if (cursor.width != 0 || cursor.height != 0) {
+        if (cursor.width <= 0 || cursor.width > CURSOR_MAX || cursor.height <= 0 ||
+            cursor.height > CURSOR_MAX)
+            return refuse("pointer image of an impossible size");
+        cursor.pixels.resize(size_t(cursor.width) * size_t(cursor.height));
+        if (!read_memory(descriptor, cursor.pixels.data(), cursor.pixels.size() * 4))
+            return refuse("pointer image without its pixels");
+        cursor.hot_x = std::clamp(packet.arg[2], 0, cursor.width - 1);
+        cursor.hot_y = std::clamp(packet.arg[3], 0, cursor.height - 1);
+    }
+    m_changes.cursor = std::move(cursor);
+    return true;
+}
+
+bool DisplayState::feedPasteboard(const display_packet &packet, int descriptor)
+{
+    if (packet.arg[0] < 0 || size_t(packet.arg[0]) > DISPLAY_PASTEBOARD_MAX)
+        return refuse("pasteboard of an impossible size");
+    std::string archive(size_t(packet.arg[0]), '\0');
+    if (!read_memory(descriptor, archive.data(), archive.size()))
+        return refuse("pasteboard without its bytes");
+    m_changes.pasteboard = std::move(archive);
+    return true;
+}
+
+bool DisplayState::refuse(const char *what)
+{
+    m_what = what;
+    return false;
+}
+
+void DisplayState::addDamage(const GuestRect &rectangle)
+{
+    std::vector<GuestRect> &damage = m_changes.damage;
+    if (m_changes.mode)
+        return;
+    for (const GuestRect &each : damage)
+        if (contains(each, rectangle))
+            return;
+    std::erase_if(damage, [&](const GuestRect &each) { return contains(rectangle, each); });
+    damage.push_back(rectangle);
+    if (damage.size() <= DAMAGE_MAX)
+        return;
+    GuestRect all = rectangle;
+    for (const GuestRect &each : damage)
+        all = unite(all, each);
+    damage.assign(1, all);
+}
