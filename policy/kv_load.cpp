@@ -344,7 +344,7 @@ int load(kv *root, FILE *stream)
     const std::string text = read_all(stream);
     constexpr std::string_view byte_order_mark = "\xef\xbb\xbf";
     std::string_view body = text;
-    if (body.starts_with(byte_order_mark))
+    while (body.starts_with(byte_order_mark))
         body.remove_prefix(byte_order_mark.size());
     kv loaded(KV_MAP);
     Loader(&loaded, body).load();

@@ -7,6 +7,7 @@
 #include <string>
 
 namespace {
+using namespace std::string_literals;
 using Tree = std::unique_ptr<kv, decltype(&kv_free)>;
 using Stream = std::unique_ptr<FILE, decltype(&fclose)>;
 
@@ -64,6 +65,10 @@ TEST(KvYaml, keepsAHeaderHoweverTheLinesEnd)
               "# c\xe2\x80\xa8\na: 1\n");
     EXPECT_EQ(rewritten("# nothing else"), "# nothing else\n{}\n");
     EXPECT_EQ(rewritten("# c\n%YAML 1.1\n---\na: 1\n"), "# c\n---\na: 1\n");
+    EXPECT_EQ(rewritten("\xff\xfe#\0c\0\n\0a\0:\0 \0"
+                        "1\0"s),
+              "a: 1\n")
+        << "UTF-16";
     EXPECT_EQ(rewritten(""), "{}\n");
 }
 
