@@ -70,7 +70,7 @@ int Alert::runModal()
     return resultOf(box.get());
 }
 
-void Alert::beginSheet(QWidget *window, std::function<void(int)> handler)
+QMessageBox *Alert::beginSheet(QWidget *window, std::function<void(int)> handler)
 {
     QMessageBox *box = makeBox(window);
     const QPointer<QMessageBox> guard(box);
@@ -83,9 +83,10 @@ void Alert::beginSheet(QWidget *window, std::function<void(int)> handler)
     };
     if (auto *controller = WindowController::forWindow(window)) {
         controller->beginSheet(box, finish);
-        return;
+        return box;
     }
     box->setWindowFlags(Qt::Sheet);
     QObject::connect(box, &QDialog::finished, window, finish);
     box->open();
+    return box;
 }

@@ -21,8 +21,9 @@ public:
 
     // Runs a loop of its own until a button is pressed.
     int runModal();
-    // Shows it on a window and returns at once. A window that closes answers with SheetStop.
-    void beginSheet(QWidget *window, std::function<void(int result)> handler = {});
+    // Shows it on a window and returns at once with the box, which deletes itself. A window that
+    // closes answers with SheetStop.
+    QMessageBox *beginSheet(QWidget *window, std::function<void(int result)> handler = {});
 
 private:
     QString m_message;

@@ -175,6 +175,13 @@ void MainMenu::validate()
             validateMenu(top->menu());
 }
 
+void MainMenu::release()
+{
+    for (QAction *top : actions())
+        if (top->menu())
+            enableMenu(top->menu());
+}
+
 QAction *MainMenu::itemWithAction(const QString &action) const
 {
     for (QAction *top : actions())

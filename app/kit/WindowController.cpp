@@ -60,8 +60,8 @@ void WindowController::showWindow()
 
 void WindowController::close()
 {
-    if (m_sheet)
-        m_sheet->done(SheetStop);
+    while (QDialog *sheet = attachedSheet(m_window))
+        sheet->done(SheetStop);
     if (m_window)
         m_window->close();
 }
@@ -88,17 +88,20 @@ void WindowController::beginSheet(QDialog *sheet, std::function<void(int)> handl
         sheet->setParent(m_window);
     sheet->setWindowFlags(Qt::Sheet);
     sheet->setWindowModality(Qt::WindowModal);
-    m_sheet = sheet;
-    connect(
-        sheet, &QDialog::finished, this,
-        [this, sheet, handler = std::move(handler)](int code) {
-            if (m_sheet == sheet)
-                m_sheet = nullptr;
-            if (handler)
-                handler(code);
-        },
-        Qt::SingleShotConnection);
+    if (handler)
+        connect(sheet, &QDialog::finished, this, std::move(handler), Qt::SingleShotConnection);
     sheet->open();
+}
+
+QDialog *WindowController::attachedSheet(const QWidget *window)
+{
+    if (!window)
+        return nullptr;
+    const auto dialogs = window->findChildren<QDialog *>(QString(), Qt::FindDirectChildrenOnly);
+    for (QDialog *dialog : dialogs)
+        if (dialog->isVisible() && dialog->windowModality() == Qt::WindowModal)
+            return dialog;
+    return nullptr;
 }
 
 void WindowController::setExcludedFromWindowsMenu(bool excluded)

@@ -48,8 +48,8 @@ public:
     // with that code, unless this controller is gone by then. The caller keeps owning the dialog;
     // without a parent of its own it becomes a child of the window.
     void beginSheet(QDialog *sheet, std::function<void(int code)> handler);
-    // The sheet that the window shows, or null.
-    QDialog *attachedSheet() const { return m_sheet; }
+    // The sheet that a window shows, or null.
+    static QDialog *attachedSheet(const QWidget *window);
 
     // A window that the menu of windows leaves out.
     void setExcludedFromWindowsMenu(bool excluded);
@@ -70,5 +70,4 @@ protected:
 
 private:
     QPointer<QWidget> m_window;
-    QPointer<QDialog> m_sheet;
 };

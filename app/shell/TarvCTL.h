@@ -4,6 +4,7 @@
 #include "app/shell/typedValues.h"
 
 #include <QJsonValue>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -13,6 +14,8 @@
 #include <memory>
 #include <optional>
 #include <sys/types.h>
+
+class ControllerTask;
 
 // Why a run failed: domain "TarvCTLError", the controller's exit status as code (128 + the signal
 // that killed it), and the controller's message. A controller that can't be started has the
@@ -72,16 +75,14 @@ public:
     static bool isEulaAccepted();
 
 private:
-    struct Task;
-    struct Ending;
-
-    std::shared_ptr<Task> m_task;
+    std::shared_ptr<ControllerTask> m_task;
     int32_t m_processIdentifier = -1;
     bool m_silent = false;
     bool m_ownsItself = false;
     int m_standardError = -1;
 
-    void ended(const Ending &ending, const QString &command, const CompletionHandler &handler);
+    void ended(const QJsonObject &answer, const QString &command, const CompletionHandler &handler);
+    void failToLaunch(const QString &reason, int error, const CompletionHandler &handler);
     void fail(const TarvError &error, const CompletionHandler &handler);
     void release();
 };

@@ -10,8 +10,7 @@
 #include <limits>
 #include <optional>
 
-namespace typedValues
-{
+namespace typedValues {
 
 inline constexpr int64_t integerMissing = std::numeric_limits<int64_t>::max();
 

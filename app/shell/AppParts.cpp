@@ -1,0 +1,56 @@
+#include "app/shell/AppParts.h"
+
+#include "app/display/TarvWindowController.h"
+#include "app/list/WelcomeWindowController.h"
+#include "app/shell/AppDelegate.h"
+#include "app/shell/EULAWindowController.h"
+#include "app/shell/TarvCTL.h"
+#include "app/shell/TarvVM.h"
+#include "hostlib/config/config.h"
+#include "hostlib/vm/vm.h"
+#include "hostlib/vm/vmlib.h"
+#include "tarvhv/tarvhv.h"
+
+#include <QDesktopServices>
+
+namespace {
+
+void removeState(const QString &id)
+{
+    const std::unique_ptr<vmlib, void (*)(vmlib *)> library(vmlib_open(nullptr), vmlib_close);
+    if (!library)
+        return;
+    const std::unique_ptr<vm, void (*)(vm *)> record(
+        vmlib_get(library.get(), id.toUtf8().constData(), nullptr), vm_close);
+    if (record)
+        vm_remove_state(record.get());
+}
+
+void startVM(const QString &id, int options)
+{
+    TarvVM(id).start(options);
+}
+
+} // namespace
+
+AppParts applicationParts()
+{
+    AppParts parts;
+    parts.isEulaAccepted = TarvCTL::isEulaAccepted;
+    parts.makeEulaController = [] { return new EULAWindowController; };
+    parts.makeWelcomeController = [] { return WelcomeWindowController::controller(); };
+    parts.makeDisplayController = [](std::unique_ptr<TarvDisplay> display) {
+        return new TarvWindowController(std::move(display));
+    };
+    parts.createDisplay = TarvDisplayCreateAsync;
+    parts.hostType = config_get_platform;
+    parts.runningVMs = TarvHVGetNumberOfVMsRunning;
+    parts.removeState = removeState;
+    parts.startVM = startVM;
+    parts.setVMStatus = TarvVM::setVM;
+    parts.setAddonsImage = [](const QString &path) {
+        config_set_path("addons_image", path.toLocal8Bit().constData());
+    };
+    parts.openInBrowser = [](const QUrl &url) { return QDesktopServices::openUrl(url); };
+    return parts;
+}

@@ -1,0 +1,130 @@
+#include "app/shell/SingleInstance.h"
+
+#include "app/shell/AppLog.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusReply>
+
+namespace {
+
+const QString busName = QStringLiteral("com.quelda.Tarv");
+const QString objectPath = QStringLiteral("/com/quelda/Tarv");
+const QString interfaceName = QStringLiteral("org.freedesktop.Application");
+constexpr int answerWait_ms = 25000;
+
+// The desktop's leave to come to the front, which Qt reads from the environment.
+void takeActivationToken(const QVariantMap &platformData)
+{
+    const QString token = platformData.value(QStringLiteral("activation-token")).toString();
+    if (!token.isEmpty())
+        qputenv("XDG_ACTIVATION_TOKEN", token.toUtf8());
+}
+
+QVariantMap ownPlatformData()
+{
+    QVariantMap data;
+    const QString token = qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
+    if (!token.isEmpty())
+        data.insert(QStringLiteral("activation-token"), token);
+    return data;
+}
+
+} // namespace
+
+// The interface as D-Bus sees it.
+class ApplicationAdaptor : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
+
+public:
+    explicit ApplicationAdaptor(SingleInstance *instance)
+        : QDBusAbstractAdaptor(instance), m_instance(instance)
+    {
+    }
+
+public Q_SLOTS:
+    void Activate(const QVariantMap &platform_data)
+    {
+        takeActivationToken(platform_data);
+        later([this] { Q_EMIT m_instance->activationRequested(); });
+    }
+
+    void Open(const QStringList &uris, const QVariantMap &platform_data)
+    {
+        takeActivationToken(platform_data);
+        QList<QUrl> urls;
+        for (const QString &uri : uris)
+            urls.append(QUrl(uri));
+        later([this, urls] { Q_EMIT m_instance->openRequested(urls); });
+    }
+
+    void ActivateAction(const QString &action_name, const QVariantList &,
+                        const QVariantMap &platform_data)
+    {
+        takeActivationToken(platform_data);
+        later([this, action_name] { Q_EMIT m_instance->actionRequested(action_name); });
+    }
+
+private:
+    SingleInstance *m_instance;
+
+    // The caller has its answer before anything happens here: a modal alert must not keep it.
+    void later(const std::function<void()> &work)
+    {
+        QMetaObject::invokeMethod(m_instance, work, Qt::QueuedConnection);
+    }
+};
+
+SingleInstance::SingleInstance(QDBusConnection bus, QObject *parent)
+    : QObject(parent), m_bus(std::move(bus))
+{
+    new ApplicationAdaptor(this);
+}
+
+SingleInstance::~SingleInstance()
+{
+    if (m_owner)
+        m_bus.unregisterService(busName);
+    m_bus.unregisterObject(objectPath);
+}
+
+SingleInstance::Role SingleInstance::claim()
+{
+    if (!m_bus.isConnected()) {
+        appLog("tarv",
+               QStringLiteral("no session bus (%1): changes made elsewhere are not seen, and "
+                              "a second start is not noticed")
+                   .arg(m_bus.lastError().message()));
+        return Role::alone;
+    }
+    // The object is there before the name is, so that no call is missed.
+    m_bus.registerObject(objectPath, this);
+    const auto reply =
+        m_bus.interface()->registerService(busName, QDBusConnectionInterface::DontQueueService,
+                                           QDBusConnectionInterface::DontAllowReplacement);
+    m_owner = reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered;
+    if (!reply.isValid()) {
+        appLog("tarv", QStringLiteral("%1: %2").arg(busName, reply.error().message()));
+        return Role::alone;
+    }
+    return m_owner ? Role::first : Role::second;
+}
+
+bool SingleInstance::handOver(const QList<QUrl> &urls, QString *error)
+{
+    const QString method = urls.isEmpty() ? QStringLiteral("Activate") : QStringLiteral("Open");
+    QDBusMessage call = QDBusMessage::createMethodCall(busName, objectPath, interfaceName, method);
+    if (!urls.isEmpty())
+        call << QUrl::toStringList(urls, QUrl::FullyEncoded);
+    call << ownPlatformData();
+    const QDBusMessage reply = m_bus.call(call, QDBus::Block, answerWait_ms);
+    if (reply.type() == QDBusMessage::ReplyMessage)
+        return true;
+    *error = reply.errorMessage();
+    return false;
+}
+
+#include "SingleInstance.moc"

@@ -1,0 +1,91 @@
+#include "app/shell/TarvCLI.h"
+
+#include "app/shell/AdministratorRight.h"
+#include "app/shell/AppLog.h"
+#include "hostlib/config/config.h"
+#include "hostlib/utils/proc.h"
+#include "platform/host.h"
+#include "platform/unique_fd.h"
+#include "policy/json.h"
+#include "tarvhv/cli2.h"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <strings.h>
+
+namespace {
+
+constexpr timeval answerWait{30, 0};
+
+using Json = std::unique_ptr<json, void (*)(json *)>;
+
+const std::string &socketPath()
+{
+    static const std::string path = [] {
+        const char *setting = config_get_path("vlaunch_sock");
+        return std::string(setting ? setting : platform_path(PlatformPath::vlaunchd_socket));
+    }();
+    return path;
+}
+
+TarvError posixError(int code, const char *description)
+{
+    return {QStringLiteral("POSIX"), code, QString::fromUtf8(description)};
+}
+
+// The controller starts the launch service where nobody listens.
+void startLaunchService()
+{
+    if (const char *controller = config_get_path("tarvctl_executable"))
+        proc_exec(controller, nullptr, nullptr, 2, "eula", "status");
+}
+
+int connectToLaunchService(const char *command)
+{
+    const int fd = cli2_connect(socketPath().c_str(), command);
+    if (fd >= 0 || (errno != ENOENT && errno != ECONNREFUSED))
+        return fd;
+    startLaunchService();
+    return cli2_connect(socketPath().c_str(), command);
+}
+
+Json acceptance()
+{
+    Json request(json_mkobject(), json_delete);
+    if (request)
+        json_append_str(request.get(), "action", "accept");
+    return request;
+}
+
+} // namespace
+
+bool TarvCLI::acceptEULA(TarvError *error)
+{
+    QString refusal;
+    if (!obtainAdministratorRight(&refusal)) {
+        *error = {QStringLiteral("Authorization"), EPERM, refusal};
+        return false;
+    }
+    const UniqueFd connection(connectToLaunchService("eula"));
+    if (!connection) {
+        const int code = errno;
+        appLog("ctl", QStringLiteral("%1: vlaunchd service unavailable: %2")
+                          .arg(QString::fromLocal8Bit(socketPath().c_str()),
+                               QString::fromLocal8Bit(strerror(code))));
+        *error = posixError(code, strerror(code));
+        return false;
+    }
+    errno = 0;
+    Json answer(nullptr, json_delete);
+    if (cli2_send_json(connection.get(), acceptance().get()) == 0)
+        answer.reset(cli2_recv_json_to(connection.get(), answerWait));
+    const int current = errno;
+    if (strcasecmp(json_find_str(answer.get(), "status", "ERROR"), "OK") == 0)
+        return true;
+    const int code = int(json_find_int64(answer.get(), "error", current));
+    *error = posixError(code, json_find_str(answer.get(), "message", strerror(code)));
+    return false;
+}

@@ -1,0 +1,13 @@
+// Requests of the application to the launch service.
+#pragma once
+
+#include "app/shell/TarvCTL.h"
+
+class TarvCLI
+{
+public:
+    // Has the launch service record that the agreement was accepted, once the administrator right
+    // was obtained. Blocks on the user and the service: not for the main thread. False with an
+    // error.
+    static bool acceptEULA(TarvError *error);
+};
