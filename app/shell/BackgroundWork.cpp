@@ -11,8 +11,7 @@
 #include <mutex>
 #include <utility>
 
-namespace
-{
+namespace {
 // How long the main thread runs continuations before it looks after events again.
 constexpr int slice_ms = 8;
 constexpr std::array<int, 4> lane_threads = {16, 32, 4, 8};

@@ -17,8 +17,8 @@ class TarvVM : public QObject
     Q_PROPERTY(QString name READ name WRITE setName NOTIFY nameChanged)
     Q_PROPERTY(QString version READ version WRITE setVersion NOTIFY versionChanged)
     Q_PROPERTY(QString status READ status WRITE setStatus NOTIFY statusChanged)
-    Q_PROPERTY(bool policyEnabled READ policyEnabled WRITE setPolicyEnabled NOTIFY
-                   policyEnabledChanged)
+    Q_PROPERTY(
+        bool policyEnabled READ policyEnabled WRITE setPolicyEnabled NOTIFY policyEnabledChanged)
     Q_PROPERTY(QString displayName READ displayName NOTIFY displayNameChanged)
     Q_PROPERTY(QString displayStatus READ displayStatus NOTIFY displayStatusChanged)
     Q_PROPERTY(QIcon displayIcon READ displayIcon)
@@ -75,6 +75,8 @@ public:
     // its screen. Does not wait: it goes on when the supervisor has said whether the VM runs, also
     // if this object is gone by then.
     Q_INVOKABLE void start(int32_t options);
+    // The same at once, with a status that has been read already.
+    void start(int32_t options, const QString &status);
 
     // Who opens a display window, or brings it forward. Without one such requests are dropped.
     using DisplayOpener = std::function<void(const QString &path, int index)>;

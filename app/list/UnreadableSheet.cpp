@@ -1,0 +1,20 @@
+#include "app/list/UnreadableSheet.h"
+
+#include "ui_UnreadableSheet.h"
+
+#include <QPushButton>
+
+UnreadableSheet::UnreadableSheet(const QList<QPair<QString, QString>> &problems, QWidget *parent)
+    : QDialog(parent), m_ui(std::make_unique<Ui::UnreadableSheet>())
+{
+    m_ui->setupUi(this);
+    for (const auto &[id, reason] : problems) {
+        auto *item = new QTreeWidgetItem(m_ui->problems, {id, reason});
+        item->setToolTip(0, id);
+        item->setToolTip(1, reason);
+    }
+    m_ui->problems->resizeColumnToContents(0);
+    connect(m_ui->buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);
+}
+
+UnreadableSheet::~UnreadableSheet() = default;

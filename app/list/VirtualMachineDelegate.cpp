@@ -1,0 +1,91 @@
+#include "app/list/VirtualMachineDelegate.h"
+
+#include "app/list/VirtualMachinesController.h"
+
+#include <QApplication>
+#include <QPainter>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int margin = 8;
+constexpr int dot = 9; // diameter
+constexpr int lock = 16;
+
+// Readable on light and dark backgrounds; the words beside it say the same.
+QColor dotColor(const QString &status)
+{
+    if (status == "running"_L1) {
+        return QColor(0x2e, 0xa4, 0x4f);
+    }
+    if (status == "suspended"_L1) {
+        return QColor(0xd6, 0x9a, 0x1c);
+    }
+    if (status == "failed"_L1 || status == "malfunction"_L1) {
+        return QColor(0xd9, 0x48, 0x3b);
+    }
+    return QColor(0x8a, 0x8f, 0x98);
+}
+
+void drawDot(QPainter *painter, const QRect &cell, const QString &status)
+{
+    const QRectF circle(cell.left() + margin, cell.center().y() - dot / 2.0 + 0.5, dot, dot);
+    painter->setPen(Qt::NoPen);
+    painter->setBrush(dotColor(status));
+    painter->drawEllipse(circle);
+}
+} // namespace
+
+int VirtualMachineDelegate::rowHeight(const QWidget *widget)
+{
+    return std::max(28, widget->fontMetrics().height() + 14);
+}
+
+void VirtualMachineDelegate::initStyleOption(QStyleOptionViewItem *option,
+                                             const QModelIndex &index) const
+{
+    QStyledItemDelegate::initStyleOption(option, index);
+    option->textElideMode =
+        index.column() == VirtualMachinesController::NameColumn ? Qt::ElideMiddle : Qt::ElideRight;
+    // One frame around the row's current cell would look like a selected cell.
+    option->state &= ~QStyle::State_HasFocus;
+    if (index.column() == VirtualMachinesController::NameColumn) {
+        option->font.setWeight(QFont::Medium);
+    }
+}
+
+void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                                   const QModelIndex &index) const
+{
+    QStyleOptionViewItem cell = option;
+    initStyleOption(&cell, index);
+    const QStyle *style = cell.widget ? cell.widget->style() : QApplication::style();
+    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &cell, painter, cell.widget);
+
+    QRect text = cell.rect.adjusted(margin, 0, -margin, 0);
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    const QString status = index.data(VirtualMachinesController::StatusRole).toString();
+    if (index.column() == VirtualMachinesController::StatusColumn && !status.isEmpty()) {
+        drawDot(painter, cell.rect, status);
+        text.setLeft(text.left() + dot + margin);
+        if (!cell.icon.isNull()) {
+            const QRect place(text.left() + cell.fontMetrics.horizontalAdvance(cell.text) + margin,
+                              cell.rect.center().y() - lock / 2 + 1, lock, lock);
+            cell.icon.paint(painter, place, Qt::AlignCenter,
+                            cell.state & QStyle::State_Selected ? QIcon::Selected : QIcon::Normal);
+        }
+    }
+    const bool selected = cell.state & QStyle::State_Selected;
+    const QPalette::ColorGroup group =
+        cell.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive;
+    painter->setPen(
+        cell.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text));
+    painter->setFont(cell.font);
+    painter->drawText(
+        text, Qt::AlignLeft | Qt::AlignVCenter,
+        QFontMetrics(cell.font).elidedText(cell.text, cell.textElideMode, text.width()));
+    painter->restore();
+}

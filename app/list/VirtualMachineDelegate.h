@@ -1,0 +1,23 @@
+// Draws the cells of the VM list.
+#pragma once
+
+#include <QStyledItemDelegate>
+
+// The name stands out a little; the status has a dot of its colour before the words and the lock
+// of a policy, if any, behind them.
+class VirtualMachineDelegate : public QStyledItemDelegate
+{
+    Q_OBJECT
+
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    // Logical pixels, from the widget's font.
+    static int rowHeight(const QWidget *widget);
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override;
+};

@@ -1,0 +1,90 @@
+#include "app/list/VirtualMachinesTable.h"
+
+#include "app/list/VirtualMachineDelegate.h"
+#include "app/list/VirtualMachinesController.h"
+
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QMouseEvent>
+
+#include <algorithm>
+
+VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
+{
+    setSelectionBehavior(SelectRows);
+    setSelectionMode(ExtendedSelection);
+    setEditTriggers(NoEditTriggers);
+    setShowGrid(false);
+    setWordWrap(false);
+    setTabKeyNavigation(false);
+    setHorizontalScrollMode(ScrollPerPixel);
+    setVerticalScrollMode(ScrollPerPixel);
+    setItemDelegate(new VirtualMachineDelegate(this));
+    verticalHeader()->hide();
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setDefaultSectionSize(VirtualMachineDelegate::rowHeight(this));
+    horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+    horizontalHeader()->setHighlightSections(false);
+    horizontalHeader()->setMinimumSectionSize(60);
+    horizontalHeader()->setStretchLastSection(true);
+}
+
+int VirtualMachinesTable::selectedRow() const
+{
+    const QModelIndex current = currentIndex();
+    if (current.isValid() && selectionModel()->isRowSelected(current.row())) {
+        return current.row();
+    }
+    const QList<int> rows = selectedRows();
+    return rows.isEmpty() ? -1 : rows.first();
+}
+
+QList<int> VirtualMachinesTable::selectedRows() const
+{
+    QList<int> rows;
+    for (const QModelIndex &index : selectionModel()->selectedRows()) {
+        rows.append(index.row());
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+QByteArray VirtualMachinesTable::saveColumns() const
+{
+    return horizontalHeader()->saveState();
+}
+
+void VirtualMachinesTable::restoreColumns(const QByteArray &state)
+{
+    if (!horizontalHeader()->restoreState(state)) {
+        setColumnWidth(VirtualMachinesController::NameColumn, 300);
+        setColumnWidth(VirtualMachinesController::VersionColumn, 130);
+    }
+}
+
+void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
+{
+    switch (event->key()) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        Q_EMIT returnPressed();
+        return;
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+        Q_EMIT deletePressed();
+        return;
+    case Qt::Key_Escape:
+        Q_EMIT escapePressed();
+        return;
+    default:
+        QTableView::keyPressEvent(event);
+    }
+}
+
+void VirtualMachinesTable::mouseDoubleClickEvent(QMouseEvent *event)
+{
+    QTableView::mouseDoubleClickEvent(event);
+    if (event->button() == Qt::LeftButton && indexAt(event->position().toPoint()).isValid()) {
+        Q_EMIT doubleClickedRow();
+    }
+}

@@ -1,0 +1,32 @@
+// The table of the VM list: whole rows, plain keys for the common actions.
+#pragma once
+
+#include <QTableView>
+
+class VirtualMachinesTable : public QTableView
+{
+    Q_OBJECT
+
+public:
+    explicit VirtualMachinesTable(QWidget *parent = nullptr);
+
+    // The row that a command on one VM means: the current row if it is selected, else the first
+    // selected one; -1 without a selection.
+    int selectedRow() const;
+    // All selected rows, from top to bottom.
+    QList<int> selectedRows() const;
+
+    // Column widths, and what restores them.
+    QByteArray saveColumns() const;
+    void restoreColumns(const QByteArray &state);
+
+Q_SIGNALS:
+    void doubleClickedRow();
+    void returnPressed();
+    void deletePressed();
+    void escapePressed();
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+};

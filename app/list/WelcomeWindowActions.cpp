@@ -1,0 +1,236 @@
+// The actions of the VM list: what WelcomeWindowController asks of models and of the controller.
+#include "app/list/WelcomeWindowController.h"
+
+#include "app/kit/Alert.h"
+#include "app/kit/SheetCodes.h"
+#include "app/list/LongOperationWindow.h"
+#include "app/list/LongRunningOperationWindowController.h"
+#include "app/list/VirtualMachinesController.h"
+#include "app/list/VirtualMachinesTable.h"
+#include "app/shell/TarvVM.h"
+#include "hostlib/vm/addons.h"
+#include "hostlib/vm/vm.h"
+#include "hostlib/vm/vmlib.h"
+#include "policy/kv.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QGuiApplication>
+#include <QPointer>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+constexpr int32_t mode_normal = 0;
+constexpr int32_t mode_forced = 1;
+constexpr int32_t mode_recovery = 2;
+
+// Whether a VM carries the guest add-ons; it reads its disk and runs external tools.
+bool hasAddons(const QByteArray &vmid)
+{
+    const std::unique_ptr<vmlib, decltype(&vmlib_close)> library(vmlib_open(nullptr), &vmlib_close);
+    const std::unique_ptr<vm, decltype(&vm_close)> record(
+        library ? vmlib_get(library.get(), vmid.constData(), nullptr) : nullptr, &vm_close);
+    const std::unique_ptr<kv, decltype(&kv_free)> version(vm_read_addons_version(record.get()),
+                                                          &kv_free);
+    return version != nullptr;
+}
+
+// A runner outlives the window that started it: closing the window ends no command.
+TarvCTL *newRunner()
+{
+    return new TarvCTL(QCoreApplication::instance());
+}
+} // namespace
+
+void WelcomeWindowController::virtualMachinesTableDoubleClickAction()
+{
+    TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow());
+    if (!vm) {
+        return;
+    }
+    if (QGuiApplication::keyboardModifiers().testFlag(Qt::AltModifier)) {
+        vm->start(mode_forced);
+        return;
+    }
+    startByAddons(vm);
+}
+
+void WelcomeWindowController::startByAddons(TarvVM *vm)
+{
+    const QString vmid = vm->uuid();
+    if (m_starting.contains(vmid)) {
+        return; // its add-ons version is being read; one start follows
+    }
+    m_starting.insert(vmid);
+    // The shared one: a start that was asked for happens also when this window closes meanwhile.
+    BackgroundWork::shared().run(
+        BackgroundWork::Lane::guests,
+        [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
+            const int32_t mode = hasAddons(QFile::encodeName(vmid)) ? mode_normal : mode_forced;
+            return [self, vmid, mode] {
+                if (self) {
+                    self->m_starting.remove(vmid);
+                }
+                TarvVM *known = self ? self->m_machines->find(vmid) : nullptr;
+                known ? known->start(mode) : TarvVM(vmid).start(mode);
+            };
+        });
+}
+
+// Statuses first, for all at once: the starts then follow in the order of the selection.
+void WelcomeWindowController::startSelected(int32_t mode)
+{
+    const QStringList vmids = selectedIdentifiers();
+    m_statuses.gather(vmids, [this, vmids, mode](const QSet<QString> &silent) {
+        for (const QString &vmid : vmids) {
+            TarvVM *vm = m_machines->find(vmid);
+            silent.contains(vmid) ? vm->start(mode) : vm->start(mode, m_machines->shownStatus(vm));
+        }
+    });
+}
+
+void WelcomeWindowController::openDocument(QObject *)
+{
+    startSelected(mode_normal);
+}
+
+void WelcomeWindowController::forceStartVirtualMachine(QObject *)
+{
+    startSelected(mode_forced);
+}
+
+void WelcomeWindowController::recoverVirtualMachine(QObject *)
+{
+    startSelected(mode_recovery);
+}
+
+void WelcomeWindowController::runLongCommand(const QString &command, const QString &description,
+                                             const QStringList &virtualMachines,
+                                             const QStringList &options)
+{
+    if (virtualMachines.isEmpty()) {
+        return;
+    }
+    const std::shared_ptr<LongRunningOperationWindowController> operation(
+        LongRunningOperationWindowController::controller(), DeleteLater());
+    operation->setTitle(description);
+
+    TarvCTL *runner = newRunner();
+    const auto finished = [self = QPointer(this), runner,
+                           sheet = QPointer<QDialog>(operation->sheet())] {
+        if (sheet) {
+            sheet->done(SheetStop);
+        }
+        if (runner->exitStatus() == 0 && self) {
+            self->reloadVirtualMachines();
+        }
+        runner->deleteLater();
+    };
+    runner->execute(longCommandArguments(command, options, virtualMachines), std::nullopt,
+                    [finished](const QJsonValue &, const auto &) { finished(); });
+    beginSheet(operation->sheet(), [operation, running = QPointer(runner)](int response) {
+        if (running && response == SheetCancel) {
+            running->abort();
+        } else if (running && response == SheetContinue) {
+            running->detach();
+            running->deleteLater();
+        }
+    });
+}
+
+void WelcomeWindowController::runCommand(ListCommand command)
+{
+    if (std::exchange(m_preparing, true)) {
+        return;
+    }
+    const QStringList vmids = selectedIdentifiers();
+    m_statuses.gather(vmids, [this, vmids, command](const QSet<QString> &) {
+        m_preparing = false;
+        QStringList taken;
+        for (const QString &vmid : vmids) {
+            if (takesVM(command, m_machines->shownStatus(m_machines->find(vmid)))) {
+                taken.append(vmid);
+            }
+        }
+        const ListCommandForm form = listCommandForm(command);
+        runLongCommand(form.command, form.title, taken, form.options);
+    });
+}
+
+void WelcomeWindowController::stopVirtualMachine(QObject *)
+{
+    runCommand(ListCommand::stop);
+}
+
+void WelcomeWindowController::forceStopVirtualMachine(QObject *)
+{
+    runCommand(ListCommand::forceStop);
+}
+
+void WelcomeWindowController::suspendVirtualMachine(QObject *)
+{
+    runCommand(ListCommand::suspend);
+}
+
+void WelcomeWindowController::rebootVirtualMachine(QObject *)
+{
+    runCommand(ListCommand::reboot);
+}
+
+void WelcomeWindowController::copyVirtualMachine(QObject *)
+{
+    if (const TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow())) {
+        runLongCommand(u"clone"_s, tr("Copying ..."), {vm->uuid(), uniqueNameForName(vm->name())},
+                       {u"--copy"_s});
+    }
+}
+
+void WelcomeWindowController::cloneVirtualMachine(QObject *)
+{
+    if (const TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow())) {
+        TarvCTL::executeCommand({u"clone"_s, vm->uuid(), uniqueNameForName(vm->name())});
+    }
+}
+
+void WelcomeWindowController::delete_(QObject *)
+{
+    const QStringList arguments = deleteArguments(selectedIdentifiers());
+    if (arguments.isEmpty()) {
+        return;
+    }
+    QStringList names;
+    for (const TarvVM *vm : selectedObjects()) {
+        names.append(vm->name());
+    }
+    Alert alert(deleteQuestion(names));
+    alert.addButton(tr("Delete")).addButton(tr("Cancel"));
+    alert.beginSheet(window(), [this, arguments](int result) {
+        if (result == AlertFirstButton) {
+            runDelete(arguments);
+        }
+    });
+}
+
+void WelcomeWindowController::runDelete(const QStringList &arguments)
+{
+    TarvCTL *runner = newRunner();
+    runner->execute(arguments, std::nullopt,
+                    [self = QPointer(this), runner](const QJsonValue &, const auto &) {
+                        if (runner->exitStatus() == 0 && self) {
+                            self->reloadVirtualMachines();
+                        }
+                        runner->deleteLater();
+                    });
+}
+
+QString WelcomeWindowController::uniqueNameForName(const QString &name) const
+{
+    QStringList taken;
+    for (const TarvVM *vm : m_machines->arrangedObjects()) {
+        taken.append(vm->name());
+    }
+    return uniqueName(name, taken);
+}
