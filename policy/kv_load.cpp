@@ -144,7 +144,7 @@ kv::Owner make_scalar(const yaml_event_t &event)
         node->type = meaning.type;
         node->number = meaning.number;
     } else if (scalar.style == YAML_PLAIN_SCALAR_STYLE) {
-        // "! 12" says that it is a text; quotes say so too.
+        // A "!" with nothing behind it is the empty text.
         node->form.style = YAML_SINGLE_QUOTED_SCALAR_STYLE;
     }
     return node;

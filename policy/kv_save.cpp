@@ -136,7 +136,11 @@ private:
 
     bool saveScalar(const kv &node)
     {
-        return saveText(node.form.tag, write_scalar(node, m_flow > 0));
+        const Written written = write_scalar(node, m_flow > 0);
+        // Flow style has no plain text with a colon in it, and a date in quotes would be a text.
+        const bool tagged_date = m_flow > 0 && node.type == KV_DATE && node.form.tag.empty() &&
+                                 written.text.find(':') != std::string::npos;
+        return saveText(tagged_date ? "tag:yaml.org,2002:timestamp" : node.form.tag, written);
     }
 
     bool saveList(const kv &list)

@@ -52,7 +52,7 @@ TEST(KvYaml, rewritesADocumentAsItWas)
              "script: |\n  one\n    two\nfolded: >\n  some text\n\"quoted key\": 1\n",
              "---\n# below the marker\na: 1\n",
              "# only\n--- # here\n\n# and here\na: é\n",
-             "a: {}\nb: []\n",
+             "a: {}\nb: []\nc: [2026-11-21, !!timestamp '2026-11-21T09:18:31Z']\n",
          })
         EXPECT_EQ(rewritten(text), text);
 }
