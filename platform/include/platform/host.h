@@ -7,6 +7,10 @@
 // variable TARV_HOST_ARM64 (0 or 1) substitutes the answer for tests.
 int platform_host_is_arm64();
 
+// The processor that this program was built for, as it stands in names of files: "intel" or
+// "arm64".
+const char *platform_build_name();
+
 // The interface of the default route, as a text valid until the next call on this thread; null
 // with errno ENOPROTOOPT (none) or EFAULT.
 const char *platform_primary_interface();
@@ -14,7 +18,9 @@ const char *platform_primary_interface();
 // when it has none, EFAULT when it can't be asked.
 in_addr_t platform_interface_address(const char *interface);
 
-// Absolute paths that the texts of the product name. Tests put others in their place.
+// Absolute paths at which parts of the product are installed. The environment variable
+// TARV_SUPPORT_DIR moves the support directory; tests put others in the place of any (null: as
+// before).
 enum class PlatformPath
 {
     pkgutil,

@@ -15,12 +15,15 @@ enum : int
     PROCESS_ZOMBIE = 5
 };
 
+// Whether the system's table of processes can be read at all. 0, or -1 with errno set.
+int platform_process_table();
 // The state code of a process; 0 when there is no such process, -1 with errno when the kernel
 // can't be asked.
 int platform_process_state(pid_t pid);
 // When a process started: seconds since the epoch, or -1 with errno set.
 int64_t platform_process_start(pid_t pid);
-// A number that tells this process from a later one of the same pid; 0 when it is gone.
+// A number that tells this process from a later one of the same pid, also after the machine was
+// started again; 0 when it is gone.
 uint64_t platform_process_identity(pid_t pid);
 
 // The process and user at the other end of a local socket. -1 with errno set.
@@ -33,16 +36,17 @@ struct platform_launch
 {
     const char *path;
     char *const *argv;
-    char *const *envp;
+    char *const *envp;    // or null: this process's own
     int dirfd = AT_FDCWD; // the directory to run in
     int stdin_fd = -1;
     int stdout_fd = -1;
     int stderr_fd = -1;
 };
-// Starts a child. Its pid, or -1 with errno set.
+// Starts a child, with this thread's blocked and ignored signals. Its pid, or -1 with errno set.
 pid_t platform_spawn(const platform_launch &launch);
 // The same for a child that must not outlive this thread, and can keep `extra` more descriptors
-// open under their own numbers. ENOTSUP where the system can't.
+// (above 2) open under their own numbers. It starts with no signal blocked or ignored. ENOTSUP
+// where the system can't.
 pid_t platform_spawn_bound(const platform_launch &launch, const int *extra, int extra_count);
 
 // The login name of a user, or null.

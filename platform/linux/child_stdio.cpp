@@ -1,0 +1,18 @@
+#include "platform/linux/child_stdio.h"
+
+#include <fcntl.h>
+
+bool ChildStdio::prepare(const platform_launch &launch)
+{
+    const int given[] = {launch.stdin_fd, launch.stdout_fd, launch.stderr_fd};
+    for (int target = 0; target < 3; target++) {
+        m_source[target] = given[target];
+        if (given[target] < 0 || given[target] > 2 || given[target] == target)
+            continue;
+        m_moved[target].reset(fcntl(given[target], F_DUPFD_CLOEXEC, 3));
+        m_source[target] = m_moved[target].get();
+        if (!m_moved[target])
+            return false;
+    }
+    return true;
+}
