@@ -1,0 +1,160 @@
+#include "hostlib/config/config_table.h"
+
+#include "hostlib/utils/utils.h"
+
+#include "platform/file.h"
+#include "platform/host.h"
+#include "platform/process.h"
+#include "platform/unique_fd.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <ini.h>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t file_cap = 1 << 20;
+
+struct FreeTable
+{
+    void operator()(ConfigTable *table) const
+    {
+        const int saved = errno;
+        config_table_free(table);
+        errno = saved;
+    }
+};
+using Table = std::unique_ptr<ConfigTable, FreeTable>;
+using File = std::unique_ptr<FILE, int (*)(FILE *)>;
+
+// All of a settings file. False with errno set; EFBIG when it is no settings file by its size.
+bool read_file(int fd, std::string &text)
+{
+    char chunk[8192];
+    for (;;) {
+        const ssize_t count = read(fd, chunk, sizeof chunk);
+        if (count == 0)
+            return true;
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return false;
+        text.append(chunk, size_t(count));
+        if (text.size() > file_cap) {
+            errno = EFBIG;
+            return false;
+        }
+    }
+}
+
+// Takes the lines of an open file into the table; lines that are malformed are passed over. False
+// with errno set when the file can't be read.
+bool parse_file(ConfigTable *table, int fd)
+{
+    std::string text;
+    if (!read_file(fd, text))
+        return false;
+    if (text.empty())
+        return true;
+    const File stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
+    if (!stream)
+        return false;
+    // The parser would cut lines at 200 bytes.
+    ini_use_stack = false;
+    ini_allow_realloc = true;
+    ini_max_line = int(file_cap) + 3;
+    ini_parse_file(stream.get(), config_handler, table);
+    return true;
+}
+
+// The files that are looked for in a directory, in this order. What can't be opened is skipped.
+bool parse_directory(ConfigTable *table, int dirfd)
+{
+    const char *user = platform_user_name(getuid());
+    const std::string names[] = {
+        "settings.ini", std::string("settings_") + platform_build_name() + ".ini",
+        "settings_" + (user != nullptr ? std::string(user) : std::to_string(getuid())) + ".ini"};
+    for (const std::string &name : names) {
+        const UniqueFd fd(platform_openat_locked(dirfd, name.substr(0, 255).c_str(), O_RDONLY,
+                                                 FileLock::shared, 0));
+        if (fd && !parse_file(table, fd.get()))
+            return false;
+    }
+    return true;
+}
+
+UniqueFd open_element(const char *path)
+{
+    if (std::strncmp(path, "~/", 2) != 0)
+        return UniqueFd(platform_openat_locked(AT_FDCWD, path, O_RDONLY, FileLock::shared, 0));
+    const int home = home_fd();
+    if (home == -1)
+        return {};
+    return UniqueFd(platform_openat_locked(home, path + 2, O_RDONLY, FileLock::shared, 0));
+}
+
+// One element of the search list. False with errno set.
+bool read_element(ConfigTable *table, const char *path)
+{
+    const UniqueFd fd = open_element(path);
+    struct stat status;
+    if (!fd || fstat(fd.get(), &status) != 0)
+        return errno == ENOENT;
+    return S_ISDIR(status.st_mode) ? parse_directory(table, fd.get()) : parse_file(table, fd.get());
+}
+
+// Makes the product's directories, unless a user has moved them. Failures show where they are used.
+void make_directories(const ConfigTable *table)
+{
+    for (const char *key : {"vm_lib_dir", "img_lib_dir", "state_lib_dir", "tag_lib_dir"}) {
+        ConfigEntry *entry = config_table_find(table, key);
+        if (entry == nullptr || entry->overridden != 0)
+            continue;
+        const char *path = config_entry_get_path(entry);
+        if (path != nullptr && *path != '\0' && access(path, F_OK) != 0 && errno == ENOENT)
+            mkdirat_p(AT_FDCWD, path, 0755);
+    }
+}
+
+} // namespace
+
+int config_handler(void *table, const char *section, const char *key, const char *value)
+{
+    if (strcasecmp(section, "tarv") != 0)
+        return 1;
+    char variable[134];
+    std::snprintf(variable, sizeof variable, "TARV_%s", key);
+    for (char *letter = variable; *letter != '\0'; letter++)
+        *letter = char(std::toupper(static_cast<unsigned char>(*letter)));
+    const char *environment = std::getenv(variable);
+    config_table_set(static_cast<ConfigTable *>(table), key,
+                     environment != nullptr ? environment : value, environment != nullptr);
+    return 1;
+}
+
+ConfigTable *config_open(const char *list)
+{
+    Table table(config_table_new());
+    if (!table)
+        return nullptr;
+    for (std::string_view rest = list;;) {
+        const size_t colon = rest.find(':');
+        if (!read_element(table.get(), std::string(rest.substr(0, colon)).c_str()))
+            return nullptr;
+        if (colon == std::string_view::npos)
+            break;
+        rest.remove_prefix(colon + 1);
+    }
+    make_directories(table.get());
+    return table.release();
+}
