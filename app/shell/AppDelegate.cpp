@@ -9,10 +9,12 @@
 #include "app/shell/Arguments.h"
 #include "app/shell/ServiceNotifications.h"
 #include "app/shell/SingleInstance.h"
+#include "app/shell/TarvVM.h"
 #include "tarvhv/tarvhv.h"
 
 #include <QApplication>
 #include <QMessageBox>
+#include <QPointer>
 #include <QUuid>
 
 #include <algorithm>
@@ -57,6 +59,10 @@ AppDelegate::~AppDelegate()
 
 void AppDelegate::applicationWillFinishLaunching(SingleInstance *instance)
 {
+    TarvVM::setDisplayOpener([self = QPointer(this)](const QString &path, int index) {
+        if (self)
+            self->viewDisplay(path, index);
+    });
     if (!instance)
         return;
     connect(instance, &SingleInstance::activationRequested, this, &AppDelegate::activate);
