@@ -1,0 +1,234 @@
+#include "hostlib/vms/vms.h"
+
+#include "hostlib/config/config.h"
+#include "hostlib/utils/utils.h"
+#include "platform/host.h"
+#include "platform/process.h"
+#include "platform/unique_fd.h"
+#include "policy/owners.h"
+#include "tarvhv/cli2.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// How long a service may take to answer a question about a VM, and to acknowledge a stop.
+constexpr timeval answer_timeout{5, 0};
+constexpr timeval stop_timeout{30, 0};
+
+const char *launch_socket()
+{
+    static const std::string path = [] {
+        const char *set = config_get_path("vlaunch_sock");
+        return std::string(set ? set : platform_path(PlatformPath::vlaunchd_socket));
+    }();
+    return path.c_str();
+}
+
+std::array<char, 1024> service_socket(const char *id)
+{
+    std::array<char, 1024> path;
+    snprintf(path.data(), path.size(), "/tmp/com.quelda.tarvhv.%s.%d.sock", id,
+             static_cast<int>(getuid()));
+    return path;
+}
+
+// The VM's job at the launch service, as a JSON text of at most `Size` - 1 characters.
+template <size_t Size>
+std::array<char, Size> quoted_label(const char *id)
+{
+    std::array<char, Size> label;
+    snprintf(label.data(), label.size(), "\"com.quelda.tarvhv.%s\"", id);
+    return label;
+}
+
+// What an answer says went wrong. `error` is the errno of reading it.
+const char *reason(const struct json *answer, int error)
+{
+    const auto code = static_cast<int>(json_find_int64(answer, "error", error));
+    return json_find_str(answer, "message", strerror(code));
+}
+
+void set_process(struct kv *status, int fd, const char *id)
+{
+    const pid_t pid = platform_peer_pid(fd);
+    if (pid < 0) {
+        dprintf(log_fd, "vms: %s: failed to get pid: %s\r\n", id, strerror(errno));
+        return;
+    }
+    kv_set_type(status, "pid", pid, KV_INT);
+    const int64_t start = platform_process_start(pid);
+    if (start >= 0)
+        kv_set_type(status, "start_date", start, KV_DATE);
+}
+
+void set_malfunction(struct kv *status, const char *id, const char *why)
+{
+    dprintf(log_fd, "vms: %s: failed to recv status: %s\r\n", id, why);
+    kv_set_type(status, "status", "malfunction", KV_CONST);
+}
+
+// Lets the supervisor know and waits for it to acknowledge, or to go.
+void stop_service(const char *id)
+{
+    const UniqueFd fd(vms_connect(id, "stop"));
+    if (!fd)
+        return;
+    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &stop_timeout, sizeof stop_timeout);
+    char acknowledgement[1024];
+    cli2_recv(fd.get(), acknowledgement, sizeof acknowledgement, 0);
+}
+
+} // namespace
+
+int vconnect(const char *command)
+{
+    const int fd = cli2_connect(launch_socket(), command);
+    if (fd < 0) {
+        const int error = errno;
+        dprintf(log_fd, "vms: %s: vlaunchd service unavailable: %s\r\n", launch_socket(),
+                strerror(error));
+        errno = error;
+    }
+    return fd;
+}
+
+int vms_connect(const char *id, const char *command)
+{
+    if (!id) {
+        errno = ESRCH;
+        return -1;
+    }
+    return cli2_connect(service_socket(id).data(), command);
+}
+
+struct kv *vms_status(const char *id)
+{
+    UniqueFd fd(vms_connect(id, "status"));
+    KvOwner status(fd ? kv_new_type(KV_MAP) : nullptr);
+    if (!status)
+        return nullptr;
+    set_process(status.get(), fd.get(), id);
+    const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
+    fd.reset();
+    if (!answer) {
+        // The VM ended between accepting and answering.
+        if (errno == ENOTCONN || errno == ENOENT)
+            return nullptr;
+        set_malfunction(status.get(), id, strerror(errno));
+    } else if (strcasecmp(json_find_str(answer.get(), "status", "ERROR"), "OK") != 0) {
+        set_malfunction(status.get(), id, json_find_str(answer.get(), "message", "unknown"));
+    } else {
+        kv_set_json(status.get(), json_find_member(answer.get(), "body"));
+        kv_set_type(status.get(), "status", "running", KV_CONST);
+    }
+    return status.release();
+}
+
+int vms_exit_status(const char *id)
+{
+    if (!id) {
+        errno = ECHILD;
+        return -1;
+    }
+    UniqueFd fd(vconnect("status"));
+    if (!fd) {
+        const int error = errno;
+        dprintf(log_fd, "vms: %s: failed to request status: connection failed: %s\r\n", id,
+                strerror(error));
+        errno = error;
+        return -1;
+    }
+    const auto label = quoted_label<128>(id);
+    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
+    errno = 0;
+    const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
+    const int error = errno;
+    fd.reset();
+    // Unlike in vms_status, "OK" is compared with its case.
+    if (strcmp(json_find_str(answer.get(), "status", ""), "OK") != 0 &&
+        json_find_int64(answer.get(), "error", 0) != CLI2_ERROR_JOB_ENDED)
+        dprintf(log_fd, "vms: %s: failed to get status: %s\r\n", id, reason(answer.get(), error));
+    return static_cast<int>(json_find_int64(answer.get(), "body.status", 0));
+}
+
+int vms_wait(const char *id, unsigned timeout_s)
+{
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
+    if (const KvOwner status{vms_status(id)}) {
+        const auto pid = static_cast<pid_t>(kv_get_int(status.get(), "pid", 0));
+        while (pid_alive(pid)) {
+            usleep(100000);
+            if (timeout_s > 0 && Clock::now() - start >= std::chrono::seconds(timeout_s)) {
+                errno = ETIMEDOUT;
+                return -1;
+            }
+        }
+    }
+    return vms_exit_status(id);
+}
+
+int vms_stop(const char *id)
+{
+    if (!id) {
+        errno = ESRCH;
+        return -1;
+    }
+    UniqueFd fd(vconnect("remove"));
+    if (!fd) {
+        const int error = errno;
+        dprintf(log_fd, "vms: %s: failed to remove job: connection failed: %s\r\n", id,
+                strerror(error));
+        errno = error;
+        return -1;
+    }
+    const auto label = quoted_label<1024>(id);
+    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
+    errno = 0;
+    const JsonOwner answer(cli2_recv_json(fd.get()));
+    const int error = errno;
+    fd.reset();
+    if (strcmp(json_find_str(answer.get(), "status", ""), "OK") != 0) {
+        dprintf(log_fd, "vms: %s: failed to remove job: %s\r\n", id, reason(answer.get(), error));
+        errno = error ? error : EPROTO;
+        return -1;
+    }
+    if (config_get_platform() == 2)
+        stop_service(id);
+    unlink(service_socket(id).data());
+    return 0;
+}
+
+pid_t vms_getpid(const char *id)
+{
+    if (!id) {
+        errno = ESRCH;
+        return -1;
+    }
+    const UniqueFd fd(vms_connect(id, nullptr));
+    if (!fd)
+        return -1;
+    if (config_get_platform() != 1) {
+        cli2_send(fd.get(), "status\r\n", 8, 0);
+        const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
+        return static_cast<pid_t>(json_find_int64(answer.get(), "body.pid", -1));
+    }
+    const pid_t pid = platform_peer_pid(fd.get());
+    if (pid < 0)
+        dprintf(log_fd, "vms: %s: failed to get pid: %s\r\n", id, strerror(errno));
+    return pid;
+}
+
+int vms_isrunning(const char *id)
+{
+    return UniqueFd(vms_connect(id, nullptr)) ? 1 : 0;
+}
