@@ -1,0 +1,257 @@
+#include "platform/memory.h"
+#include "tarvhv/display/TarvDisplay.h"
+#include "tests/display/FakeSupervisor.h"
+
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <thread>
+
+namespace {
+
+class Delegate : public TarvDisplayDelegate
+{
+public:
+    void displayNotification(TarvDisplay *) override { notifications++; }
+    void displayPasteboardDataDidChange(TarvDisplay *, const QByteArray &archive) override
+    {
+        pasteboard = archive;
+    }
+    void displayDidClose(TarvDisplay *display) override
+    {
+        closes++;
+        if (deleteOnClose)
+            delete display;
+    }
+    int notifications = 0;
+    int closes = 0;
+    bool deleteOnClose = false;
+    QByteArray pasteboard;
+};
+
+class ChannelDisplayTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        std::thread answering([this] { m_fake.answer(64, 32); });
+        m_display = TarvDisplayCreate(m_fake.path() + QStringLiteral(":2"), 2);
+        answering.join();
+        ASSERT_NE(m_display, nullptr) << std::strerror(errno);
+        m_display->setDelegate(&m_delegate);
+    }
+    // The viewer's answer to a serial, once the view has taken the frame over.
+    bool acknowledges(int serial)
+    {
+        m_display->acknowledgeFrame();
+        return spin_until([&] {
+            const auto done = m_fake.received(DISPLAY_DAMAGE_DONE);
+            return !done.empty() && done.back().arg[0] == serial;
+        });
+    }
+    FakeSupervisor m_fake;
+    Delegate m_delegate;
+    std::unique_ptr<TarvDisplay> m_display;
+};
+
+TEST_F(ChannelDisplayTest, describesTheScreenItAskedFor)
+{
+    EXPECT_EQ(m_fake.request, "display\r\n{\"index\":2}");
+    EXPECT_TRUE(m_display->path().endsWith(QStringLiteral(":2")));
+    EXPECT_EQ(m_display->uuid(), QStringLiteral("0f0e"));
+    EXPECT_EQ(m_display->name(), QStringLiteral("fake"));
+    EXPECT_EQ(m_display->index(), 2u);
+    EXPECT_EQ(m_display->totalDisplays(), 3u);
+    EXPECT_EQ(m_display->width(), 64);
+    EXPECT_EQ(m_display->caps(), DISPLAY_CAP_COPY | DISPLAY_CAP_PASTE);
+    EXPECT_TRUE(m_display->allowsLiveResize() && m_display->absolutePointer());
+}
+
+TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
+{
+    const QSignalSpy damaged(m_display.get(), &TarvDisplay::damaged);
+    m_fake.setPixel(3, 4, 0x123456);
+    m_fake.send(DISPLAY_DAMAGE, {0, 0, 8, 8, 1, 0});
+    m_fake.send(DISPLAY_DAMAGE, {2, 2, 2, 2, 1, 1});
+    ASSERT_TRUE(spin_until([&] { return m_delegate.notifications > 0; }));
+    EXPECT_EQ(m_delegate.notifications, 1);
+    ASSERT_EQ(damaged.count(), 1);
+    EXPECT_EQ(damaged[0][0].toRect(), QRect(0, 0, 8, 8));
+    EXPECT_EQ(reinterpret_cast<const uint32_t *>(m_display->fbuf())[4 * 64 + 3], 0x123456u);
+    EXPECT_TRUE(m_fake.received(DISPLAY_DAMAGE_DONE).empty()) << "not yet taken over";
+    EXPECT_TRUE(acknowledges(1));
+    m_display->acknowledgeFrame();
+    EXPECT_EQ(m_fake.received(DISPLAY_DAMAGE_DONE).size(), 1u);
+
+    m_fake.send(DISPLAY_DAMAGE, {500, 500, 1, 1, 2, 1});
+    EXPECT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_DAMAGE_DONE).size() == 2; }))
+        << "damage outside the picture is answered for without a paint";
+}
+
+TEST_F(ChannelDisplayTest, followsModePointerAndCapabilities)
+{
+    const QSignalSpy damaged(m_display.get(), &TarvDisplay::damaged);
+    const QSignalSpy pointer(m_display.get(), &TarvDisplay::pointerChanged);
+    const QSignalSpy mode(m_display.get(), &TarvDisplay::pointerModeChanged);
+    UniqueFd image(platform_memory_create("cursor", 4 * 4 * 4));
+    m_fake.send(DISPLAY_CURSOR, {4, 4, 9, 1}, std::move(image));
+    m_fake.send(DISPLAY_POINTER, {0});
+    m_fake.send(DISPLAY_CAPS, {0});
+    m_fake.changeMode(100, 80);
+    ASSERT_TRUE(spin_until([&] { return m_delegate.notifications > 0; }));
+    EXPECT_EQ(m_display->width(), 100);
+    EXPECT_EQ(m_display->height(), 80);
+    EXPECT_TRUE(damaged[0][0].toRect().isEmpty());
+    ASSERT_EQ(pointer.count(), 1);
+    EXPECT_EQ(pointer[0][0].value<QImage>().size(), QSize(4, 4));
+    EXPECT_EQ(pointer[0][1].toPoint(), QPoint(3, 1)) << "the hot spot is held inside";
+    EXPECT_EQ(mode.count(), 1);
+    EXPECT_FALSE(m_display->absolutePointer());
+    EXPECT_FALSE(m_display->preparePasteboardForPolling());
+}
+
+TEST_F(ChannelDisplayTest, asksForASizeOnceUntilTheGuestChanges)
+{
+    m_display->setWidth(64, 32, false); // the guest's own
+    m_display->setWidth(800, 600, false);
+    m_display->setWidth(800, 600, false);
+    ASSERT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 1; }));
+    m_fake.changeMode(640, 480); // by itself
+    ASSERT_TRUE(spin_until([&] { return m_display->width() == 640; }));
+    m_display->setWidth(800, 600, false);
+    EXPECT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 2; }));
+    m_display->setWidth(640, 480, false); // what it has until it follows
+    m_fake.changeMode(800, 600);
+    ASSERT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 3; }));
+    EXPECT_EQ(m_fake.received(DISPLAY_RESIZE)[2].arg[0], 640);
+}
+
+TEST_F(ChannelDisplayTest, carriesPasteboardsBothWays)
+{
+    m_display->sendPasteboard(QByteArray("to the guest"));
+    m_display->requestPasteboard(true);
+    ASSERT_TRUE(spin_until([&] { return !m_fake.received(DISPLAY_PASTEBOARD_ASK).empty(); }));
+    EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND)[0].arg[0], 12);
+    UniqueFd memory(platform_memory_create("pasteboard", 14));
+    ASSERT_EQ(pwrite(memory.get(), "from the guest", 14, 0), 14);
+    m_fake.send(DISPLAY_PASTEBOARD, {14}, std::move(memory));
+    EXPECT_TRUE(spin_until([&] { return m_delegate.pasteboard == "from the guest"; }));
+    m_display->sendPasteboard(QByteArray(DISPLAY_PASTEBOARD_MAX + 1, 'x'));
+    EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND).size(), 1u);
+}
+
+TEST_F(ChannelDisplayTest, closesOnceWhenTheSupervisorGoes)
+{
+    m_fake.send(DISPLAY_DAMAGE, {0, 0, 1, 1, 1, 1});
+    m_fake.send(DISPLAY_CLOSED, {DISPLAY_CLOSE_STOPPED});
+    m_fake.hangUp();
+    ASSERT_TRUE(spin_until([&] { return m_delegate.closes > 0; }));
+    EXPECT_EQ(m_delegate.notifications, 1) << "what came before is still shown";
+    EXPECT_EQ(m_display->fbuf(), nullptr);
+    m_display->sendKey(1, true);
+    m_display->acknowledgeFrame();
+    spin_until([&, turns = 0]() mutable { return ++turns > 20; });
+    EXPECT_EQ(m_delegate.closes, 1);
+}
+
+TEST_F(ChannelDisplayTest, closesOnAPacketThatIsNone)
+{
+    ASSERT_EQ(send(m_fake.channel(), "short", 5, 0), 5);
+    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+}
+
+TEST_F(ChannelDisplayTest, closesOnAFrameBufferThatCouldFault)
+{
+    m_fake.send(DISPLAY_MODE, {64, 32, 0, 1}, UniqueFd(platform_memory_create("bad", 1 << 20)));
+    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+}
+
+TEST_F(ChannelDisplayTest, mayBeDeletedByWhatItTells)
+{
+    m_delegate.deleteOnClose = true;
+    (void)m_display.release();
+    m_fake.hangUp();
+    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+}
+
+TEST_F(ChannelDisplayTest, keepsTheEventLoopAliveUnderAFlood)
+{
+    std::atomic<bool> stop = false;
+    std::thread flood([&] {
+        while (!stop)
+            m_fake.send(DISPLAY_DAMAGE, {0, 0, 64, 32, 1, 0});
+    });
+    EXPECT_TRUE(spin_until([&] { return m_delegate.notifications > 100; }));
+    stop = true;
+    m_fake.hangUp();
+    flood.join();
+    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+}
+
+// How an asynchronous opening ends with a supervisor that does `act` when asked.
+int error_of(const std::function<void(FakeSupervisor &)> &act)
+{
+    FakeSupervisor fake;
+    QObject context;
+    int result = -1;
+    TarvDisplayCreateAsync(fake.path(), 0, &context,
+                           [&](std::unique_ptr<TarvDisplay>, int error) { result = error; });
+    EXPECT_TRUE(spin_until([&] { return fake.asked(); }));
+    act(fake);
+    EXPECT_TRUE(spin_until([&] { return result != -1; }));
+    return result;
+}
+
+TEST(OpeningADisplay, saysWhyItFails)
+{
+    const std::string ok = R"({"status":"OK","body":{}})";
+    EXPECT_EQ(error_of([](FakeSupervisor &fake) { fake.answer(10, 10); }), 0);
+    EXPECT_EQ(error_of([](FakeSupervisor &fake) {
+                  fake.answerRaw(R"({"status":"ERROR","error":2,"message":"no"})");
+              }),
+              ENODEV);
+    EXPECT_EQ(error_of([](FakeSupervisor &fake) { fake.answerRaw("garbage"); }), EPROTO);
+    EXPECT_EQ(error_of([&](FakeSupervisor &fake) { fake.answerRaw(ok); }), EPROTO)
+        << "no descriptors";
+    EXPECT_EQ(error_of([&](FakeSupervisor &fake) { fake.answerRaw(ok, {0, 0}); }), EPROTO);
+    EXPECT_EQ(error_of([&](FakeSupervisor &fake) {
+                  fake.answerRaw(ok, {0, 0, 0, 0, 0, 0});
+              }),
+              EMSGSIZE);
+    EXPECT_EQ(error_of([](FakeSupervisor &fake) {
+                  fake.answerRaw(R"({"status":"OK",)");
+                  fake.hangUp();
+              }),
+              ECONNRESET);
+    EXPECT_EQ(TarvDisplayCreate(QStringLiteral("/nowhere/vm.sock"), 0), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(OpeningADisplay, waitsOneSecondForASupervisorThatSaysNothing)
+{
+    const FakeSupervisor fake;
+    EXPECT_EQ(TarvDisplayCreate(fake.path(), 0), nullptr);
+    EXPECT_EQ(errno, ETIMEDOUT);
+}
+
+TEST(OpeningADisplay, callsNobodyWhenItsContextIsGone)
+{
+    FakeSupervisor fake;
+    bool called = false;
+    {
+        QObject context;
+        TarvDisplayCreateAsync(fake.path(), 0, &context,
+                               [&](std::unique_ptr<TarvDisplay>, int) { called = true; });
+        ASSERT_TRUE(spin_until([&] { return fake.asked(); }));
+    }
+    fake.answer(10, 10);
+    spin_until([turns = 0]() mutable { return ++turns > 20; });
+    EXPECT_FALSE(called);
+}
+
+} // namespace
