@@ -1,0 +1,171 @@
+#include "services/vlaunchd/journal.h"
+
+#include "hostlib/utils/utils.h"
+#include "policy/owners.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t record_max = 64 * 1024;
+constexpr std::string_view record_suffix = ".json";
+
+struct DirClose
+{
+    void operator()(DIR *dir) const { closedir(dir); }
+};
+
+// A small regular file whole; none with errno when it is absent, too large or something else.
+std::optional<std::string> read_file(int dir, const std::string &name)
+{
+    UniqueFd fd(openat(dir, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat info;
+    if (!fd || fstat(fd.get(), &info) != 0)
+        return {};
+    if (!S_ISREG(info.st_mode) || info.st_size > static_cast<off_t>(record_max)) {
+        errno = EFBIG;
+        return {};
+    }
+    std::string text(record_max, '\0');
+    size_t length = 0;
+    for (ssize_t got; length < text.size(); length += static_cast<size_t>(got)) {
+        got = read(fd.get(), text.data() + length, text.size() - length);
+        if (got < 0 && errno == EINTR)
+            got = 0;
+        else if (got < 0)
+            return {};
+        else if (got == 0)
+            break;
+    }
+    text.resize(length);
+    return text;
+}
+
+int write_all(int fd, const std::string &text)
+{
+    for (size_t done = 0; done < text.size();) {
+        ssize_t put = write(fd, text.data() + done, text.size() - done);
+        if (put < 0 && errno != EINTR)
+            return -1;
+        done += put > 0 ? static_cast<size_t>(put) : 0;
+    }
+    return 0;
+}
+
+std::string record_text(const Job &job)
+{
+    JsonOwner tree(json_mkobject());
+    json_append_str(tree.get(), "label", job.label.c_str());
+    json_append_str(tree.get(), "state", job.state == JobState::ended ? "ended" : "running");
+    json_append_int64(tree.get(), "pid", job.pid);
+    // As text: numbers of JSON trees are doubles, which don't hold 64 bits.
+    json_append_str(tree.get(), "identity", std::to_string(job.identity).c_str());
+    json_append_int64(tree.get(), "status", job.status);
+    json_append_str(tree.get(), "message", job.message.c_str());
+    return json_print(tree.get()) + "\n";
+}
+
+std::optional<Job> parse_record(const std::string &text, const std::string &label)
+{
+    JsonOwner tree(json_parse(text.data(), text.size()));
+    Job job;
+    job.label = json_find_str(tree.get(), "label", "");
+    std::string_view state = json_find_str(tree.get(), "state", "");
+    job.state = state == "ended" ? JobState::ended : JobState::running;
+    job.pid = static_cast<pid_t>(json_find_int64(tree.get(), "pid", 0));
+    job.identity = strtoull(json_find_str(tree.get(), "identity", "0"), nullptr, 10);
+    job.status = static_cast<int>(json_find_int64(tree.get(), "status", 0));
+    job.message = json_find_str(tree.get(), "message", "");
+    bool sound = job.label == label && job_label_is_valid(label) &&
+                 (state == "ended" || (state == "running" && job.pid > 0));
+    return sound ? std::optional(job) : std::nullopt;
+}
+
+} // namespace
+
+int JobJournal::open(const std::string &path)
+{
+    std::error_code error;
+    m_path = std::filesystem::absolute(path, error).lexically_normal();
+    if (mkdirat_p(AT_FDCWD, m_path.c_str(), 0700) != 0 && errno != EEXIST)
+        return -1;
+    m_dir.reset(::open(m_path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    struct stat info;
+    if (!m_dir || fstat(m_dir.get(), &info) != 0)
+        return -1;
+    // What stands here decides which processes get signals: nobody else may write it.
+    if (info.st_uid != geteuid() || (info.st_mode & 022)) {
+        errno = EPERM;
+        return -1;
+    }
+    return 0;
+}
+
+int JobJournal::save(const Job &job)
+{
+    const std::string name = job.label + ".json", temporary = "." + job.label + ".new";
+    UniqueFd fd(openat(m_dir.get(), temporary.c_str(),
+                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (fd && write_all(fd.get(), record_text(job)) == 0 && fsync(fd.get()) == 0 &&
+        renameat(m_dir.get(), temporary.c_str(), m_dir.get(), name.c_str()) == 0)
+        return fsync(m_dir.get());
+    const int error = errno;
+    unlinkat(m_dir.get(), temporary.c_str(), 0);
+    errno = error;
+    return -1;
+}
+
+void JobJournal::remove(const std::string &label)
+{
+    unlinkat(m_dir.get(), (label + ".json").c_str(), 0);
+    remove_report(label);
+}
+
+std::vector<Job> JobJournal::load() const
+{
+    std::vector<Job> jobs;
+    std::unique_ptr<DIR, DirClose> dir(opendir(m_path.c_str()));
+    while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
+        std::string_view name = entry->d_name;
+        if (name.starts_with('.') || !name.ends_with(record_suffix))
+            continue;
+        const std::string label(name.substr(0, name.size() - record_suffix.size()));
+        auto text = read_file(m_dir.get(), entry->d_name);
+        auto job = text ? parse_record(*text, label) : std::nullopt;
+        if (job)
+            jobs.push_back(*job);
+        else
+            dprintf(log_fd, "vlaunchd: %s/%s: not a job record, passed over\r\n", m_path.c_str(),
+                    entry->d_name);
+    }
+    return jobs;
+}
+
+std::string JobJournal::report_path(const std::string &label) const
+{
+    return m_path + "/" + label + ".report";
+}
+
+std::optional<JobReport> JobJournal::read_report(const std::string &label) const
+{
+    auto text = read_file(m_dir.get(), label + ".report");
+    JsonOwner tree(text ? json_parse(text->data(), text->size()) : nullptr);
+    if (!json_find(tree.get(), "status"))
+        return {};
+    return JobReport{static_cast<int>(json_find_int64(tree.get(), "status", 0)),
+                     json_find_str(tree.get(), "message", "")};
+}
+
+void JobJournal::remove_report(const std::string &label)
+{
+    unlinkat(m_dir.get(), (label + ".report").c_str(), 0);
+}

@@ -1,0 +1,155 @@
+#include "services/vlaunchd/ondemand.h"
+
+#include "hostlib/config/config.h"
+#include "hostlib/utils/utils.h"
+#include "platform/file.h"
+#include "platform/host.h"
+#include "platform/process.h"
+#include "platform/unique_fd.h"
+#include "tarvhv/cli2.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto patience = std::chrono::seconds(15);
+
+void pause_briefly()
+{
+    usleep(10'000);
+}
+
+bool listens(const std::string &path)
+{
+    UniqueFd fd(cli2_connect(path.c_str(), nullptr));
+    return static_cast<bool>(fd);
+}
+
+int fail(int error, std::string &message, const std::string &text)
+{
+    message = text;
+    errno = error;
+    return -1;
+}
+
+// Waits for the lock that makes one process the starter. The file stays: removing it would let two
+// processes hold a lock of the same name.
+UniqueFd starter_lock(const std::string &path, Clock::time_point deadline)
+{
+    for (;;) {
+        UniqueFd fd(platform_openat_locked(AT_FDCWD, path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK,
+                                           FileLock::exclusive, 0600));
+        if (fd || (errno != EWOULDBLOCK && errno != EINTR) || Clock::now() > deadline)
+            return fd;
+        pause_briefly();
+    }
+}
+
+// Its output: a file in the log directory where there is one, else nowhere.
+UniqueFd open_log(std::string &path)
+{
+    const char *directory = config_get_path("log_dir");
+    path = directory ? std::string(directory) + "/vlaunchd.log" : "";
+    return UniqueFd(directory ? openx(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)
+                              : -1);
+}
+
+pid_t launch(const std::string &program, int log)
+{
+    std::string name = program, detach = "--detach";
+    char *argv[] = {name.data(), detach.data(), nullptr};
+    std::vector<std::string> environment = vlaunchd_environment();
+    std::vector<char *> envp;
+    for (std::string &item : environment)
+        envp.push_back(item.data());
+    envp.push_back(nullptr);
+    platform_launch plan{.path = program.c_str(), .argv = argv, .envp = envp.data()};
+    plan.stdout_fd = plan.stderr_fd = log;
+    return platform_spawn(plan);
+}
+
+// Until the new process listens or ends.
+int await(const std::string &path, pid_t pid, const std::string &log, Clock::time_point deadline,
+          std::string &message)
+{
+    const std::string where = log.empty() ? "" : "; its log is " + log;
+    for (int status = 0; !listens(path); pause_briefly()) {
+        if (waitpid(pid, &status, WNOHANG) == pid)
+            return fail(ECHILD, message,
+                        "the launch service ended at once with status " +
+                            std::to_string(WIFEXITED(status) ? WEXITSTATUS(status)
+                                                             : 128 + WTERMSIG(status)) +
+                            where);
+        if (Clock::now() > deadline)
+            return fail(ETIMEDOUT, message,
+                        "the launch service does not listen on " + path + where);
+    }
+    return 0;
+}
+
+int start(const std::string &path, Clock::time_point deadline, std::string &message)
+{
+    const char *program = config_get_path("vlaunchd_executable");
+    if (!program)
+        return fail(ENOENT, message, "setting vlaunchd_executable: not set");
+    std::string log_path;
+    UniqueFd log = open_log(log_path);
+    const pid_t pid = launch(program, log.get());
+    if (pid < 0) {
+        const int error = errno;
+        return fail(error, message, std::string(program) + ": " + strerror(error));
+    }
+    return await(path, pid, log ? log_path : "", deadline, message);
+}
+
+} // namespace
+
+std::string vlaunchd_socket_path()
+{
+    const char *setting = config_get_path("vlaunch_sock");
+    return setting ? setting : platform_path(PlatformPath::vlaunchd_socket);
+}
+
+int vlaunchd_ensure(std::string &message)
+{
+    const std::string path = vlaunchd_socket_path();
+    if (listens(path))
+        return 0;
+    if (errno != ENOENT && errno != ECONNREFUSED) {
+        const int error = errno;
+        return fail(error, message, path + ": " + strerror(error));
+    }
+    const auto deadline = Clock::now() + patience;
+    const size_t slash = path.rfind('/');
+    if (slash != std::string::npos && slash > 0)
+        mkdirat_p(AT_FDCWD, path.substr(0, slash).c_str(), 0755);
+    UniqueFd lock = starter_lock(path + ".start", deadline);
+    if (!lock) {
+        const int error = errno;
+        return fail(error, message, path + ".start: " + strerror(error));
+    }
+    return listens(path) ? 0 : start(path, deadline, message);
+}
+
+std::vector<std::string> vlaunchd_environment()
+{
+    std::vector<std::string> result;
+    for (char **item = environ; *item; ++item) {
+        const std::string_view text = *item;
+        bool own = false;
+        for (std::string_view name : {"TARV_MACHINE_READABLE=", "TARV_TARV_VIEWER=",
+                                      "TARV_DEFAULT_", "TARV_CREATE_INTERACTIVE="})
+            own = own || text.starts_with(name);
+        if (!own)
+            result.emplace_back(text);
+    }
+    return result;
+}

@@ -1,0 +1,18 @@
+// Makes sure that the launch service runs, for the programs that need it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The path of the launch service's socket, from the settings or the default.
+std::string vlaunchd_socket_path();
+
+// Answers at once when the launch service listens; else starts the program of the setting
+// "vlaunchd_executable" in a session of its own and waits, up to 15 s, until it listens. Any
+// number of processes may do this at once: one starts it. 0, or -1 with errno set and `message`
+// saying what failed.
+int vlaunchd_ensure(std::string &message);
+
+// This process's environment as "NAME=value" texts, without what concerns one run of the
+// controller alone: neither the launch service nor a job may inherit that.
+std::vector<std::string> vlaunchd_environment();

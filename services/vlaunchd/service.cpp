@@ -1,0 +1,175 @@
+#include "services/vlaunchd/service.h"
+
+#include "hostlib/config/config.h"
+#include "hostlib/utils/utils.h"
+#include "platform/host.h"
+#include "services/notify/notify.h"
+#include "services/vlaunchd/server.h"
+#include "tarvhv/cli2.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+namespace {
+
+// A log of jobs that has grown past this begins anew with the next start.
+constexpr off_t log_max = 4 * 1024 * 1024;
+
+struct EventDelete
+{
+    void operator()(sd_event *event) const { sd_event_unref(event); }
+};
+
+constexpr const char *usage = "Usage: vlaunchd [OPTIONS]\n"
+                              "Owns the jobs that run virtual machines.\n\n"
+                              "  --detach    leave the session of the program that started it\n"
+                              "  --version   print the version\n"
+                              "  --help      print this text\n";
+
+// The listening socket, and whether it is this process's to remove.
+struct Listener
+{
+    UniqueFd fd;
+    std::string path; // "" when the service manager owns it
+};
+
+int open_listener(const std::string &path, Listener &listener)
+{
+    const int given = sd_listen_fds(1);
+    if (given > 0) {
+        if (sd_is_socket_unix(SD_LISTEN_FDS_START, SOCK_STREAM, 1, nullptr, 0) <= 0) {
+            errno = ENOTSOCK;
+            return -1;
+        }
+        listener.fd.reset(SD_LISTEN_FDS_START);
+        return fcntl(listener.fd.get(), F_SETFL, O_NONBLOCK);
+    }
+    listener.fd.reset(cli2_listen(path.c_str()));
+    listener.path = path;
+    return listener.fd ? 0 : -1;
+}
+
+// The log of a job: that of the VM in the log directory, else the service's own.
+int open_job_log(const std::string &label)
+{
+    const std::string id = job_vm_id(label);
+    const char *directory = id.empty() ? nullptr : config_get_path("log_dir");
+    if (!directory)
+        return -1;
+    const std::string path = std::string(directory) + "/" + id + ".log";
+    UniqueFd fd(openx(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600));
+    struct stat info;
+    if (fd && fstat(fd.get(), &info) == 0 && info.st_size > log_max && ftruncate(fd.get(), 0) != 0)
+        dprintf(log_fd, "vlaunchd: %s: %s\r\n", path.c_str(), strerror(errno));
+    return fd.release();
+}
+
+JobOptions job_options()
+{
+    JobOptions options;
+    const int64_t wait = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
+    // A supervisor goes down its own ladder first; this is the rung below it.
+    options.term_wait = std::chrono::seconds((wait > 0 && wait < 3600 ? wait : 20) + 3);
+    options.open_log = open_job_log;
+    options.vm_died = [](const std::string &id) {
+        if (notify_post("stop", id.c_str()) != 0 && errno != ENOTCONN)
+            dprintf(log_fd, "vlaunchd: %s: failed to announce the stop: %s\r\n", id.c_str(),
+                    strerror(errno));
+    };
+    return options;
+}
+
+// Every job costs a descriptor, every client another.
+void raise_descriptor_limit()
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+int fail(const std::string &what, int error)
+{
+    dprintf(log_fd, "vlaunchd: %s: %s\r\n", what.c_str(), strerror(error));
+    return 1;
+}
+
+// SIGTERM and SIGINT end the loop; the jobs stay.
+int watch_signals(sd_event *event)
+{
+    sigset_t ends;
+    sigemptyset(&ends);
+    for (int number : {SIGTERM, SIGINT})
+        sigaddset(&ends, number);
+    if (sigprocmask(SIG_BLOCK, &ends, nullptr) != 0)
+        return -errno;
+    for (int number : {SIGTERM, SIGINT})
+        if (int result = sd_event_add_signal(event, nullptr, number, nullptr, nullptr); result < 0)
+            return result;
+    signal(SIGPIPE, SIG_IGN);
+    return 0;
+}
+
+int serve()
+{
+    const char *setting = config_get_path("vlaunch_sock");
+    const std::string path = setting ? setting : platform_path(PlatformPath::vlaunchd_socket);
+    sd_event *created = nullptr;
+    int result = sd_event_default(&created);
+    std::unique_ptr<sd_event, EventDelete> event(created);
+    if (result < 0 || (result = watch_signals(created)) < 0)
+        return fail("failed to make an event loop", -result);
+
+    Listener listener;
+    if (open_listener(path, listener) != 0)
+        return fail(path, errno);
+    raise_descriptor_limit();
+    JobTable jobs(created, job_options());
+    if (jobs.open(path + ".jobs") != 0) {
+        const int error = errno;
+        if (!listener.path.empty())
+            unlink(path.c_str());
+        return fail(path + ".jobs", error);
+    }
+    Server server(created, jobs, listener.fd.release());
+    if (server.open() != 0)
+        return fail(path, errno);
+    sd_notify(0, "READY=1");
+    dprintf(log_fd, "vlaunchd: serving on %s\r\n", path.c_str());
+    result = sd_event_loop(created);
+    if (!listener.path.empty())
+        unlink(path.c_str());
+    return result < 0 ? fail("the event loop failed", -result) : 0;
+}
+
+} // namespace
+
+int vlaunchd_main(int argc, char **argv)
+{
+    bool detach = false;
+    for (int index = 1; index < argc; ++index) {
+        const std::string_view argument = argv[index];
+        if (argument == "--version")
+            return printf("vlaunchd %s\n", TARV_VERSION) < 0;
+        if (argument == "--help")
+            return fputs(usage, stdout) < 0;
+        if (argument != "--detach") {
+            fprintf(stderr, "vlaunchd: unknown argument: %s\n%s", argv[index], usage);
+            return 2;
+        }
+        detach = true;
+    }
+    if (detach)
+        setsid();
+    return serve();
+}

@@ -1,0 +1,212 @@
+#include "tests/support/service_home.h"
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+bool wait_for(const std::function<bool()> &condition, std::chrono::seconds patience)
+{
+    for (auto end = std::chrono::steady_clock::now() + patience; !condition();) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+std::string file_text(const std::string &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+ServiceHome::ServiceHome()
+{
+    // Socket paths are short, so not below a deep build folder.
+    std::string pattern = "/tmp/tarv-test.XXXXXX";
+    if (!mkdtemp(pattern.data()))
+        abort();
+    m_path = pattern;
+    for (const char *name : {"vms", "images", "log", "support", "home"})
+        std::filesystem::create_directory(file(name));
+    m_settings = {{"vm_lib_dir", file("vms")},
+                  {"img_lib_dir", file("images")},
+                  {"log_dir", file("log")},
+                  {"vlaunch_sock", file("vlaunchd")},
+                  {"vlaunchd_executable", VLAUNCHD_PROGRAM},
+                  {"engine_accel", "tcg"},
+                  {"stop_wait", "1"}};
+    environment = {{"PATH", "/usr/bin:/bin"},
+                   {"HOME", file("home")},
+                   {"TARV_CONFIG_PATH", file("settings.ini")},
+                   {"TARV_SUPPORT_DIR", file("support")}};
+    write_settings();
+}
+
+ServiceHome::~ServiceHome()
+{
+    // What the service lists as running was started by this test.
+    const std::string list = ask("list\r\n");
+    const std::regex pid("\"pid\":([0-9]+)");
+    for (std::sregex_iterator found(list.begin(), list.end(), pid), end; found != end; ++found)
+        kill(static_cast<pid_t>(std::stol((*found)[1])), SIGKILL);
+    end_vlaunchd(SIGKILL);
+    // One that was started on demand is not this process's child.
+    if (const int fd = connect_vlaunchd(); fd >= 0) {
+        ucred peer = {};
+        socklen_t size = sizeof peer;
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 1)
+            kill(peer.pid, SIGKILL);
+        close(fd);
+    }
+    std::error_code error;
+    std::filesystem::remove_all(m_path, error);
+}
+
+void ServiceHome::set(const std::string &key, const std::string &value)
+{
+    m_settings[key] = value;
+    write_settings();
+}
+
+void ServiceHome::write_settings() const
+{
+    std::ofstream settings(file("settings.ini"));
+    settings << "[tarv]\n";
+    for (const auto &[key, value] : m_settings)
+        settings << key << " = " << value << "\n";
+}
+
+pid_t ServiceHome::spawn(const std::vector<std::string> &argv, int out, int err) const
+{
+    std::vector<std::string> texts = argv, variables;
+    for (const auto &[name, value] : environment)
+        variables.push_back(name + "=" + value);
+    // The sanitizers' own settings stay in force.
+    for (const char *name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"})
+        if (const char *value = getenv(name))
+            variables.push_back(std::string(name) + "=" + value);
+    std::vector<char *> arguments, envp;
+    for (std::string &text : texts)
+        arguments.push_back(text.data());
+    for (std::string &text : variables)
+        envp.push_back(text.data());
+    arguments.push_back(nullptr);
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+    if (out >= 0)
+        posix_spawn_file_actions_adddup2(&files, out, 1);
+    if (err >= 0)
+        posix_spawn_file_actions_adddup2(&files, err, 2);
+    pid_t pid = -1;
+    const int error =
+        posix_spawn(&pid, arguments[0], &files, nullptr, arguments.data(), envp.data());
+    posix_spawn_file_actions_destroy(&files);
+    return error == 0 ? pid : -1;
+}
+
+ProgramResult ServiceHome::run(const std::vector<std::string> &argv) const
+{
+    ProgramResult result;
+    const std::array<std::string *, 2> texts = {&result.out, &result.err};
+    std::array<int, 2> readers, writers;
+    for (size_t index = 0; index < 2; ++index) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return result;
+        readers[index] = ends[0];
+        writers[index] = ends[1];
+    }
+    const pid_t pid = spawn(argv, writers[0], writers[1]);
+    for (int fd : writers)
+        close(fd);
+    for (size_t open = 2; open > 0;) {
+        pollfd waits[] = {{readers[0], POLLIN, 0}, {readers[1], POLLIN, 0}};
+        poll(waits, 2, -1);
+        for (size_t index = 0; index < 2; ++index) {
+            char bytes[4096];
+            const ssize_t got =
+                waits[index].revents ? read(readers[index], bytes, sizeof bytes) : -1;
+            if (got > 0) {
+                texts[index]->append(bytes, static_cast<size_t>(got));
+            } else if (got == 0) {
+                close(readers[index]);
+                readers[index] = -1;
+                --open;
+            }
+        }
+    }
+    int status = 0;
+    if (pid > 0 && waitpid(pid, &status, 0) == pid)
+        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return result;
+}
+
+pid_t ServiceHome::start_vlaunchd()
+{
+    const int log = open(file("log/vlaunchd.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    m_vlaunchd = spawn({VLAUNCHD_PROGRAM}, log, log);
+    close(log);
+    wait_for([&] {
+        const int fd = connect_vlaunchd();
+        if (fd >= 0)
+            close(fd);
+        return fd >= 0;
+    });
+    return m_vlaunchd;
+}
+
+void ServiceHome::end_vlaunchd(int signal_number)
+{
+    if (m_vlaunchd <= 0)
+        return;
+    kill(m_vlaunchd, signal_number);
+    waitpid(m_vlaunchd, nullptr, 0);
+    m_vlaunchd = -1;
+}
+
+int ServiceHome::connect_vlaunchd() const
+{
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    file("vlaunchd").copy(address.sun_path, sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+
+std::string ServiceHome::ask(const std::string &request) const
+{
+    const int fd = connect_vlaunchd();
+    if (fd < 0)
+        return "";
+    std::string answer;
+    char bytes[4096];
+    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) >= 0) {
+        const timeval patience = {.tv_sec = 60, .tv_usec = 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        for (ssize_t got; (got = recv(fd, bytes, sizeof bytes, 0)) > 0;)
+            answer.append(bytes, static_cast<size_t>(got));
+    }
+    close(fd);
+    return answer;
+}

@@ -1,0 +1,263 @@
+#include "tests/support/service_home.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using Json = nlohmann::json;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class VlaunchdTest : public testing::Test
+{
+protected:
+    Json ask(const std::string &command, const Json &value = nullptr)
+    {
+        const std::string text =
+            m_home.ask(command + "\r\n" + (value.is_null() ? "" : value.dump()));
+        EXPECT_TRUE(text.empty() || text.ends_with("\r\n"));
+        return Json::parse(text, nullptr, false);
+    }
+    Json start(const std::string &label, const std::vector<std::string> &arguments)
+    {
+        return ask("start", {{"label", label},
+                             {"program", JOBTOOL_PROGRAM},
+                             {"arguments", arguments},
+                             {"environment", {{"FLAG", "set"}}}});
+    }
+    // The status answer once the job has ended.
+    Json ended(const std::string &label)
+    {
+        Json answer;
+        EXPECT_TRUE(wait_for([&] {
+            answer = ask("status", label);
+            return answer.value("error", 0) == 10;
+        })) << answer;
+        return answer;
+    }
+    static pid_t pid_of(const Json &answer) { return answer["body"].value("pid", -1); }
+
+    ServiceHome m_home;
+};
+
+TEST_F(VlaunchdTest, tellsHowJobsEnded)
+{
+    m_home.start_vlaunchd();
+    EXPECT_EQ(ask("status", "com.quelda.tarvhv.none"),
+              Json::parse(R"({"status":"OK","body":{"status":0}})"));
+    struct
+    {
+        std::vector<std::string> arguments;
+        int status;
+        std::string message;
+    } cases[] = {
+        {{"exit", "0"}, 0, "job ended with status 0"},
+        {{"exit", "3"}, 3, "job ended with status 3"},
+        {{"report", "4", "no such disk"}, 4, "no such disk"},
+    };
+    for (const auto &expected : cases) {
+        ASSERT_EQ(start("job", expected.arguments)["status"], "OK");
+        EXPECT_EQ(ended("job"), Json({{"status", "ERROR"},
+                                      {"error", 10},
+                                      {"message", expected.message},
+                                      {"body", {{"status", expected.status}}}}));
+    }
+    const Json running = start("job", {"wait"});
+    EXPECT_EQ(ask("status", "job")["body"], Json({{"status", 0}, {"pid", pid_of(running)}}));
+    kill(pid_of(running), SIGKILL);
+    EXPECT_EQ(ended("job")["message"], "job was killed by signal 9");
+    EXPECT_EQ(ended("job")["body"]["status"], 137);
+    EXPECT_EQ(ask("list")["body"]["jobs"], Json::parse(R"([{"label":"job","status":137}])"));
+}
+
+TEST_F(VlaunchdTest, startsJobsInASessionOfTheirOwnWithTheGivenEnvironment)
+{
+    m_home.start_vlaunchd();
+    ASSERT_EQ(start("com.quelda.tarvhv.some-vm", {"show"})["status"], "OK");
+    ended("com.quelda.tarvhv.some-vm");
+    EXPECT_THAT(file_text(m_home.file("log/some-vm.log")),
+                HasSubstr("session 1 cwd / term 1 flag set"));
+}
+
+TEST_F(VlaunchdTest, refusesWhatCanNotBeRun)
+{
+    m_home.start_vlaunchd();
+    const pid_t running = pid_of(start("twice", {"wait"}));
+    EXPECT_EQ(start("twice", {"wait"})["message"], "job twice is already running");
+    EXPECT_EQ(pid_of(ask("status", "twice")), running);
+    struct
+    {
+        std::string command;
+        Json value;
+        std::string message;
+    } cases[] = {
+        {"start", {{"label", "../x"}, {"program", "/bin/true"}}, "label: not a job label"},
+        {"start", {{"label", "x"}, {"program", "true"}}, "program: not an absolute path: true"},
+        {"start",
+         {{"label", "x"}, {"program", "/no/such"}},
+         "failed to start /no/such: No such file or directory"},
+        {"start",
+         {{"label", "x"}, {"program", "/bin/true"}, {"arguments", {1}}},
+         "arguments: not a text"},
+        {"start",
+         {{"label", "x"}, {"program", "/bin/true"}, {"environment", {{"A=B", "1"}}}},
+         "environment: not a name with a text: A=B"},
+        {"start", "x", "start: needs an object"},
+        {"status", Json::object(), "status: needs a quoted label"},
+        {"frobnicate", nullptr, "unknown command: frobnicate"},
+        {"eula", {{"action", "burn"}}, "eula: the action is not \"accept\""},
+    };
+    for (const auto &expected : cases) {
+        const Json answer = ask(expected.command, expected.value);
+        EXPECT_EQ(answer["status"], "ERROR");
+        EXPECT_EQ(answer["message"], expected.message);
+    }
+    EXPECT_EQ(ask("status", "x")["status"], "OK") << "a job that never began leaves no record";
+}
+
+TEST_F(VlaunchdTest, removesJobsByTheLadder)
+{
+    m_home.start_vlaunchd();
+    const pid_t polite = pid_of(start("polite", {"wait"}));
+    const pid_t stubborn = pid_of(start("stubborn", {"stubborn"}));
+    ASSERT_TRUE(wait_for([&] { // it ignores the signal from here on
+        return file_text(m_home.file("log/vlaunchd.log")).find("tool: stubborn") !=
+               std::string::npos;
+    }));
+    EXPECT_EQ(ask("remove", "polite")["status"], "OK");
+    EXPECT_EQ(kill(polite, 0), -1);
+    EXPECT_EQ(ask("remove", "polite")["status"], "OK") << "already gone";
+    EXPECT_EQ(ask("remove", "stubborn")["status"], "OK");
+    EXPECT_EQ(kill(stubborn, 0), -1);
+    EXPECT_EQ(ask("list")["body"]["jobs"], Json::array());
+    EXPECT_THAT(file_text(m_home.file("log/vlaunchd.log")),
+                HasSubstr("stubborn: still there, SIGKILL"));
+}
+
+TEST_F(VlaunchdTest, findsItsJobsAgainAfterItWasKilled)
+{
+    m_home.start_vlaunchd();
+    const pid_t living = pid_of(start("living", {"report-on-term"}));
+    const pid_t killed = pid_of(start("killed", {"wait"}));
+    const pid_t reporting = pid_of(start("reporting", {"report-on-term"}));
+    ASSERT_EQ(start("earlier", {"exit", "5"})["status"], "OK");
+    ended("earlier");
+    m_home.end_vlaunchd(SIGKILL);
+    kill(killed, SIGKILL);
+    ASSERT_TRUE(wait_for([&] {
+        kill(reporting, SIGTERM); // it may not be listening to it yet
+        return std::filesystem::exists(m_home.file("vlaunchd.jobs/reporting.report"));
+    }));
+    std::ofstream(m_home.file("vlaunchd.jobs/broken.json")) << "{\"label\":";
+
+    m_home.start_vlaunchd();
+    EXPECT_EQ(pid_of(ask("status", "living")), living);
+    EXPECT_EQ(start("living", {"wait"})["status"], "ERROR");
+    EXPECT_EQ(ended("killed")["body"]["status"], 137);
+    EXPECT_EQ(ended("reporting")["message"], "asked to end");
+    EXPECT_EQ(ended("earlier")["body"]["status"], 5);
+    kill(living, SIGTERM);
+    EXPECT_EQ(ended("living")["body"]["status"], 7);
+}
+
+TEST_F(VlaunchdTest, neverTakesAnotherProcessForItsJob)
+{
+    m_home.start_vlaunchd();
+    ASSERT_EQ(start("job", {"wait"})["status"], "OK");
+    m_home.end_vlaunchd(SIGKILL);
+    const std::string path = m_home.file("vlaunchd.jobs/job.json");
+    Json record = Json::parse(file_text(path));
+    kill(record["pid"].get<pid_t>(), SIGKILL);
+    const pid_t other = m_home.spawn({JOBTOOL_PROGRAM, "wait"});
+    record["pid"] = other;
+    std::ofstream(path) << record;
+    m_home.start_vlaunchd();
+    ended("job");
+    EXPECT_EQ(ask("remove", "job")["status"], "OK");
+    EXPECT_EQ(kill(other, 0), 0) << "the process that has the pid now got the signal";
+    kill(other, SIGKILL);
+}
+
+TEST_F(VlaunchdTest, endsCleanlyAndLeavesItsJobs)
+{
+    m_home.start_vlaunchd();
+    const pid_t job = pid_of(start("job", {"wait"}));
+    m_home.end_vlaunchd(SIGTERM);
+    EXPECT_FALSE(std::filesystem::exists(m_home.file("vlaunchd")));
+    EXPECT_EQ(kill(job, 0), 0);
+    m_home.start_vlaunchd();
+    EXPECT_EQ(pid_of(ask("status", "job")), job);
+    EXPECT_EQ(m_home.run({VLAUNCHD_PROGRAM}).status, 1) << "a second service on the same socket";
+    EXPECT_EQ(pid_of(ask("status", "job")), job);
+}
+
+TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
+{
+    m_home.start_vlaunchd();
+    std::vector<int> clients;
+    auto client = [&](const std::string &bytes) {
+        clients.push_back(m_home.connect_vlaunchd());
+        send(clients.back(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    };
+    for (int count = 0; count < 300; ++count) // more than it keeps at once
+        client(count % 2 ? "" : "sta");
+    client("start\r\n{\"label\":\"" + std::string(60'000, 'x'));
+    client("list\r\n"); // and never reads
+    client("remove\r\n\"never-seen\"");
+    EXPECT_EQ(ask("status", "job")["status"], "OK");
+    for (int fd : clients)
+        close(fd);
+
+    EXPECT_THAT(m_home.ask("GET / HTTP/1.0\r\n"), HasSubstr("not a command"));
+    EXPECT_THAT(m_home.ask("status\r\n" + std::string(100, '{')), HasSubstr("ERROR"));
+    std::string deep = "start\r\n";
+    for (int level = 0; level < 70; ++level)
+        deep += "{\"a\":";
+    EXPECT_THAT(m_home.ask(deep), HasSubstr("too large or too deep"));
+    // One byte at a time.
+    const int slow = m_home.connect_vlaunchd();
+    for (const char byte : std::string("status\r\n\"job\""))
+        ASSERT_EQ(send(slow, &byte, 1, MSG_NOSIGNAL), 1);
+    char answer[256] = {};
+    EXPECT_GT(recv(slow, answer, sizeof answer - 1, 0), 0);
+    EXPECT_THAT(answer, StartsWith("{\"status\":\"OK\""));
+    close(slow);
+}
+
+TEST_F(VlaunchdTest, recordsTheAgreementOrSaysWhyNot)
+{
+    const std::string support = m_home.file("made/here");
+    m_home.environment["TARV_SUPPORT_DIR"] = support;
+    m_home.start_vlaunchd();
+    EXPECT_EQ(ask("eula", {{"action", "accept"}}), Json({{"status", "OK"}}));
+    EXPECT_TRUE(std::filesystem::exists(support + "/.TarvEulaAccepted"));
+    std::filesystem::remove_all(m_home.file("made"));
+    std::ofstream(m_home.file("made")) << "a file";
+    const Json refused = ask("eula", {{"action", "accept"}});
+    EXPECT_EQ(refused["status"], "ERROR");
+    EXPECT_EQ(refused["error"], ENOTDIR);
+    EXPECT_EQ(refused["message"], support + ": Not a directory");
+}
+
+TEST_F(VlaunchdTest, doesNotServeWhereItsRecordsAreNotItsOwn)
+{
+    std::filesystem::create_directory(m_home.file("vlaunchd.jobs"));
+    chmod(m_home.file("vlaunchd.jobs").c_str(), 0777);
+    const ProgramResult result = m_home.run({VLAUNCHD_PROGRAM});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("vlaunchd.jobs: Operation not permitted"));
+    EXPECT_EQ(m_home.run({VLAUNCHD_PROGRAM, "--frob"}).status, 2);
+    EXPECT_THAT(m_home.run({VLAUNCHD_PROGRAM, "--version"}).out, StartsWith("vlaunchd "));
+}
+
+} // namespace
