@@ -1,5 +1,6 @@
 #include "app/list/WelcomeWindowCloseButton.h"
 
+#include "app/list/ListIcons.h"
 #include "app/list/TrackingArea.h"
 
 #include <QPainter>
@@ -11,12 +12,12 @@ constexpr int side = 20; // of the images, logical pixels
 
 QIcon restImage()
 {
-    return QIcon(u":/list/ic_welcome_close_bg.svg"_s);
+    return listIcon(u"ic_welcome_close_bg"_s);
 }
 
 QIcon hoverImage()
 {
-    return QIcon(u":/list/ic_welcome_close_hover_bg.svg"_s);
+    return listIcon(u"ic_welcome_close_hover_bg"_s);
 }
 } // namespace
 

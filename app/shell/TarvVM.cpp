@@ -1,6 +1,6 @@
 #include "app/shell/TarvVM.h"
 
-#include "app/list/TemplateIcon.h"
+#include "app/list/ListIcons.h"
 #include "app/shell/BackgroundWork.h"
 #include "app/shell/TarvCTL.h"
 #include "hostlib/vms/vms.h"
@@ -187,8 +187,7 @@ QIcon TarvVM::displayIconFor(const QString &status) const
     if (!m_policyEnabled) {
         return {};
     }
-    return templateIcon(status == "running"_L1 ? u":/list/lock-open.svg"_s
-                                               : u":/list/lock-closed.svg"_s);
+    return templateIcon(status == "running"_L1 ? u"lock-open"_s : u"lock-closed"_s);
 }
 
 bool TarvVM::isEqual(const QVariant &object) const

@@ -1,4 +1,4 @@
-#include "app/list/TemplateIcon.h"
+#include "app/list/ListIcons.h"
 
 #include <QGuiApplication>
 #include <QIconEngine>
@@ -6,7 +6,14 @@
 #include <QPalette>
 #include <QPixmap>
 
+// A static library's resources are there once asked for; not from within a namespace.
+static void initialiseImages()
+{
+    Q_INIT_RESOURCE(list);
+}
+
 namespace {
+
 QColor textColor(QIcon::Mode mode)
 {
     const QPalette palette = QGuiApplication::palette();
@@ -23,9 +30,7 @@ QColor textColor(QIcon::Mode mode)
 class TemplateIconEngine : public QIconEngine
 {
 public:
-    explicit TemplateIconEngine(const QString &resource) : m_resource(resource), m_shape(resource)
-    {
-    }
+    explicit TemplateIconEngine(const QIcon &shape) : m_shape(shape) {}
 
     void paint(QPainter *painter, const QRect &rect, QIcon::Mode mode, QIcon::State state) override
     {
@@ -47,15 +52,20 @@ public:
         return pixmap;
     }
 
-    QIconEngine *clone() const override { return new TemplateIconEngine(m_resource); }
+    QIconEngine *clone() const override { return new TemplateIconEngine(m_shape); }
 
 private:
-    const QString m_resource;
     const QIcon m_shape;
 };
 } // namespace
 
-QIcon templateIcon(const QString &resource)
+QIcon listIcon(const QString &name)
 {
-    return QIcon(new TemplateIconEngine(resource));
+    initialiseImages();
+    return QIcon(QStringLiteral(":/list/%1.svg").arg(name));
+}
+
+QIcon templateIcon(const QString &name)
+{
+    return QIcon(new TemplateIconEngine(listIcon(name)));
 }

@@ -1,0 +1,172 @@
+#include "app/kit/NotificationCenter.h"
+#include "app/list/VirtualMachinesController.h"
+#include "app/list/WelcomeWindowController.h"
+#include "app/shell/TarvVM.h"
+#include "platform/file.h"
+#include "tests/list/fixture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <QTreeWidget>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+class Reload : public ListTest
+{
+protected:
+    void TearDown() override
+    {
+        m_controller.reset();
+        ListTest::TearDown();
+    }
+
+    // Opens the list and waits until it has been read.
+    void open()
+    {
+        m_controller.reset(WelcomeWindowController::controller());
+        m_reloads = std::make_unique<QSignalSpy>(m_controller.get(),
+                                                 &WelcomeWindowController::listReloaded);
+        ASSERT_TRUE(waitFor([&] { return m_reloads->count() > 0; }));
+    }
+
+    void reload()
+    {
+        const auto before = m_reloads->count();
+        m_controller->reloadVirtualMachines();
+        ASSERT_TRUE(waitFor([&] { return m_reloads->count() > before; }));
+    }
+
+    QStringList names() const
+    {
+        QStringList all;
+        for (const TarvVM *vm : m_controller->virtualMachinesController()->arrangedObjects()) {
+            all.append(vm->name());
+        }
+        return all;
+    }
+
+    QString shown(const QString &id) const
+    {
+        const auto *list = m_controller->virtualMachinesController();
+        return list->shownStatus(list->find(id));
+    }
+
+    template <class Widget>
+    Widget *widget(const QString &name) const
+    {
+        return m_controller->window()->findChild<Widget *>(name);
+    }
+
+    std::unique_ptr<WelcomeWindowController> m_controller;
+    std::unique_ptr<QSignalSpy> m_reloads;
+};
+} // namespace
+
+TEST_F(Reload, showsTheLabelWhileThereAreNoVMs)
+{
+    open();
+    const auto *label = widget<QLabel>(u"noContainersLabel"_s);
+    EXPECT_FALSE(label->isHidden());
+    addVM(u"a"_s);
+    NotificationCenter::defaultCenter().post(VMServiceDidCreate);
+    EXPECT_TRUE(waitFor([&] { return label->isHidden(); }));
+}
+
+TEST_F(Reload, sortsByPlainComparisonAndMergesOnly)
+{
+    startLaunchService();
+    const QString b = addVM(u"b"_s);
+    addVM(u"A"_s);
+    const QString z = addVM(u"Z"_s);
+    writeVM(b, "localversion", "; comment\n12.4\n");
+    open();
+    EXPECT_EQ(names(), QStringList({u"A"_s, u"Z"_s, u"b"_s}));
+    EXPECT_EQ(m_controller->virtualMachinesController()->find(b)->version(), u"12.4\n"_s);
+
+    QFile::remove(vmFile(z, "config.yaml"));
+    writeVM(b, "config.yaml", "name: renamed\nstate_file: s.img\n");
+    addVM(u"M"_s);
+    reload();
+    EXPECT_EQ(names(), QStringList({u"A"_s, u"M"_s, u"Z"_s, u"b"_s}))
+        << "a VM that vanished and the name of one that is known both stay";
+    EXPECT_TRUE(waitFor([&] { return shown(b) == u"suspended"_s; }));
+    writeVM(b, "config.yaml", "name: renamed\n");
+    reload();
+    EXPECT_TRUE(waitFor([&] { return shown(b) == u"stopped"_s; }));
+}
+
+TEST_F(Reload, leavesUnreadableVMsOutAndSaysWhy)
+{
+    addVM(u"good"_s);
+    const QString bad = randomId();
+    writeVM(bad, "config.yaml", "name: [\n");
+    open();
+    EXPECT_EQ(names(), QStringList(u"good"_s));
+    const auto *line = widget<QToolButton>(u"unreadableButton"_s);
+    EXPECT_FALSE(line->isHidden());
+    EXPECT_TRUE(line->text().contains(u'1')) << qPrintable(line->text());
+    widget<QToolButton>(u"unreadableButton"_s)->click();
+    const auto *problems = widget<QTreeWidget>(u"problems"_s);
+    ASSERT_TRUE(problems);
+    EXPECT_EQ(problems->topLevelItem(0)->text(0), bad);
+    EXPECT_TRUE(problems->topLevelItem(0)->text(1).startsWith(u"config.yaml: line"_s))
+        << qPrintable(problems->topLevelItem(0)->text(1));
+
+    writeVM(bad, "config.yaml", "name: mended\n");
+    reload();
+    EXPECT_EQ(names(), QStringList({u"good"_s, u"mended"_s}));
+    EXPECT_TRUE(line->isHidden());
+}
+
+TEST_F(Reload, aLockedConfigurationHidesNoOtherVM)
+{
+    const QString locked = addVM(u"locked"_s);
+    addVM(u"free"_s);
+    const int fd = platform_openat_locked(AT_FDCWD, qPrintable(vmFile(locked, "config.yaml")),
+                                          O_RDWR, FileLock::exclusive, 0);
+    ASSERT_GE(fd, 0);
+    open();
+    EXPECT_EQ(names(), QStringList(u"free"_s));
+    EXPECT_TRUE(m_controller->unreadableVirtualMachines().contains(locked));
+    reload();
+    close(fd);
+    EXPECT_TRUE(waitFor([&] { return names().contains(u"locked"_s); }));
+    EXPECT_TRUE(m_controller->unreadableVirtualMachines().isEmpty());
+}
+
+TEST_F(Reload, aSilentSupervisorDelaysNoOtherStatus)
+{
+    startLaunchService();
+    const QString silent = addVM(u"silent"_s);
+    supervise(silent, Supervisor::silent);
+    const QString running = addVM(u"running"_s);
+    supervise(running);
+    const QString stopped = addVM(u"stopped"_s);
+    open();
+    EXPECT_TRUE(waitFor([&] { return shown(running) == u"running"_s; }));
+    EXPECT_TRUE(waitFor([&] { return shown(stopped) == u"stopped"_s; }));
+    EXPECT_TRUE(shown(silent).isNull()) << "it has not answered yet";
+    EXPECT_TRUE(waitFor([&] { return shown(silent) == u"malfunction"_s; }));
+}
+
+TEST_F(Reload, aStormOfNotificationsIsAFewReloads)
+{
+    addVM(u"a"_s);
+    open();
+    const auto before = m_reloads->count();
+    for (int i = 0; i < 10000; i++) {
+        NotificationCenter::defaultCenter().post(VMServiceDidChange);
+    }
+    addVM(u"last"_s);
+    EXPECT_TRUE(waitFor([&] { return m_reloads->count() == before + 2; }));
+    EXPECT_FALSE(QTest::qWaitFor([&] { return m_reloads->count() > before + 2; }, 300));
+    EXPECT_EQ(names(), QStringList({u"a"_s, u"last"_s}));
+}
