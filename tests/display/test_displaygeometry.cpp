@@ -1,0 +1,76 @@
+#include "app/display/displaygeometry.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr WindowSpace SPACE{{0, 25}, {1440, 875}};
+
+TEST(DisplayGeometry, fitsTheFrameToTheGuestAndCutsWhatTheScreenCannotHold)
+{
+    EXPECT_EQ(fitted_frame({1920, 1080, true}, SPACE), QSizeF(960, 540 + 25));
+    EXPECT_EQ(fitted_frame({2560, 1600, false}, SPACE), QSizeF(1440, 875 + 25));
+    EXPECT_EQ(fitted_frame({1000, 870, false}, SPACE), QSizeF(1000, 875 + 25));
+    EXPECT_EQ(fitted_frame({2000, 600, false}, SPACE), QSizeF(1440, 625));
+}
+
+TEST(DisplayGeometry, comparesTheGuestWithWholePixels)
+{
+    EXPECT_TRUE(guest_fills({800, 600, false}, {800.9, 600.2}));
+    EXPECT_FALSE(guest_fills({800, 600, false}, {799.9, 600}));
+    EXPECT_TRUE(guest_fills({1601, 1200, true}, {800.9, 600.2}));
+}
+
+TEST(DisplayGeometry, snapsSizesAndRoundsHalvesAwayFromZero)
+{
+    EXPECT_EQ(snap_length(800), 810);
+    EXPECT_EQ(snap_length(801), 800);
+    EXPECT_EQ(snap_length(1024), 1034);
+    EXPECT_EQ(snap_length(720), 714);
+    EXPECT_EQ(round_length(0.49999999999999994), 0);
+    EXPECT_EQ(round_length(2.5), 3);
+    EXPECT_EQ(round_length(-2.5), -3);
+}
+
+TEST(DisplayGeometry, zoomsByFixedSteps)
+{
+    const GuestScreen guest{1024, 768, false};
+    EXPECT_EQ(zoomed_in_frame(guest, {800, 600}, SPACE), QSizeF(960, 745));
+    EXPECT_EQ(zoomed_in_frame(guest, {900, 675}, SPACE), QSizeF(1024, 793));
+    EXPECT_EQ(zoomed_out_content({400, 300}), QSizeF(320, 240));
+    EXPECT_EQ(zoomed_out_content({1000, 500}), QSizeF(800, 400));
+    EXPECT_EQ(zoomed_out_content({1000, 250}), QSizeF(960, 240));
+    EXPECT_EQ(zoomed_out_content({300, 600}), QSizeF(320, 640));
+}
+
+TEST(DisplayGeometry, constrainsTheUsersResizing)
+{
+    const GuestScreen guest{1024, 768, false};
+    const QSizeF now(800, 625);
+    struct Case
+    {
+        ResizeMode mode;
+        QSizeF proposed;
+        QSizeF allowed;
+    };
+    const Case cases[] = {
+        {ResizeMode::fixed, {10, 10}, {10, 10}},
+        {ResizeMode::live, {10, 10}, {320, 265}},
+        {ResizeMode::live, {3000, 700.5}, {3000, 701}},
+        {ResizeMode::scaled, {600, 625}, {600, 475}},   // the width was dragged
+        {ResizeMode::scaled, {800, 325}, {400, 325}},   // the height was
+        {ResizeMode::scaled, {10, 10}, {320, 265}},     // the least size
+        {ResizeMode::scaled, {1200, 625}, {1024, 793}}, // no larger than the guest
+    };
+    for (const Case &each : cases)
+        EXPECT_EQ(constrained_frame(guest, each.mode, now, each.proposed, SPACE), each.allowed)
+            << each.proposed.width() << " x " << each.proposed.height();
+    const GuestScreen large{4000, 2000, false};
+    EXPECT_EQ(constrained_frame(large, ResizeMode::scaled, now, {2000, 900}, SPACE),
+              QSizeF(1440, 745));
+    const GuestScreen tall{2000, 4000, false};
+    EXPECT_EQ(constrained_frame(tall, ResizeMode::scaled, now, {1000, 900}, SPACE),
+              QSizeF(425, 875));
+}
+
+} // namespace
