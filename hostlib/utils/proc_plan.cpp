@@ -1,10 +1,10 @@
 #include "hostlib/utils/proc_plan.h"
 
 #include "hostlib/utils/proc.h"
+#include "platform/process.h"
 
 #include <algorithm>
 #include <string_view>
-#include <unistd.h>
 
 namespace {
 
@@ -50,7 +50,7 @@ ProcPlan proc_plan(const char *tool, uint32_t flags, va_list arguments)
     }
     if ((flags & PROC_ENV) != 0) {
         if (char *const *extension = va_arg(arguments, char *const *); extension != nullptr) {
-            plan.environment = proc_extend_environment(environ, extension);
+            plan.environment = proc_extend_environment(platform_environment(), extension);
             plan.envp = plan.environment.data();
         }
     }

@@ -56,7 +56,8 @@ int platform_reserve(int fd, uint64_t size)
     struct stat status;
     if (fstat(fd, &status) != 0)
         return -1;
-    // What is reserved is counted from the blocks that the file has; st_blocks counts 512 bytes each.
+    // What is reserved is counted from the blocks that the file has; st_blocks counts 512 bytes
+    // each.
     const uint64_t present = uint64_t(status.st_blocks) * 512;
     if (present >= size)
         return 0;

@@ -42,8 +42,8 @@ Dictionary read_store(CFStringRef key, int missing)
 }
 
 // An entry of a dictionary when it is of a type; it lives as long as the dictionary.
-template <typename Reference> Reference entry_of(CFDictionaryRef dictionary, CFStringRef key,
-                                                 CFTypeID type)
+template <typename Reference>
+Reference entry_of(CFDictionaryRef dictionary, CFStringRef key, CFTypeID type)
 {
     const void *value = CFDictionaryGetValue(dictionary, key);
     if (value == nullptr || CFGetTypeID(value) != type)
@@ -95,8 +95,9 @@ const char *platform_primary_interface()
 in_addr_t platform_interface_address(const char *interface)
 {
     const Text name(CFStringCreateWithCString(nullptr, interface, kCFStringEncodingUTF8));
-    const Text key(name ? CFStringCreateWithFormat(
-                              nullptr, nullptr, CFSTR("State:/Network/Interface/%@/IPv4"), name.get())
+    const Text key(name ? CFStringCreateWithFormat(nullptr, nullptr,
+                                                   CFSTR("State:/Network/Interface/%@/IPv4"),
+                                                   name.get())
                         : nullptr);
     if (!key) {
         errno = EFAULT;

@@ -1,6 +1,7 @@
 #include "platform/process.h"
 
 #include <cerrno>
+#include <crt_externs.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/sysctl.h>
@@ -77,6 +78,11 @@ int platform_peer_uid(int fd, uid_t *uid)
 {
     gid_t group;
     return getpeereid(fd, uid, &group);
+}
+
+char **platform_environment()
+{
+    return *_NSGetEnviron();
 }
 
 const char *platform_user_name(uid_t uid)

@@ -1,7 +1,7 @@
+#include "platform/posix/child_stdio.h"
 #include "platform/process.h"
 
 #include <cerrno>
-#include <crt_externs.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <unistd.h>
@@ -46,10 +46,10 @@ public:
     pid_t start(const platform_launch &launch)
     {
         pid_t pid = -1;
-        char *const *environment = launch.envp != nullptr ? launch.envp : *_NSGetEnviron();
+        char *const *environment = launch.envp != nullptr ? launch.envp : platform_environment();
         if (m_error == 0)
-            m_error = posix_spawn(&pid, launch.path, &m_actions, &m_attributes, launch.argv,
-                                  environment);
+            m_error =
+                posix_spawn(&pid, launch.path, &m_actions, &m_attributes, launch.argv, environment);
         if (m_error == 0)
             return pid;
         errno = m_error;

@@ -205,6 +205,11 @@ int platform_peer_uid(int fd, uid_t *uid)
     return 0;
 }
 
+char **platform_environment()
+{
+    return environ;
+}
+
 const char *platform_user_name(uid_t uid)
 {
     const struct passwd *entry = getpwuid(uid);

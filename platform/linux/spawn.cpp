@@ -1,4 +1,4 @@
-#include "platform/linux/child_stdio.h"
+#include "platform/posix/child_stdio.h"
 #include "platform/process.h"
 
 #include <cerrno>

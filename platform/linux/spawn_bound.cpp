@@ -1,6 +1,6 @@
 // Between fork and exec the child of a threaded process may only make async-signal-safe calls: all
 // that needs memory is prepared before the fork.
-#include "platform/linux/child_stdio.h"
+#include "platform/posix/child_stdio.h"
 
 #include "platform/file.h"
 #include "platform/process.h"

@@ -49,5 +49,8 @@ pid_t platform_spawn(const platform_launch &launch);
 // where the system can't.
 pid_t platform_spawn_bound(const platform_launch &launch, const int *extra, int extra_count);
 
+// The environment of this process: NAME=value texts and a null at the end.
+char **platform_environment();
+
 // The login name of a user, or null.
 const char *platform_user_name(uid_t uid);

@@ -1,5 +1,5 @@
-// The declarations of Core Foundation that platform/darwin uses, for tools/check-darwin alone: a real
-// build has the system's own.
+// The declarations of Core Foundation that platform/darwin uses, for tools/check-darwin alone: a
+// real build has the system's own.
 #pragma once
 
 #include <stdint.h>
@@ -39,8 +39,7 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char *text
                                       CFStringEncoding encoding);
 CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options,
                                      CFStringRef format, ...);
-Boolean CFStringGetCString(CFStringRef text, char *buffer, CFIndex size,
-                           CFStringEncoding encoding);
+Boolean CFStringGetCString(CFStringRef text, char *buffer, CFIndex size, CFStringEncoding encoding);
 
 #ifdef __cplusplus
 }
