@@ -17,12 +17,14 @@ constexpr size_t label_length = sizeof label - 1;
 char version[32];
 FILE *output;
 
-// The line without what of it is space or control characters at its end.
-size_t trimmed(const char *line, size_t length)
+// Takes one line of the tool's output.
+void take_line(char *line, size_t length)
 {
     while (length > 0 && static_cast<unsigned char>(line[length - 1]) <= 32)
         length--;
-    return length;
+    line[length] = '\0';
+    if (std::strncmp(line, label, label_length) == 0)
+        std::snprintf(version, sizeof version, "%s", line + label_length);
 }
 
 // Keeps the version that the installer's tool prints. The bytes consumed.
@@ -33,13 +35,16 @@ ssize_t config_get_addons_version_cb(void *, int stdout_fd, int)
     if (output == nullptr)
         return -1;
     ssize_t consumed = 0;
+    bool at_start = true;
     char line[1024];
     while (std::fgets(line, sizeof line, output) != nullptr) {
         const size_t length = std::strlen(line);
+        const bool ended = length > 0 && line[length - 1] == '\n';
         consumed += ssize_t(length);
-        line[trimmed(line, length)] = '\0';
-        if (std::strncmp(line, label, label_length) == 0)
-            std::snprintf(version, sizeof version, "%s", line + label_length);
+        // What comes of a line beyond its first kilobyte is of no interest.
+        if (at_start)
+            take_line(line, length);
+        at_start = ended;
     }
     return consumed;
 }

@@ -29,10 +29,10 @@ struct CloseWalk
 };
 using Walk = std::unique_ptr<FTS, CloseWalk>;
 
-// Logs what an error is about, and leaves the error in errno. Always -1.
-int fail(int error, const std::string &subject)
+// Logs what failed to be done to a path, and leaves the error in errno. Always -1.
+int fail(const char *before, const char *path, const char *after, int error)
 {
-    dprintf(log_fd, "utils: %s: %s\r\n", subject.c_str(), std::strerror(error));
+    dprintf(log_fd, "utils: %s%s%s: %s\r\n", before, path, after, std::strerror(error));
     errno = error;
     return -1;
 }
@@ -47,11 +47,11 @@ int remove_entry(const FTSENT *entry)
     case FTS_SLNONE:
         if (std::remove(entry->fts_accpath) == 0)
             return 0;
-        return fail(errno, std::string(entry->fts_path) + ": remove");
+        return fail("", entry->fts_path, ": remove", errno);
     case FTS_DNR:
     case FTS_ERR:
     case FTS_NS:
-        return fail(entry->fts_errno, entry->fts_path);
+        return fail("", entry->fts_path, "", entry->fts_errno);
     default:
         // Directories before their contents, and special files, which are left on purpose: their
         // directory then refuses to go.
@@ -64,13 +64,13 @@ int remove_tree(char *path)
     char *const roots[] = {path, nullptr};
     const Walk walk(fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr));
     if (!walk)
-        return fail(errno, std::string("failed to remove ") + path);
+        return fail("failed to remove ", path, "", errno);
     while (const FTSENT *entry = fts_read(walk.get())) {
         if (remove_entry(entry) != 0)
             return -1;
     }
     // The walk's end leaves errno at 0; anything else broke it off.
-    return errno == 0 ? 0 : fail(errno, std::string("failed to remove ") + path);
+    return errno == 0 ? 0 : fail("failed to remove ", path, "", errno);
 }
 
 } // namespace
