@@ -1,0 +1,129 @@
+#include "platform/process.h"
+
+#include "platform/file.h"
+#include "tests/support/scratch.h"
+
+#include <cerrno>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <string>
+#include <sys/syscall.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// A launch of proctool whose standard output is a pipe.
+class Tool
+{
+public:
+    explicit Tool(std::vector<std::string> arguments) : m_arguments(std::move(arguments))
+    {
+        m_arguments.insert(m_arguments.begin(), TARV_PROCTOOL);
+        for (std::string &argument : m_arguments)
+            m_argv.push_back(argument.data());
+        m_argv.push_back(nullptr);
+        int ends[2] = {-1, -1};
+        platform_pipe(ends);
+        m_read.reset(ends[0]);
+        m_write.reset(ends[1]);
+    }
+    platform_launch launch() const
+    {
+        return {m_argv[0], m_argv.data(), nullptr, AT_FDCWD, -1, m_write.get(), -1};
+    }
+    // The rest of what it prints, once this process no longer holds the other end.
+    std::string output()
+    {
+        m_write.reset();
+        std::string text;
+        char chunk[256];
+        for (ssize_t count; (count = read(m_read.get(), chunk, sizeof chunk)) > 0;)
+            text.append(chunk, size_t(count));
+        return text;
+    }
+    int read_end() const { return m_read.get(); }
+
+private:
+    std::vector<std::string> m_arguments;
+    std::vector<char *> m_argv;
+    UniqueFd m_read, m_write;
+};
+
+TEST(spawn_bound, keeps_only_the_descriptors_it_is_told_to)
+{
+    const UniqueFd low(open("/dev/null", O_RDONLY));
+    const UniqueFd high(fcntl(low.get(), F_DUPFD_CLOEXEC, 100));
+    const UniqueFd other(fcntl(low.get(), F_DUPFD, 200));
+    Tool tool({"fds"});
+    const int extra[] = {high.get()};
+    const pid_t pid = platform_spawn_bound(tool.launch(), extra, 1);
+    ASSERT_GT(pid, 0);
+    EXPECT_EQ(tool.output(), "0\n1\n2\n" + std::to_string(high.get()) + "\n");
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+
+    const int closed[] = {999};
+    EXPECT_EQ(platform_spawn_bound(tool.launch(), closed, 1), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST(spawn_bound, says_why_a_program_does_not_start)
+{
+    char path[] = "/nowhere/tool";
+    char *const argv[] = {path, nullptr};
+    const platform_launch launch = {path, argv, nullptr};
+    EXPECT_EQ(platform_spawn_bound(launch, nullptr, 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(platform_spawn(launch), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(spawn_bound, ends_with_the_process_that_started_it)
+{
+    Tool tool({"ignore-term"});
+    const pid_t supervisor = fork();
+    if (supervisor == 0) {
+        // What it blocks is not its program's affair: the mode that ignores signals says its pid.
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        platform_spawn_bound(tool.launch(), nullptr, 0);
+        for (;;)
+            pause();
+    }
+    char text[32] = {};
+    ASSERT_GT(read(tool.read_end(), text, sizeof text - 1), 0);
+    const pid_t pid = std::stoi(text);
+    EXPECT_GT(platform_process_identity(pid), 0u);
+    const int64_t age = time(nullptr) - platform_process_start(pid);
+    EXPECT_LE(std::abs(age), 60);
+    kill(supervisor, SIGKILL);
+    waitpid(supervisor, nullptr, 0);
+    // Its output ends when it does.
+    EXPECT_EQ(tool.output(), "");
+}
+
+TEST(process, is_not_a_thread)
+{
+    std::atomic<pid_t> number = 0;
+    std::atomic<bool> done = false;
+    std::thread thread([&] {
+        number = pid_t(syscall(SYS_gettid));
+        number.notify_one();
+        done.wait(false);
+    });
+    number.wait(0);
+    EXPECT_EQ(platform_process_state(number), 0);
+    EXPECT_EQ(platform_process_state(getpid()), PROCESS_RUNNING);
+    EXPECT_EQ(platform_process_identity(number), 0u);
+    done = true;
+    done.notify_one();
+    thread.join();
+}
+
+} // namespace
