@@ -1,15 +1,19 @@
 #include "tarvhv/display/pointerinput.h"
 
 #include <cmath>
-#include <iterator>
+#include <utility>
 
 uint32_t pointer_buttons(Qt::MouseButtons buttons)
 {
-    constexpr Qt::MouseButton BITS[] = {Qt::LeftButton, Qt::MiddleButton, Qt::RightButton,
-                                        Qt::BackButton, Qt::ForwardButton};
+    // Bits 3 and 4 are the wheel's in the engine and stay clear.
+    constexpr std::pair<Qt::MouseButton, uint32_t> BITS[] = {{Qt::LeftButton, 1u << 0},
+                                                             {Qt::MiddleButton, 1u << 1},
+                                                             {Qt::RightButton, 1u << 2},
+                                                             {Qt::BackButton, 1u << 5},
+                                                             {Qt::ForwardButton, 1u << 6}};
     uint32_t bits = 0;
-    for (size_t i = 0; i < std::size(BITS); i++)
-        bits |= buttons.testFlag(BITS[i]) ? 1u << i : 0;
+    for (const auto &[button, bit] : BITS)
+        bits |= buttons.testFlag(button) ? bit : 0;
     return bits;
 }
 

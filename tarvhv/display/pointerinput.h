@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// The bits of a display packet: left, middle, right, back, forward.
+// The bits of a display packet: 0 left, 1 middle, 2 right, 5 back, 6 forward.
 uint32_t pointer_buttons(Qt::MouseButtons buttons);
 
 // Collects fractions until they make whole units, so that slow motion is not lost.

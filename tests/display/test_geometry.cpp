@@ -52,6 +52,12 @@ TEST(PicturePlacement, repaintsAllPixelsThatDamageReachesAndFewMore)
     }
 }
 
+TEST(PointerInput, leavesTheWheelsButtonsOut)
+{
+    EXPECT_EQ(pointer_buttons(Qt::LeftButton | Qt::BackButton | Qt::ExtraButton3), 0x21u);
+    EXPECT_EQ(pointer_buttons(Qt::MiddleButton | Qt::RightButton | Qt::ForwardButton), 0x46u);
+}
+
 TEST(PointerInput, keepsFractionsOfMotionAndWheel)
 {
     PointerInput input;
