@@ -35,7 +35,7 @@ std::unique_ptr<Image> open_as(DiskFormat format, std::unique_ptr<ImageFile> fil
 // The path of a base; a relative one starts from the directory of the image that names it.
 std::string base_path(const std::string &name, const ImageFile &image)
 {
-    const std::string plain = name.starts_with("file:") ? name.substr(5) : name;
+    std::string plain = name.starts_with("file:") ? name.substr(5) : name;
     if (name.starts_with("json:") || plain.find("://") != plain.npos)
         throw DiskError{EINVAL, name + ": not a file"};
     const size_t slash = image.path().rfind('/');
