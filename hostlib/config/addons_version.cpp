@@ -24,7 +24,7 @@ void take_line(char *line, size_t length)
         length--;
     line[length] = '\0';
     if (std::strncmp(line, label, label_length) == 0)
-        std::snprintf(version, sizeof version, "%s", line + label_length);
+        std::snprintf(version, sizeof version, "%.31s", line + label_length);
 }
 
 // Keeps the version that the installer's tool prints. The bytes consumed.
