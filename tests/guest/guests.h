@@ -1,4 +1,4 @@
-// What the test guests show. They are disk images of 64 KiB that any BIOS boots; each lies at
+// What the test guests show. They are disk images of 1 MiB that any BIOS boots; each lies at
 // <build>/tests/guest/NAME.img.
 //
 //   bars        colour bars, 1024 x 768; F1 to F4 change to one of GUEST_MODES

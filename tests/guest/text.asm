@@ -3,7 +3,7 @@
 %define ROWS         25
 %define COLUMNS      80
 %define TEXT_SEGMENT 0xb800
-%define IMAGE_SIZE   65536
+%define IMAGE_SIZE   1048576
 
 org 0x7c00
 bits 16
