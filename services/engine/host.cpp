@@ -1,0 +1,173 @@
+#include "services/engine/host.h"
+
+#include "hostlib/config/config.h"
+#include "platform/kvm.h"
+#include "platform/unique_fd.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::string path_setting(const char *key, const std::string &missing)
+{
+    const char *value = config_find(key) ? config_get_path(key) : nullptr;
+    return value && *value ? value : missing;
+}
+
+std::string text_setting(const char *key, const char *missing)
+{
+    const char *value = config_find(key) ? config_get_str(key) : nullptr;
+    return value && *value ? value : missing;
+}
+
+// QEMU gets the variables that it has a use for, and messages in English.
+std::vector<std::string> environment()
+{
+    std::vector<std::string> result = {"LC_ALL=C"};
+    for (const char *name : {"HOME", "PATH", "TMPDIR", "XDG_RUNTIME_DIR", "ALSA_CONFIG_PATH"})
+        if (const char *value = std::getenv(name))
+            result.push_back(std::string(name) + "=" + value);
+    return result;
+}
+
+bool fail(std::string *error, const std::string &message)
+{
+    *error = message;
+    return false;
+}
+
+bool check_file(const std::string &what, const std::string &path, int access_mode,
+                std::string *error)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+        return fail(error, what + " " + path + ": " + std::strerror(errno));
+    if (S_ISDIR(status.st_mode))
+        return fail(error, what + " " + path + ": " + std::strerror(EISDIR));
+    if (access(path.c_str(), access_mode) != 0)
+        return fail(error, what + " " + path + ": " + std::strerror(errno));
+    return true;
+}
+
+bool ends_with_raw_suffix(const std::string &path)
+{
+    return path.ends_with(".raw") || path.ends_with(".img") || path.ends_with(".iso");
+}
+
+// A raw disk's content belongs to the guest, which could write another format's mark there: names
+// that say raw are believed before the content is.
+std::string disk_format(const std::string &path)
+{
+    constexpr std::string_view mark = "QFI\xfb";
+    if (ends_with_raw_suffix(path))
+        return "raw";
+    std::array<char, mark.size()> start{};
+    const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const ssize_t length = fd ? read(fd.get(), start.data(), start.size()) : -1;
+    return length == ssize_t(mark.size()) && mark == std::string_view(start.data(), start.size())
+               ? "qcow2"
+               : "raw";
+}
+
+bool copy_bytes(int from, int to)
+{
+    std::array<char, 65536> buffer;
+    for (;;) {
+        const ssize_t length = read(from, buffer.data(), buffer.size());
+        if (length <= 0)
+            return length == 0;
+        for (ssize_t done = 0; done < length;) {
+            const ssize_t written = write(to, buffer.data() + done, size_t(length - done));
+            if (written < 0)
+                return false;
+            done += written;
+        }
+    }
+}
+
+} // namespace
+
+bool engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel,
+                         std::string *error)
+{
+    *accel = Accel::tcg;
+    if (setting == "tcg")
+        return true;
+    if (setting != "auto" && setting != "kvm")
+        return fail(error, "engine_accel: \"" + setting + "\" is not one of auto, kvm, tcg");
+    if (kvm_error == 0) {
+        *accel = Accel::kvm;
+        return true;
+    }
+    if (setting == "auto")
+        return true;
+    const std::string reason = kvm_error == ENOTSUP
+                                   ? "the processor offers no virtualisation"
+                                   : std::string("/dev/kvm: ") + std::strerror(kvm_error);
+    return fail(error, "engine_accel is kvm, but KVM can't be used: " + reason);
+}
+
+bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error)
+{
+    host->vm_dir = vm_dir;
+    host->qemu = path_setting("qemu_executable", host->qemu);
+    host->images_dir = path_setting("img_lib_dir", "");
+    host->uefi_code = path_setting("uefi_code", host->uefi_code);
+    host->uefi_vars = path_setting("uefi_vars", host->uefi_vars);
+    host->audio_driver = access("/dev/snd/timer", R_OK | W_OK) == 0 ? "alsa" : "none";
+    host->environment = environment();
+    const int kvm_error = platform_kvm_check() == 0 ? 0 : errno;
+    return engine_accel_decide(text_setting("engine_accel", "auto"), kvm_error, &host->accel,
+                               error);
+}
+
+bool engine_host_check(const Machine &machine, EngineHost *host, std::string *error)
+{
+    if (!check_file("QEMU (setting qemu_executable)", host->qemu, X_OK, error))
+        return false;
+    if (machine.firmware == Firmware::uefi &&
+        (!check_file("firmware (setting uefi_code)", host->uefi_code, R_OK, error) ||
+         !check_file("firmware variables (setting uefi_vars)", host->uefi_vars, R_OK, error)))
+        return false;
+    host->disk_formats.clear();
+    for (size_t i = 0; i < machine.disks.size(); i++) {
+        const std::string &file = machine.disks[i].file;
+        const std::string path = engine_image_path(*host, file);
+        const bool url = machine_is_url(file);
+        if (!url && !check_file("hard_drives[" + std::to_string(i) + "].file: disk image", path,
+                                R_OK | W_OK, error))
+            return false;
+        host->disk_formats.push_back(url ? "raw" : disk_format(path));
+    }
+    if (!machine.cdrom.empty() && !machine_is_url(machine.cdrom) &&
+        !check_file("cdrom: image", engine_image_path(*host, machine.cdrom), R_OK, error))
+        return false;
+    for (const MachineNetwork &network : machine.networks)
+        if (network.mode == NetworkMode::bridge &&
+            !check_file("network mode bridge: QEMU's helper", host->bridge_helper, X_OK, error))
+            return false;
+    return true;
+}
+
+bool engine_host_make_nvram(const Machine &machine, const EngineHost &host, std::string *error)
+{
+    const std::string path = host.vm_dir + "/nvram";
+    if (machine.firmware != Firmware::uefi || access(path.c_str(), F_OK) == 0)
+        return true;
+    std::string making = host.vm_dir + "/.nvram-XXXXXX";
+    const UniqueFd from(open(host.uefi_vars.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueFd to(from ? mkostemp(making.data(), O_CLOEXEC) : -1);
+    if (to && copy_bytes(from.get(), to.get()) && fchmod(to.get(), 0644) == 0 &&
+        fsync(to.get()) == 0 && rename(making.c_str(), path.c_str()) == 0)
+        return true;
+    *error = path + ": can't be made from " + host.uefi_vars + ": " + std::strerror(errno);
+    if (to)
+        unlink(making.c_str());
+    return false;
+}

@@ -1,0 +1,42 @@
+// All screens of the VM: connects to QEMU's display and hands viewers what they need.
+#pragma once
+
+#include "services/engine/machine.h"
+#include "services/engine/trees.h"
+#include "services/tarvvm/qmp.h"
+#include "services/tarvvm/screen.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+class DisplayServer
+{
+public:
+    using Done = std::function<void(const std::string &error)>; // an empty error is success
+
+    DisplayServer(sd_event *loop, const Machine &machine, Screen::Log log);
+    DisplayServer(const DisplayServer &) = delete;
+    DisplayServer &operator=(const DisplayServer &) = delete;
+
+    // Becomes QEMU's display client, learns its consoles and asks for the sizes of further heads.
+    void start(Qmp &qmp, Done done);
+    size_t count() const { return m_screens.size(); }
+    // "displays" of the VM's status.
+    JsonTree describe() const;
+    // What a viewer is told of a screen, with the two descriptors that it gets: the frame buffer,
+    // which stays this side's, and a new end of a display channel. Null with errno set; ENOENT: no
+    // such screen.
+    JsonTree addViewer(size_t index, int *frame, UniqueFd *channel);
+    void close(display_close_reason reason);
+
+private:
+    void takeConsoles(const std::vector<Console> &consoles, const Done &done);
+
+    sd_event *m_loop;
+    const Machine &m_machine;
+    Screen::Log m_log;
+    std::unique_ptr<DisplayBus> m_bus; // outlives the screens
+    std::vector<std::unique_ptr<Screen>> m_screens;
+};

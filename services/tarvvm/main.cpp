@@ -1,0 +1,102 @@
+// tarvvm: runs one virtual machine and answers for it.
+#include "hostlib/config/config.h"
+#include "services/tarvvm/report.h"
+#include "services/tarvvm/supervisor.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <sysexits.h>
+
+namespace {
+
+struct LoopFree
+{
+    void operator()(sd_event *loop) const { sd_event_unref(loop); }
+};
+
+struct Options
+{
+    StartMode mode = StartMode::normal;
+    std::string id;
+};
+
+constexpr const char *USAGE = "usage: tarvvm [--mode 0|1|2] ID\n"
+                              "Runs the virtual machine with this identifier until it ends.\n"
+                              "  --mode 0  normal start (a suspended machine is resumed)\n"
+                              "  --mode 1  forced start, as 0\n"
+                              "  --mode 2  recovery: boots afresh, from the CD first\n"
+                              "  --version, --help\n";
+
+// Exit status to end with at once, or -1 to go on.
+int read_arguments(int count, char **arguments, Options *options)
+{
+    for (int i = 1; i < count; i++) {
+        const std::string argument = arguments[i];
+        if (argument == "--help" || argument == "--version") {
+            std::fputs(argument == "--help" ? USAGE : "tarvvm " TARV_VERSION "\n", stdout);
+            return EX_OK;
+        }
+        const bool has_mode = argument == "--mode" && i + 1 < count &&
+                              std::strlen(arguments[i + 1]) == 1 &&
+                              std::strchr("012", *arguments[i + 1]);
+        if (has_mode) {
+            options->mode = StartMode(*arguments[++i] - '0');
+        } else if (argument.starts_with("-") || !options->id.empty()) {
+            std::fprintf(stderr, "tarvvm: unexpected argument \"%s\"\n%s", arguments[i], USAGE);
+            return EX_USAGE;
+        } else {
+            options->id = argument;
+        }
+    }
+    if (!options->id.empty())
+        return -1;
+    std::fprintf(stderr, "tarvvm: no identifier\n%s", USAGE);
+    return EX_USAGE;
+}
+
+// The signals that end a VM are taken by the loop, in whatever thread they would come.
+void block_signals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&signals, number);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+SupervisorEnd run(const Options &options)
+{
+    sd_event *made = nullptr;
+    if (sd_event_new(&made) < 0)
+        return {EX_OSERR, "no event loop"};
+    const std::unique_ptr<sd_event, LoopFree> loop(made);
+    Supervisor supervisor(loop.get(), options.mode);
+    const auto on_signal = [&](int number) {
+        supervisor.stopNow("ended by signal " + std::to_string(number));
+    };
+    EventSource sources[3];
+    int next = 0;
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        sources[next++] = event_signal(loop.get(), number, on_signal);
+    if (supervisor.begin(options.id))
+        sd_event_loop(loop.get());
+    supervisor.finish([&] { report_write(supervisor.end().status, supervisor.end().message); });
+    return supervisor.end();
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    Options options;
+    const int early = read_arguments(count, arguments, &options);
+    if (early >= 0)
+        return early;
+    block_signals();
+    config_find(nullptr);
+    return run(options).status;
+}

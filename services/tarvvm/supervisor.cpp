@@ -1,0 +1,283 @@
+#include "services/tarvvm/supervisor.h"
+
+#include "hostlib/config/config.h"
+#include "services/notify/notify.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sysexits.h>
+#include <utility>
+
+namespace {
+
+constexpr uint64_t START_PATIENCE_MS = 60000;
+
+std::string log_directory()
+{
+    const char *path = config_find("log_dir") ? config_get_path("log_dir") : nullptr;
+    return path ? path : "";
+}
+
+unsigned stop_wait_setting()
+{
+    const int64_t seconds = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
+    return seconds > 0 && seconds <= 3600 ? unsigned(seconds) : 0;
+}
+
+} // namespace
+
+Supervisor::Supervisor(sd_event *loop, StartMode mode) : m_loop(loop), m_mode(mode) {}
+
+Supervisor::~Supervisor()
+{
+    if (m_notifier.joinable())
+        m_notifier.join();
+}
+
+bool Supervisor::fail(int status, const std::string &message)
+{
+    m_end = {status, message};
+    m_log.line(message);
+    return false;
+}
+
+bool Supervisor::begin(const std::string &id)
+{
+    std::string error;
+    if (!m_record.find(id, &error))
+        return fail(EX_NOINPUT, error);
+    const std::string path = service_path(m_record.id());
+    m_service = Service::listen(m_loop, path, [this](std::unique_ptr<ServiceRequest> request) {
+        handle(std::move(request));
+    });
+    if (!m_service)
+        return fail(EX_CANTCREAT,
+                    path + ": " +
+                        (errno == EADDRINUSE ? "the VM is running already" : std::strerror(errno)));
+    const std::string directory = log_directory();
+    if (!directory.empty() && !m_log.openFile(directory, m_record.id()))
+        m_log.line(directory + ": no log file: " + std::strerror(errno));
+    int status = 0;
+    if (!m_record.prepare(&error, &status))
+        return fail(status, error);
+    if (!startEngine(&error))
+        return fail(EX_UNAVAILABLE, error);
+    return true;
+}
+
+bool Supervisor::startEngine(std::string *error)
+{
+    EngineProcess::Channels channels;
+    if (!channels.make()) {
+        *error = std::string("the engine's channels: ") + std::strerror(errno);
+        return false;
+    }
+    m_resuming = !m_record.machine().state_file.empty() && m_mode != StartMode::recovery;
+    const LaunchOptions options{m_mode, channels.engine_monitor.get(),
+                                channels.engine_console.get(), m_resuming};
+    const Launch launch = engine_launch(m_record.machine(), m_record.host(), options);
+    m_log.line("starting " + engine_launch_line(launch));
+    m_engine = EngineProcess::start(m_loop, launch, &channels, m_log,
+                                    [this](const EngineEnd &end) { onEngineEnd(end); });
+    if (!m_engine) {
+        *error = launch.program + ": " + std::strerror(errno);
+        return false;
+    }
+    Qmp::Handlers handlers;
+    handlers.ready = [this] { onQmpReady(); };
+    handlers.event = [this](const std::string &name, const json *data) { onQmpEvent(name, data); };
+    handlers.closed = [this](const std::string &reason) { m_log.line(reason); };
+    m_qmp = std::make_unique<Qmp>(m_loop, std::move(channels.monitor), std::move(handlers));
+    m_stopper = std::make_unique<Stopper>(m_loop, stop_wait_setting(),
+                                          [this](StopRung rung) { climb(rung); });
+    m_suspender = std::make_unique<Suspender>(m_loop, *m_qmp, m_record.host().images_dir);
+    m_start_deadline =
+        event_timer(m_loop, START_PATIENCE_MS, [this] { failStart("the engine does not answer"); });
+    return true;
+}
+
+// ---- the way to a running guest -----------------------------------------------------------------
+
+void Supervisor::onQmpReady()
+{
+    m_displays = std::make_unique<DisplayServer>(
+        m_loop, m_record.machine(), [this](const std::string &line) { m_log.line(line); });
+    m_displays->start(*m_qmp, [this](const std::string &error) { onScreens(error); });
+}
+
+void Supervisor::onScreens(const std::string &error)
+{
+    m_start_deadline.reset();
+    if (!error.empty()) {
+        failStart("the engine's display: " + error);
+        return;
+    }
+    unplugCables();
+    if (m_resuming)
+        resume();
+    else
+        letRun();
+}
+
+void Supervisor::unplugCables()
+{
+    const std::vector<MachineNetwork> &networks = m_record.machine().networks;
+    for (size_t i = 0; i < networks.size(); i++) {
+        if (networks[i].mode != NetworkMode::disconnected)
+            continue;
+        JsonTree link(json_mkobject());
+        json_append_str(link.get(), "name", ("nic" + std::to_string(i)).c_str());
+        json_append_bool(link.get(), "up", false);
+        m_qmp->execute("set_link", std::move(link),
+                       [this](const json *done, const std::string &why) {
+                           if (!done)
+                               m_log.line("a network card can't be disconnected: " + why);
+                       });
+    }
+}
+
+void Supervisor::resume()
+{
+    const std::string &state = m_record.machine().state_file;
+    m_log.line("resuming from " + state);
+    m_suspender->load(state, [this](const std::string &name, const std::string &error) {
+        if (error.empty())
+            letRun();
+        else
+            failStart("the saved state " + name + " can't be resumed: " + error);
+    });
+}
+
+void Supervisor::letRun()
+{
+    m_qmp->execute("cont", [this](const json *result, const std::string &error) {
+        if (result)
+            onRunning();
+        else
+            failStart("the guest can't run: " + error);
+    });
+}
+
+void Supervisor::onRunning()
+{
+    if (!step(VmEvent::guestRuns))
+        return;
+    m_log.line("running, engine's process " + std::to_string(m_engine->pid()));
+    m_running_since = m_sampled = Clock::now();
+    // From here on the disks differ from what the state was saved with.
+    if (!m_record.machine().state_file.empty())
+        m_record.removeState();
+    notify("start");
+    for (auto &request : std::exchange(m_display_waiters, {}))
+        handleDisplay(std::move(request));
+}
+
+void Supervisor::failStart(const std::string &message)
+{
+    if (m_failure.empty())
+        m_failure = message;
+    m_engine->signal(SIGKILL);
+}
+
+// ---- states and their end -----------------------------------------------------------------------
+
+bool Supervisor::step(VmEvent event)
+{
+    const std::optional<VmState> next = vm_state_next(m_state, event);
+    if (next)
+        m_state = *next;
+    return next.has_value();
+}
+
+void Supervisor::onQmpEvent(const std::string &name, const json *data)
+{
+    if (name == "SHUTDOWN") {
+        m_log.line(std::string("the guest is off: ") + json_find_str(data, "reason", "no reason"));
+        // The engine ends by itself now; the ladder sees to it that it does.
+        stop(StopKind::force);
+    } else if (name == "BLOCK_IO_ERROR") {
+        m_log.line(std::string("disk ") + json_find_str(data, "device", "") + ": " +
+                   json_find_str(data, "reason", "input or output error"));
+    } else if (name == "GUEST_PANICKED") {
+        m_log.line("the guest's system has crashed");
+    }
+}
+
+void Supervisor::stop(StopKind kind)
+{
+    step(VmEvent::stopAsked);
+    m_suspender->cancel();
+    m_stopper->begin(kind);
+}
+
+void Supervisor::climb(StopRung rung)
+{
+    m_log.line(std::string("stopping: ") + stop_rung_text(rung));
+    switch (rung) {
+    case StopRung::ask:
+        m_qmp->execute("system_powerdown");
+        break;
+    case StopRung::terminate:
+        m_qmp->execute("quit");
+        break;
+    case StopRung::signal:
+        m_engine->signal(SIGTERM);
+        break;
+    case StopRung::kill:
+        m_engine->signal(SIGKILL);
+        break;
+    }
+}
+
+void Supervisor::stopNow(const std::string &why)
+{
+    m_log.line(why);
+    if (m_stopper)
+        stop(StopKind::force);
+}
+
+void Supervisor::onEngineEnd(const EngineEnd &end)
+{
+    const VmState before = m_state;
+    step(VmEvent::engineEnded);
+    if (!m_failure.empty())
+        fail(EX_SOFTWARE, m_failure);
+    else if (before != VmState::stopping && end.status != 0)
+        fail(EX_SOFTWARE, end.message);
+    else
+        m_log.line("ended");
+    if (before == VmState::starting && m_resuming && m_end.status != 0)
+        m_log.line("the saved state is kept; a start in recovery mode boots without it");
+    sd_event_exit(m_loop, 0);
+}
+
+void Supervisor::finish(const std::function<void()> &report)
+{
+    if (m_displays)
+        m_displays->close(DISPLAY_CLOSE_STOPPED);
+    const bool was_bound = m_service != nullptr;
+    m_service.reset();
+    for (auto &request : m_stop_waiters)
+        request->answer(nullptr);
+    const bool suspended = m_end.status == 0 && m_state == VmState::ended && m_saved;
+    for (auto &request : m_suspend_waiters) {
+        if (suspended)
+            request->answer(nullptr);
+        else
+            request->fail(ECANCELED, m_end.message.empty() ? "the VM ended" : m_end.message);
+    }
+    for (auto &request : m_display_waiters)
+        request->fail(ECANCELED, m_end.message.empty() ? "the VM ended" : m_end.message);
+    report();
+    if (was_bound)
+        notify("stop");
+}
+
+void Supervisor::notify(const char *member)
+{
+    if (m_notifier.joinable())
+        m_notifier.join();
+    // A bus that is slow to answer must not hold up the guest's screens.
+    m_notifier = std::thread([member, id = m_record.id()] { notify_post(member, id.c_str()); });
+}

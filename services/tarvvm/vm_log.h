@@ -1,0 +1,35 @@
+// What is said about one VM: lines on standard error and in the VM's own log file, which also takes
+// what the guest prints on its serial port.
+#pragma once
+
+#include "platform/unique_fd.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+class VmLog
+{
+public:
+    // The file is kept below this; when it is full the older half goes.
+    static constexpr size_t FILE_MAX = 1024 * 1024;
+
+    // Logs to standard error alone until a file is opened.
+    VmLog() = default;
+    // Opens "<directory>/<id>.log", made with its directory if need be. False with errno set; the
+    // log then goes on without.
+    bool openFile(const std::string &directory, const std::string &id);
+
+    // "Sat Nov 21 09:34:02 tarvvm: " and the line.
+    void line(const std::string &text);
+    // Bytes of the serial port, in lines marked "console: "; control characters are left out.
+    void console(std::string_view bytes);
+
+private:
+    void write(const std::string &text);
+    void makeRoom();
+
+    UniqueFd m_file;
+    size_t m_size = 0; // bytes in the file
+    std::string m_console;
+};

@@ -1,0 +1,269 @@
+// Configurations to machines, machines to launches.
+#include "services/engine/host.h"
+#include "services/engine/launch.h"
+#include "services/engine/machine.h"
+#include "services/engine/trees.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+constexpr const char *ID = "5bb5d6ae-3c5f-4ad7-9cf3-0d2f2a1e9b77";
+
+struct Parsed
+{
+    bool good = false;
+    Machine machine;
+    std::string error;
+};
+
+Parsed parse(const std::string &yaml)
+{
+    KvTree tree(kv_new_type(KV_MAP));
+    FILE *stream = fmemopen(const_cast<char *>(yaml.data()), yaml.size(), "r");
+    EXPECT_EQ(kv_load_yaml(tree.get(), stream), 0) << kv_yaml_error();
+    std::fclose(stream);
+    Parsed result;
+    result.good = machine_parse(tree.get(), ID, "config.yaml", &result.machine, &result.error);
+    return result;
+}
+
+TEST(Machine, takesAllKeysAndLeavesUnknownOnesAlone)
+{
+    const Parsed parsed = parse("name: My, machine\n"
+                                "cpu: {count: 2, colour: red}\n"
+                                "ram: {size: 1073741824}\n"
+                                "firmware: uefi\n"
+                                "hard_drives:\n"
+                                "- {file: a.qcow2, controller: virtio-blk}\n"
+                                "- {file: /b.raw, format: raw}\n"
+                                "cdrom: install.iso\n"
+                                "network:\n"
+                                "- {mode: bridge, controller: virtio-net, bridge: lan0}\n"
+                                "- {mode: disconnected, mac: '52:54:00:12:34:56'}\n"
+                                "displays:\n"
+                                "- {width: 1920, height: 1080, hdpi: true}\n"
+                                "- {}\n"
+                                "audio: yes\n"
+                                "boot: cdrom\n"
+                                "something: else\n");
+    ASSERT_TRUE(parsed.good) << parsed.error;
+    const Machine &machine = parsed.machine;
+    EXPECT_EQ(machine.uuid, ID);
+    EXPECT_EQ(machine.cpu_count, 2u);
+    EXPECT_EQ(machine.firmware, Firmware::uefi);
+    EXPECT_THAT(machine.disks,
+                testing::ElementsAre(MachineDisk{"a.qcow2", "", DiskController::virtio_blk},
+                                     MachineDisk{"/b.raw", "raw", DiskController::ablk}));
+    ASSERT_EQ(machine.networks.size(), 2u);
+    EXPECT_EQ(machine.networks[0].mac, machine_default_mac(ID, 0));
+    EXPECT_EQ(machine.networks[0].bridge, "lan0");
+    EXPECT_EQ(machine.networks[1].mode, NetworkMode::disconnected);
+    EXPECT_THAT(machine.displays, testing::ElementsAre(MachineDisplay{1920, 1080, true},
+                                                       MachineDisplay{1280, 800, false}));
+    EXPECT_EQ(machine.boot, BootDevice::cdrom);
+}
+
+TEST(Machine, namesFileAndKeyOfWhatItCantTake)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"cpu: {count: 0}", "config.yaml: cpu.count: \"0\" is not a number from 1 to 255"},
+        {"ram: {size: lots}", "config.yaml: ram.size: \"lots\" is not a number"},
+        {"ram: {size: '1073741824'}", "config.yaml: ram.size: "},
+        {"firmware: efi", "config.yaml: firmware: \"efi\" is not one of bios, uefi"},
+        {"hard_drives: [{controller: ablk}]", "config.yaml: hard_drives[0].file: "},
+        {"hard_drives: disk.img", "config.yaml: hard_drives: a list is expected"},
+        {"network: [{}, {mac: 12}]", "config.yaml: network[1].mac: "},
+        {"network: [text]", "config.yaml: network[0]: a mapping is expected"},
+        {"displays: [{width: 10}]", "config.yaml: displays[0].width: "},
+        {"displays: [{}, {}, {}, {}, {}]", "config.yaml: displays: at most 4"},
+        {"uuid: abc", "config.yaml: uuid: \"abc\" is not a UUID"},
+        {"audio: loud", "config.yaml: audio: true or false"},
+    };
+    for (const auto &[yaml, message] : cases) {
+        const Parsed parsed = parse(yaml);
+        EXPECT_FALSE(parsed.good) << yaml;
+        EXPECT_THAT(parsed.error, testing::StartsWith(message));
+    }
+}
+
+EngineHost host()
+{
+    EngineHost host;
+    host.qemu = "/bin/qemu";
+    host.vm_dir = "/vms/1";
+    host.images_dir = "/images";
+    host.uefi_code = "/fw/code";
+    host.disk_formats = {"qcow2", "raw"};
+    host.environment = {"LC_ALL=C"};
+    return host;
+}
+
+TEST(Launch, describesTheSmallestMachineWhole)
+{
+    const Parsed parsed = parse("name: One\nram: {size: 67108864}\n");
+    const Launch expected{"/bin/qemu",
+                          {"-name",
+                           "guest=One",
+                           "-uuid",
+                           ID,
+                           "-no-user-config",
+                           "-nodefaults",
+                           "-machine",
+                           "q35",
+                           "-accel",
+                           "tcg,tb-size=64",
+                           "-cpu",
+                           "max",
+                           "-smp",
+                           "1",
+                           "-m",
+                           "size=67108864B",
+                           "-S",
+                           "-chardev",
+                           "socket,id=monitor,fd=3",
+                           "-mon",
+                           "chardev=monitor,mode=control",
+                           "-chardev",
+                           "socket,id=console,fd=4",
+                           "-serial",
+                           "chardev:console",
+                           "-display",
+                           "dbus,p2p=yes",
+                           "-device",
+                           "virtio-vga,max_outputs=1,xres=1280,yres=800",
+                           "-device",
+                           "qemu-xhci,id=usb",
+                           "-device",
+                           "usb-tablet,bus=usb.0",
+                           "-device",
+                           "ide-cd,bus=ide.0"},
+                          {"LC_ALL=C"}};
+    const Launch launch = engine_launch(parsed.machine, host(), LaunchOptions());
+    EXPECT_EQ(launch.arguments, expected.arguments);
+    EXPECT_EQ(launch, expected);
+}
+
+TEST(Launch, describesAFullMachineWhole)
+{
+    const Parsed parsed = parse("name: A, b\ncpu: {count: 4}\nram: {size: 67108864}\n"
+                                "firmware: uefi\naudio: true\nboot: network\n"
+                                "hard_drives: [{file: 'a,1.qcow2', controller: virtio-blk},"
+                                " {file: /b.img}]\n"
+                                "cdrom: /cd.iso\n"
+                                "network: [{mode: host, mac: '52:54:00:00:00:01'},"
+                                " {controller: virtio-net, mac: '52:54:00:00:00:02'},"
+                                " {mode: bridge, mac: '52:54:00:00:00:03'},"
+                                " {mode: disconnected, mac: '52:54:00:00:00:04'}]\n"
+                                "displays: [{width: 1920, height: 1080}, {}]\n");
+    ASSERT_TRUE(parsed.good) << parsed.error;
+    EngineHost facts = host();
+    facts.accel = Accel::kvm;
+    const Launch launch =
+        engine_launch(parsed.machine, facts, {StartMode::recovery, 7, 8, /*incoming=*/true});
+    const std::vector<std::string> expected = {
+        "-name",
+        "guest=A,, b",
+        "-uuid",
+        ID,
+        "-no-user-config",
+        "-nodefaults",
+        "-machine",
+        "q35",
+        "-accel",
+        "kvm",
+        "-cpu",
+        "host",
+        "-smp",
+        "4",
+        "-m",
+        "size=67108864B",
+        "-S",
+        "-incoming",
+        "defer",
+        "-boot",
+        "menu=on,splash-time=5000",
+        "-chardev",
+        "socket,id=monitor,fd=7",
+        "-mon",
+        "chardev=monitor,mode=control",
+        "-chardev",
+        "socket,id=console,fd=8",
+        "-serial",
+        "chardev:console",
+        "-drive",
+        "if=pflash,unit=0,format=raw,readonly=on,file=/fw/code",
+        "-drive",
+        "if=pflash,unit=1,format=raw,file=/vms/1/nvram",
+        "-display",
+        "dbus,p2p=yes",
+        "-device",
+        "virtio-vga,max_outputs=2,xres=1920,yres=1080",
+        "-device",
+        "qemu-xhci,id=usb",
+        "-device",
+        "usb-tablet,bus=usb.0",
+        "-device",
+        "usb-kbd,bus=usb.0",
+        "-drive",
+        "if=none,id=disk0,format=qcow2,discard=unmap,cache=writeback,"
+        "file=/images/a,,1.qcow2",
+        "-device",
+        "virtio-blk-pci,drive=disk0,bootindex=11",
+        "-drive",
+        "if=none,id=disk1,format=raw,discard=unmap,cache=writeback,file=/b.img",
+        "-device",
+        "ide-hd,bus=ide.2,drive=disk1,bootindex=12",
+        "-drive",
+        "if=none,id=cd0,format=raw,readonly=on,file=/cd.iso",
+        "-device",
+        "ide-cd,bus=ide.0,drive=cd0,bootindex=1",
+        "-netdev",
+        "user,id=net0,restrict=on",
+        "-device",
+        "e1000e,id=nic0,mac=52:54:00:00:00:01,bootindex=31,netdev=net0",
+        "-netdev",
+        "user,id=net1",
+        "-device",
+        "virtio-net-pci,id=nic1,mac=52:54:00:00:00:02,bootindex=32,netdev=net1",
+        "-netdev",
+        "bridge,id=net2,br=br0,helper=/usr/lib/qemu/qemu-bridge-helper",
+        "-device",
+        "e1000e,id=nic2,mac=52:54:00:00:00:03,bootindex=33,netdev=net2",
+        "-device",
+        "e1000e,id=nic3,mac=52:54:00:00:00:04,bootindex=34",
+        "-audiodev",
+        "none,id=sound",
+        "-device",
+        "intel-hda",
+        "-device",
+        "hda-duplex,audiodev=sound"};
+    EXPECT_EQ(launch.arguments, expected);
+    EXPECT_EQ(engine_launch_line({"/bin/a b", {"it's", "x=1,y"}, {}}),
+              "'/bin/a b' 'it'\\''s' x=1,y");
+}
+
+TEST(Accel, followsTheSettingAndSaysWhyKvmIsRefused)
+{
+    Accel accel = Accel::kvm;
+    std::string error;
+    EXPECT_TRUE(engine_accel_decide("tcg", 0, &accel, &error));
+    EXPECT_EQ(accel, Accel::tcg);
+    EXPECT_TRUE(engine_accel_decide("auto", EACCES, &accel, &error));
+    EXPECT_EQ(accel, Accel::tcg);
+    EXPECT_TRUE(engine_accel_decide("auto", 0, &accel, &error));
+    EXPECT_EQ(accel, Accel::kvm);
+    EXPECT_FALSE(engine_accel_decide("kvm", ENOTSUP, &accel, &error));
+    EXPECT_EQ(error, "engine_accel is kvm, but KVM can't be used: the processor offers no "
+                     "virtualisation");
+    EXPECT_FALSE(engine_accel_decide("kvm", EACCES, &accel, &error));
+    EXPECT_THAT(error, testing::HasSubstr("/dev/kvm: Permission denied"));
+    EXPECT_FALSE(engine_accel_decide("fast", 0, &accel, &error));
+}
+
+} // namespace
