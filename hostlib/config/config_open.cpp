@@ -57,24 +57,11 @@ bool read_file(int fd, std::string &text)
     }
 }
 
-// Takes the lines of an open file into the table; lines that are malformed are passed over. False
-// with errno set when the file can't be read.
+// Takes the lines of an open file into the table. False with errno set when it can't be read.
 bool parse_file(ConfigTable *table, int fd)
 {
     std::string text;
-    if (!read_file(fd, text))
-        return false;
-    if (text.empty())
-        return true;
-    const File stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
-    if (!stream)
-        return false;
-    // The parser would cut lines at 200 bytes.
-    ini_use_stack = false;
-    ini_allow_realloc = true;
-    ini_max_line = int(file_cap) + 3;
-    ini_parse_file(stream.get(), config_handler, table);
-    return true;
+    return read_file(fd, text) && config_table_parse(table, std::move(text));
 }
 
 // The files that are looked for in a directory, in this order. What can't be opened is skipped.
@@ -127,6 +114,21 @@ void make_directories(const ConfigTable *table)
 }
 
 } // namespace
+
+bool config_table_parse(ConfigTable *table, std::string text)
+{
+    if (text.empty())
+        return true;
+    const File stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
+    if (!stream)
+        return false;
+    // The parser would cut lines at 200 bytes.
+    ini_use_stack = false;
+    ini_allow_realloc = true;
+    ini_max_line = int(file_cap) + 3;
+    ini_parse_file(stream.get(), config_handler, table);
+    return true;
+}
 
 int config_handler(void *table, const char *section, const char *key, const char *value)
 {
