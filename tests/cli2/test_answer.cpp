@@ -3,7 +3,6 @@
 #include "platform/unique_fd.h"
 #include "policy/json.h"
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -13,7 +12,6 @@
 #include <memory>
 #include <string>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
 
@@ -150,16 +148,4 @@ TEST(Answer, carriesDescriptorsUpToTheRoomForThem)
     EXPECT_EQ(read(fds[0], &byte, 1), 1);
     EXPECT_EQ(fcntl(fds[0], F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fds[1], -1);
-}
-
-TEST(Answer, ofAnErrorHasItsCodeMessageAndBody)
-{
-    Peer peer([](int fd) {
-        const Tree body(json_mkobject(), json_delete);
-        json_append_int64(body.get(), "status", 3);
-        cli2_answer_error(fd, CLI2_ERROR_JOB_ENDED, "\"ended\"\n", body.get());
-    });
-    const Tree tree(cli2_recv_json_to(peer.fd(), minute), json_delete);
-    EXPECT_EQ(json_print(tree.get()),
-              R"({"status":"ERROR","error":10,"message":"\"ended\"\n","body":{"status":3}})");
 }

@@ -2,9 +2,7 @@
 
 #include "platform/unique_fd.h"
 
-#include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
