@@ -122,6 +122,8 @@ bool Reader::openGroup()
 void Reader::closeGroup()
 {
     flush();
+    if (m_outer.size() == 1)
+        m_cursor.setBlockFormat(m_state.block); // of the paragraph that the document ends with
     m_state = m_outer.back();
     m_outer.pop_back();
     m_toSkip = 0;

@@ -1,10 +1,12 @@
 #include "app/shell/TarvApplication.h"
 
+#include "app/display/TarvWindow.h"
 #include "app/kit/MainMenu.h"
 #include "app/kit/Responder.h"
 #include "app/kit/WindowController.h"
 #include "app/shell/AppDelegate.h"
 #include "app/shell/MenuItemForEvent.h"
+#include "tarvhv/display/TarvDisplayView.h"
 
 #include <QIcon>
 #include <QKeyEvent>
@@ -26,7 +28,7 @@ QWidget *displayWindowOf(const QWindow *receiver)
 {
     for (QWidget *widget : QApplication::topLevelWidgets())
         if (widget->windowHandle() == receiver)
-            return widget->inherits("TarvWindow") ? widget : nullptr;
+            return qobject_cast<TarvWindow *>(widget);
     return nullptr;
 }
 

@@ -32,6 +32,8 @@ const auto *const g_environment = testing::AddGlobalTestEnvironment(new HomeEnvi
 
 } // namespace
 
+QApplication *(*testApplicationMaker)(int &argc, char **argv) = nullptr;
+
 QDir privateHome()
 {
     return QDir(g_home->path());
@@ -42,7 +44,8 @@ QApplication &testApplication()
     static int argc = 1;
     static char name[] = "test";
     static char *argv[] = {name, nullptr};
-    static auto *application = new QApplication(argc, argv);
+    static auto *application =
+        testApplicationMaker ? testApplicationMaker(argc, argv) : new QApplication(argc, argv);
     application->setQuitOnLastWindowClosed(false);
     return *application;
 }

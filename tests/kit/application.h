@@ -10,8 +10,10 @@
 
 // A folder that is there until the tests end; preferences are kept in it.
 QDir privateHome();
-// The application, on the offscreen platform, made on first use.
+// The application, on the offscreen platform, made on first use: a plain one unless the tests have
+// set another maker before.
 QApplication &testApplication();
+extern QApplication *(*testApplicationMaker)(int &argc, char **argv);
 // A test that has the application from its first member on.
 struct ApplicationTest : testing::Test
 {

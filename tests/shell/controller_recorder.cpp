@@ -1,0 +1,56 @@
+// Plays the controller: stores its arguments and environment beside itself in "record", then does
+// what the lines of the file "mode" say.
+//
+//   print TEXT   write TEXT          flood N   write N bytes
+//   ignore-term  ignore SIGTERM      hang      wait for a signal
+//   exit N       end with status N
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+int main(int argc, char **argv)
+{
+    const std::string self = argv[0];
+    const std::string folder = self.substr(0, self.rfind('/') + 1);
+    {
+        std::ofstream record(folder + "record.new");
+        for (int i = 1; i < argc; ++i)
+            record << "argument " << argv[i] << '\n';
+        for (char **entry = environ; *entry; ++entry)
+            record << "environment " << *entry << '\n';
+    }
+    std::ifstream mode(folder + "mode");
+    std::string line;
+    bool announced = false;
+    // The record appears once signals are handled as told.
+    const auto announce = [&] {
+        if (!announced)
+            rename((folder + "record.new").c_str(), (folder + "record").c_str());
+        announced = true;
+    };
+    while (std::getline(mode, line)) {
+        const std::string word = line.substr(0, line.find(' '));
+        const std::string rest = line.substr(std::min(word.size() + 1, line.size()));
+        if (word == "ignore-term") {
+            signal(SIGTERM, SIG_IGN);
+            continue;
+        }
+        announce();
+        if (word == "print")
+            std::cout << rest << std::flush;
+        else if (word == "flood")
+            std::cout << std::string(std::stoul(rest), ' ') << std::flush;
+        else if (word == "hang")
+            for (;;)
+                pause();
+        else if (word == "exit")
+            return std::atoi(rest.c_str());
+    }
+    announce();
+    return 0;
+}

@@ -1,0 +1,113 @@
+#include "tests/shell/shell_fixture.h"
+
+#include "app/shell/TarvApplication.h"
+#include "hostlib/config/config.h"
+#include "hostlib/config/config_table.h"
+#include "hostlib/utils/utils.h"
+#include "platform/host.h"
+
+#include <QFile>
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+// Keys are routed by the application object.
+QApplication *makeApplication(int &argc, char **argv)
+{
+    return new TarvApplication(argc, argv);
+}
+
+[[maybe_unused]] const bool g_set = (testApplicationMaker = makeApplication);
+
+QStringList recorded(const QString &kind)
+{
+    QFile file(privateHome().filePath(QStringLiteral("record")));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QStringList lines;
+    for (const QString &line : QString::fromLocal8Bit(file.readAll()).split(QLatin1Char('\n')))
+        if (line.startsWith(kind))
+            lines << line.mid(kind.size());
+    return lines;
+}
+
+} // namespace
+
+PrivateBus::PrivateBus()
+{
+    m_daemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    m_daemon.start(QStringLiteral("dbus-daemon"),
+                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                    QStringLiteral("--print-address")});
+    m_daemon.waitForReadyRead(30000);
+    m_address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
+    EXPECT_FALSE(m_address.isEmpty());
+}
+
+PrivateBus::~PrivateBus()
+{
+    m_daemon.terminate();
+    m_daemon.waitForFinished();
+}
+
+ShellTest::ShellTest()
+{
+    QFile::remove(path(QStringLiteral("record")));
+    QFile::remove(path(QStringLiteral("mode")));
+    QFile::remove(path(QStringLiteral("log")));
+    QFile::link(QStringLiteral(CONTROLLER_RECORDER), path(QStringLiteral("tarvctl")));
+    const QByteArray support = path(QStringLiteral("support")).toLocal8Bit();
+    platform_set_path(PlatformPath::support_dir, support.constData());
+    setSettings(QString());
+    if (log_fd > 2)
+        close(log_fd);
+    log_fd = open(path(QStringLiteral("log")).toLocal8Bit().constData(),
+                  O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+}
+
+QString ShellTest::path(const QString &name)
+{
+    return privateHome().filePath(name);
+}
+
+void ShellTest::write(const QString &name, const QByteArray &text)
+{
+    QFile file(path(name));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(text);
+}
+
+void ShellTest::setSettings(const QString &lines)
+{
+    const QString settings = QStringLiteral("[tarv]\ntarvctl_executable = %1\n%2\n")
+                                 .arg(path(QStringLiteral("tarvctl")), lines);
+    write(QStringLiteral("settings.ini"), settings.toLocal8Bit());
+    qputenv("TARV_CONFIG_PATH", path(QStringLiteral("settings.ini")).toLocal8Bit());
+    config_table_free(config);
+    config = nullptr;
+}
+
+void ShellTest::setController(const QString &mode)
+{
+    write(QStringLiteral("mode"), mode.toLocal8Bit());
+}
+
+QStringList ShellTest::recordedArguments()
+{
+    return recorded(QStringLiteral("argument "));
+}
+
+QStringList ShellTest::recordedEnvironment()
+{
+    return recorded(QStringLiteral("environment "));
+}
+
+QString ShellTest::log()
+{
+    QFile file(path(QStringLiteral("log")));
+    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
+}

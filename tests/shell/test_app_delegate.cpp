@@ -1,0 +1,325 @@
+#include "app/kit/MainMenu.h"
+#include "app/kit/NotificationCenter.h"
+#include "app/kit/Responder.h"
+#include "app/shell/AppDelegate.h"
+#include "tarvhv/tarvhv.h"
+#include "tests/shell/shell_fixture.h"
+
+#include <QAbstractButton>
+#include <QMenu>
+#include <QMessageBox>
+#include <QTest>
+#include <QTimer>
+#include <QUuid>
+#include <QVBoxLayout>
+
+#include <unistd.h>
+
+namespace {
+
+// A display that only says who it is.
+class PlainDisplay : public TarvDisplay
+{
+public:
+    QString where;
+    QString who;
+    unsigned which = 0;
+
+    void setDelegate(TarvDisplayDelegate *) override {}
+    const void *surface() const override { return nullptr; }
+    const uint8_t *fbuf() const override { return nullptr; }
+    const display_fbctl *fbctl() const override { return nullptr; }
+    QString path() const override { return where; }
+    QString uuid() const override { return who; }
+    QString name() const override { return who; }
+    unsigned totalDisplays() const override { return 1; }
+    unsigned index() const override { return which; }
+    int width() const override { return 0; }
+    int height() const override { return 0; }
+    bool hdpi() const override { return false; }
+    bool allowsLiveResize() const override { return false; }
+    uint32_t caps() const override { return 0; }
+    bool absolutePointer() const override { return true; }
+    void setWidth(uint32_t, uint32_t, bool) override {}
+    bool preparePasteboardForPolling() override { return false; }
+    void requestPasteboard(bool) override {}
+    void sendPasteboard(const QByteArray &) override {}
+    void takeScreenshotWithCompletionHandler(ScreenshotHandler) override {}
+    void sendKey(uint32_t, bool) override {}
+    void sendPointerPosition(int, int, uint32_t) override {}
+    void sendPointerMotion(int, int, uint32_t) override {}
+    void sendWheel(int, int) override {}
+    void setActive(bool) override {}
+    void acknowledgeFrame() override {}
+};
+
+class PlainController : public WindowController
+{
+public:
+    int shown = 0;
+    std::unique_ptr<TarvDisplay> display;
+
+    explicit PlainController(std::unique_ptr<TarvDisplay> display_ = nullptr)
+        : display(std::move(display_))
+    {
+        auto *widget = new QWidget;
+        widget->setLayout(new QVBoxLayout);
+        MainMenu::installIn(widget);
+        setWindow(widget);
+    }
+    void showWindow() override
+    {
+        ++shown;
+        WindowController::showWindow();
+    }
+};
+
+const QString vmid = QStringLiteral("0d1f2a3b-0000-4000-8000-000000000001");
+
+class AppDelegateTest : public ShellTest
+{
+protected:
+    bool accepted = true;
+    int host = 1;
+    unsigned running = 0;
+    bool displaysFail = false;
+    QStringList calls; // what was asked of the parts
+    QList<PlainController *> displays;
+    std::unique_ptr<AppDelegate> delegate = std::make_unique<AppDelegate>(parts());
+
+    ~AppDelegateTest() override { MainMenu::setRestricted(false); }
+
+    AppParts parts()
+    {
+        AppParts parts;
+        const auto plain = [] { return new PlainController; };
+        parts.isEulaAccepted = [this] { return accepted; };
+        parts.makeEulaController = plain;
+        parts.makeWelcomeController = plain;
+        parts.makeDisplayController = [this](std::unique_ptr<TarvDisplay> display) {
+            displays << new PlainController(std::move(display));
+            return displays.constLast();
+        };
+        parts.createDisplay = [this](const QString &path, unsigned index, QObject *context,
+                                     auto handler) {
+            calls << QStringLiteral("display %1 %2").arg(path).arg(index);
+            QMetaObject::invokeMethod(
+                context, [=, this] { handler(makeDisplay(path, index), ENOENT); },
+                Qt::QueuedConnection);
+        };
+        parts.hostType = [this] { return host; };
+        parts.runningVMs = [this] { return running; };
+        parts.removeState = [this](const QString &id) { calls << QStringLiteral("state ") + id; };
+        parts.startVM = [this](const QString &id, int options) {
+            calls << QStringLiteral("start %1 %2").arg(id).arg(options);
+        };
+        parts.setVMStatus = [this](const QString &id, int status) {
+            calls << QStringLiteral("status %1 %2").arg(id).arg(status);
+        };
+        parts.setAddonsImage = [this](const QString &path) {
+            calls << QStringLiteral("addons ") + path;
+        };
+        parts.openInBrowser = [](const QUrl &) { return true; };
+        return parts;
+    }
+
+    std::unique_ptr<TarvDisplay> makeDisplay(const QString &path, unsigned index) const
+    {
+        if (displaysFail)
+            return nullptr;
+        auto display = std::make_unique<PlainDisplay>();
+        display->where = path;
+        display->which = index;
+        display->who = vmid;
+        return display;
+    }
+
+    void finishLaunching()
+    {
+        delegate->applicationWillFinishLaunching(nullptr);
+        delegate->applicationDidFinishLaunching();
+    }
+    bool waitForDisplays(size_t count)
+    {
+        return waitUntil([=, this] { return delegate->displayCount() == count; });
+    }
+    // Presses a button of the next modal alert and keeps its text.
+    QString alertText;
+    void answerAlert(int button)
+    {
+        auto *poll = new QTimer(delegate.get());
+        QObject::connect(poll, &QTimer::timeout, poll, [this, poll, button] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box)
+                return;
+            alertText = box->text();
+            delete poll;
+            box->findChild<QAbstractButton *>(QStringLiteral("alertButton%1").arg(button))->click();
+        });
+        poll->start(5);
+    }
+};
+
+} // namespace
+
+TEST_F(AppDelegateTest, theAgreementComesBeforeAnythingElse)
+{
+    accepted = false;
+    finishLaunching();
+    delegate->launch({QUrl(QStringLiteral("tarv:/p?o=x&d=0"))});
+    ASSERT_TRUE(delegate->eulaController());
+    EXPECT_FALSE(delegate->welcomeController());
+    const auto menus = MainMenu::of(delegate->eulaController()->window())->actions();
+    EXPECT_TRUE(menus[0]->isVisible());
+    EXPECT_FALSE(menus[1]->isVisible());
+    delegate->open({QUrl(QStringLiteral("tarv:/p?o=x&d=0")), QUrl(QStringLiteral("file:///p"))});
+    delegate->activate();
+    EXPECT_TRUE(calls.isEmpty());
+    EXPECT_FALSE(delegate->welcomeController());
+
+    delegate->eulaController()->close();
+    EXPECT_FALSE(delegate->eulaController());
+    ASSERT_TRUE(delegate->welcomeController());
+    EXPECT_TRUE(delegate->welcomeController()->window()->isVisible());
+    EXPECT_TRUE(
+        MainMenu::of(delegate->welcomeController()->window())->actions().at(1)->isVisible());
+}
+
+TEST_F(AppDelegateTest, showsTheListAtLaunchAndMakesItAnewAfterItsClose)
+{
+    finishLaunching();
+    delegate->launch({});
+    WindowController *list = delegate->welcomeController();
+    ASSERT_TRUE(list);
+    delegate->showWelcomeWindow(nullptr);
+    EXPECT_EQ(delegate->welcomeController(), list);
+    list->close();
+    EXPECT_FALSE(delegate->welcomeController());
+    delegate->activate();
+    EXPECT_TRUE(delegate->welcomeController());
+    QAction item;
+    item.setProperty("action", QStringLiteral("newDocument:"));
+    EXPECT_FALSE(Responder::hasAction(delegate.get(), QStringLiteral("delete:")));
+    EXPECT_FALSE(delegate->validateMenuItem(&item)) << "nothing makes new VMs here";
+}
+
+TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
+{
+    finishLaunching();
+    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
+    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
+    ASSERT_TRUE(waitForDisplays(1));
+    EXPECT_EQ(calls.size(), 1) << "asked twice before it was there";
+    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
+    EXPECT_EQ(displays[0]->shown, 2) << "brought forward";
+    delegate->viewDisplay(QStringLiteral("/tmp/a"), 1);
+    ASSERT_TRUE(waitForDisplays(2));
+    EXPECT_FALSE(delegate->applicationShouldOpenUntitledFile());
+    displays[0]->close();
+    EXPECT_EQ(delegate->displayCount(), 2u) << "not in the middle of its own close";
+    EXPECT_TRUE(waitForDisplays(1));
+    EXPECT_FALSE(displays[1]->window()->isHidden());
+    displaysFail = true;
+    delegate->viewDisplay(QStringLiteral("/tmp/gone"), 0);
+    waitUntil([this] { return calls.size() == 3; });
+    EXPECT_EQ(delegate->displayCount(), 1u);
+    EXPECT_TRUE(log().isEmpty()) << log().toStdString();
+}
+
+TEST_F(AppDelegateTest, aStartedVMGetsItsDisplayOnce)
+{
+    finishLaunching();
+    const QString socket =
+        QStringLiteral("display /tmp/com.quelda.tarvhv.%1.%2.sock 0").arg(vmid).arg(getuid());
+    const auto started = [](const QVariant &object) {
+        NotificationCenter::defaultCenter().post(QString::fromUtf8(TarvVMDidStartNotification),
+                                                 object);
+    };
+    started(QUuid(vmid));
+    ASSERT_TRUE(waitForDisplays(1));
+    EXPECT_EQ(calls, QStringList{socket}) << "the state is kept on this host type";
+    started(vmid.toUpper());
+    EXPECT_EQ(displays[0]->shown, 2);
+    started(7);
+    started(QVariant());
+    displays[0]->close();
+    ASSERT_TRUE(waitForDisplays(0));
+    host = 2;
+    displaysFail = true;
+    started(vmid);
+    EXPECT_TRUE(
+        waitUntil([] { return log().endsWith(QLatin1String("failed to open display\r\n")); }));
+    EXPECT_EQ(calls, (QStringList{socket, QStringLiteral("state ") + vmid, socket}));
+    EXPECT_EQ(log().mid(19), QStringLiteral(" tarv: failed to open display\r\n"));
+}
+
+TEST_F(AppDelegateTest, remembersHowAVMEnded)
+{
+    finishLaunching();
+    const QString name = QString::fromUtf8(TarvVMDidStopNotification);
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.post(name, vmid, {{QStringLiteral("Error"), QStringLiteral("x")}});
+    center.post(name, vmid);
+    center.post(name);
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("status %1 1").arg(vmid),
+                                  QStringLiteral("status %1 0").arg(vmid)}));
+}
+
+TEST_F(AppDelegateTest, opensFilesWithTheirSuffixAndSaysWhenItCanNot)
+{
+    std::optional<bool> answer;
+    const auto open = [&](const char *name) {
+        answer.reset();
+        delegate->applicationOpenFile(QLatin1String(name), [&](bool opened) { answer = opened; });
+        EXPECT_TRUE(waitUntil([&] { return answer.has_value(); }));
+    };
+    open("/tmp/p:2");
+    EXPECT_EQ(answer, true);
+    open("/tmp/p");
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("display /tmp/p:2 2"),
+                                  QStringLiteral("display /tmp/p 0")}));
+    displaysFail = true;
+    answerAlert(1);
+    open("/tmp/q");
+    EXPECT_EQ(answer, false);
+    EXPECT_EQ(alertText, QStringLiteral("Failed to open display"));
+    accepted = false;
+    open("/tmp/p");
+    EXPECT_EQ(answer, false);
+}
+
+TEST_F(AppDelegateTest, urlsStartVMsOrShowThemByHostType)
+{
+    const QString url = QStringLiteral("tarv:///tmp/s.sock?vmid=X&a=1&d=3&o=%2Fpath&a=b=c");
+    delegate->getUrl(url);
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("addons /path"),
+                                  QStringLiteral("display /tmp/s.sock 3")}));
+    ASSERT_TRUE(waitForDisplays(1));
+    calls.clear();
+    host = 2;
+    delegate->getUrl(url);
+    EXPECT_EQ(calls, (QStringList{QStringLiteral("addons /path"), QStringLiteral("start X 1")}));
+    EXPECT_FALSE(delegate->welcomeController());
+}
+
+TEST_F(AppDelegateTest, aRequestThatOpensNothingLeavesAWindowAllTheSame)
+{
+    displaysFail = true;
+    finishLaunching();
+    delegate->launch({QUrl(QStringLiteral("tarv:///tmp/none?d=0"))});
+    EXPECT_TRUE(waitUntil([this] { return delegate->welcomeController() != nullptr; }));
+}
+
+TEST_F(AppDelegateTest, asksBeforeItEndsRunningVMs)
+{
+    EXPECT_TRUE(delegate->applicationShouldTerminate());
+    EXPECT_TRUE(delegate->applicationShouldTerminateAfterLastWindowClosed());
+    running = 2;
+    EXPECT_FALSE(delegate->applicationShouldTerminateAfterLastWindowClosed());
+    answerAlert(1);
+    EXPECT_FALSE(delegate->applicationShouldTerminate());
+    EXPECT_EQ(alertText,
+              QStringLiteral("2 VM(s) are running. Do you want to quit and terminate them?"));
+    answerAlert(2);
+    EXPECT_TRUE(delegate->applicationShouldTerminate());
+}

@@ -1,0 +1,91 @@
+#include "app/shell/AppLog.h"
+#include "app/shell/EntryPoint.h"
+#include "hostlib/utils/utils.h"
+#include "tests/shell/shell_fixture.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+class EntryPointTest : public ShellTest
+{
+protected:
+    const int ownLog = log_fd;
+    ~EntryPointTest() override
+    {
+        if (log_fd != ownLog && log_fd > 2)
+            close(log_fd);
+        log_fd = ownLog;
+        log_level = 0;
+    }
+};
+
+} // namespace
+
+TEST_F(EntryPointTest, logsIntoTheLogFolderMakingIt)
+{
+    setSettings(QStringLiteral("log_dir = %1/new/logs").arg(privateHome().path()));
+    openLog();
+    appLog("tarv", QStringLiteral("hello"));
+    QFile file(path(QStringLiteral("new/logs/tarv.log")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QString line = QString::fromUtf8(file.readAll());
+    EXPECT_EQ(line.mid(19), QStringLiteral(" tarv: hello\r\n"));
+    EXPECT_EQ(log_level, 0);
+}
+
+TEST_F(EntryPointTest, aTerminalTakesTheLogItself)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    if (terminal < 0 || !isatty(terminal)) {
+        close(terminal);
+        GTEST_SKIP() << "no pseudo-terminals here";
+    }
+    setSettings(QStringLiteral("log_dir = %1/unused").arg(privateHome().path()));
+    log_fd = terminal;
+    openLog();
+    EXPECT_EQ(log_fd, terminal);
+    EXPECT_EQ(log_level, 2);
+    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("unused"))));
+}
+
+TEST_F(EntryPointTest, startsWithoutALogThatCanNotBeOpened)
+{
+    for (const QString &lines :
+         {QString(), QStringLiteral("log_dir = /proc/none"),
+          QStringLiteral("log_dir = /tmp/") + QString(1020, QLatin1Char('x'))}) {
+        setSettings(lines);
+        log_fd = ownLog;
+        openLog();
+        EXPECT_LT(log_fd, 0);
+        appLog("tarv", QStringLiteral("unheard"));
+    }
+}
+
+TEST_F(EntryPointTest, joinsTheImagePathsOnceEach)
+{
+    struct
+    {
+        const char *settings;
+        const char *expected;
+    } const cases[] = {
+        {"img_path = /a\nimg_lib_dir = /a\n", "/a"},
+        {"img_path = /a\nimg_lib_dir = /a/b\n", "/a:/a/b"},
+        {"img_path = /a/b\nimg_lib_dir = /a\n", "/a/b"},
+        {"tag_lib_dir = /t\nstate_lib_dir = /s\nimg_lib_dir = /i\nimg_path = ~/x:/y\n",
+         "~/x:/y:/i:/s:/t"},
+        {"", nullptr},
+    };
+    for (const auto &each : cases) {
+        unsetenv("TARV_IMG_PATH"); // it would stand for the setting "img_path"
+        setSettings(QLatin1String(each.settings));
+        exportImagePath();
+        EXPECT_STREQ(getenv("TARV_IMG_PATH"), each.expected) << each.settings;
+    }
+}

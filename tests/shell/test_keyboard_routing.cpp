@@ -1,0 +1,147 @@
+#include "app/display/TarvWindow.h"
+#include "app/kit/WindowController.h"
+#include "app/shell/MenuItemForEvent.h"
+#include "tarvhv/display/TarvDisplayView.h"
+#include "tests/shell/shell_fixture.h"
+
+#include <QElapsedTimer>
+#include <QKeyEvent>
+#include <QLayout>
+#include <QMenu>
+#include <QTest>
+#include <QWindow>
+
+// Where the guest would be shown: keeps the keys that it gets.
+class Guest : public QWidget
+{
+public:
+    QStringList seen;
+
+    bool focusNextPrevChild(bool) override { return false; }
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override { note("press", event); }
+    void keyReleaseEvent(QKeyEvent *event) override { note("release", event); }
+
+private:
+    void note(const char *what, const QKeyEvent *event)
+    {
+        if (event->key() == Qt::Key_Control || event->key() == Qt::Key_Alt)
+            return;
+        seen << QLatin1String(what) + QLatin1Char(' ') +
+                    QKeySequence(event->key()).toString(QKeySequence::PortableText);
+    }
+};
+
+namespace {
+
+class DisplayController : public WindowController
+{
+    Q_OBJECT
+
+public:
+    Guest *display = new Guest;
+    QElapsedTimer clock;
+    QList<qint64> copies;
+    bool mayPaste = true;
+
+    DisplayController()
+    {
+        auto *shown = new TarvWindow(TarvWindow::Interface::tarvWindow);
+        shown->centralWidget()->layout()->addWidget(display);
+        display->setFocusPolicy(Qt::StrongFocus);
+        display->setFocus();
+        setWindow(shown);
+        clock.start();
+    }
+    bool validateMenuItem(QAction *item) override
+    {
+        return item->property("action").toString() != QLatin1String("paste:") || mayPaste;
+    }
+    Q_INVOKABLE void paste(QObject *) { display->seen << QStringLiteral("paste"); }
+    Q_INVOKABLE void copy(QObject *) { copies << clock.elapsed(); }
+    Q_INVOKABLE void openDocument(QObject *) { display->seen << QStringLiteral("menu"); }
+};
+
+class KeyboardRoutingTest : public ShellTest
+{
+protected:
+    DisplayController controller;
+    QWindow *window = nullptr;
+
+    KeyboardRoutingTest()
+    {
+        controller.showWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(controller.window()));
+        window = controller.window()->windowHandle();
+    }
+    QStringList &seen() { return controller.display->seen; }
+};
+
+} // namespace
+
+TEST_F(KeyboardRoutingTest, shortcutsGoToTheGuest)
+{
+    QTest::keyClick(window, Qt::Key_O, Qt::ControlModifier);
+    QTest::keyClick(window, Qt::Key_F, Qt::AltModifier);
+    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press O"), QStringLiteral("release O"),
+                                   QStringLiteral("press F"), QStringLiteral("release F")}));
+    EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
+}
+
+TEST_F(KeyboardRoutingTest, pasteComesBeforeTheKeyOnPressAndRelease)
+{
+    QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(seen(), (QStringList{QStringLiteral("paste"), QStringLiteral("press V"),
+                                   QStringLiteral("paste"), QStringLiteral("release V")}));
+    seen().clear();
+    controller.mayPaste = false;
+    QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press V"), QStringLiteral("release V")}));
+}
+
+TEST_F(KeyboardRoutingTest, copyComesAfterTheKeyOnPressAndRelease)
+{
+    controller.clock.start();
+    QTest::keyClick(window, Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(seen().size(), 2);
+    EXPECT_TRUE(controller.copies.isEmpty());
+    ASSERT_TRUE(waitUntil([this] { return controller.copies.size() == 2; }));
+    EXPECT_GE(controller.copies[0], 195);
+}
+
+TEST_F(KeyboardRoutingTest, underASheetNothingIsRoutedAndPlainKeysNeverAre)
+{
+    QDialog sheet;
+    controller.beginSheet(&sheet, {});
+    QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
+    EXPECT_TRUE(seen().isEmpty());
+    sheet.done(0);
+    QTest::keyClick(window, Qt::Key_A);
+    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press A"), QStringLiteral("release A")}));
+}
+
+TEST_F(KeyboardRoutingTest, theFirstItemThatMatchesDecides)
+{
+    QMenuBar bar;
+    QMenu *first = bar.addMenu(QStringLiteral("first"));
+    QAction *nested = first->addMenu(QStringLiteral("nested"))->addAction(QStringLiteral("a"));
+    QAction *later = bar.addMenu(QStringLiteral("second"))->addAction(QStringLiteral("b"));
+    const QKeySequence shortcut(QStringLiteral("Ctrl+C"));
+    nested->setShortcut(shortcut);
+    later->setShortcut(shortcut);
+    const auto item = [&](Qt::Key key, Qt::KeyboardModifiers modifiers) {
+        const QKeyEvent event(QEvent::KeyPress, key, modifiers);
+        return NSMenuItemForEvent(&bar, &event);
+    };
+    EXPECT_EQ(item(Qt::Key_C, Qt::ControlModifier), nested);
+    nested->setEnabled(false);
+    EXPECT_EQ(item(Qt::Key_C, Qt::ControlModifier), nullptr) << "the search ends here";
+    nested->setShortcut(QKeySequence());
+    EXPECT_EQ(item(Qt::Key_C, Qt::ControlModifier), later);
+    EXPECT_EQ(item(Qt::Key_C, Qt::ControlModifier | Qt::KeypadModifier), nullptr);
+    EXPECT_EQ(item(Qt::Key_C, Qt::ControlModifier | Qt::ShiftModifier), nullptr);
+    EXPECT_EQ(item(Qt::Key_X, Qt::ControlModifier), nullptr);
+}
+
+#include "test_keyboard_routing.moc"

@@ -1,0 +1,154 @@
+#include "app/kit/NotificationCenter.h"
+#include "app/shell/AdministratorRight.h"
+#include "app/shell/ServiceNotifications.h"
+#include "app/shell/SingleInstance.h"
+#include "tests/shell/shell_fixture.h"
+
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+namespace {
+
+class SessionBusTest : public ShellTest
+{
+protected:
+    PrivateBus bus;
+    QList<QString> names;
+
+    QDBusConnection connect(const char *name)
+    {
+        names << QLatin1String(name);
+        return QDBusConnection::connectToBus(bus.address(), QLatin1String(name));
+    }
+    ~SessionBusTest() override
+    {
+        for (const QString &name : names)
+            QDBusConnection::disconnectFromBus(name);
+    }
+};
+
+// The authority, with one answer for everybody.
+class Authority : public QDBusVirtualObject
+{
+public:
+    bool authorized = false;
+    QDBusMessage asked;
+
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
+    {
+        asked = message;
+        QDBusArgument result;
+        result.beginStructure();
+        result << authorized << false;
+        result.beginMap(QMetaType(QMetaType::QString), QMetaType(QMetaType::QString));
+        result.endMap();
+        result.endStructure();
+        return connection.send(message.createReply(QVariant::fromValue(result)));
+    }
+};
+
+std::optional<bool> askFor(const QDBusConnection &connection, QString *error)
+{
+    std::atomic<bool> done = false;
+    bool obtained = false;
+    std::thread asker([&] {
+        obtained = obtainRightFromPolkit(connection, error);
+        done = true;
+    });
+    const bool inTime = waitUntil([&] { return done.load(); });
+    asker.join();
+    return inTime ? std::optional(obtained) : std::nullopt;
+}
+
+} // namespace
+
+TEST_F(SessionBusTest, aSecondStartHandsOverToTheFirst)
+{
+    SingleInstance first(connect("first"));
+    SingleInstance second(connect("second"));
+    ASSERT_EQ(first.claim(), SingleInstance::Role::first);
+    ASSERT_EQ(second.claim(), SingleInstance::Role::second);
+    QList<QUrl> opened;
+    int activated = 0;
+    QObject::connect(&first, &SingleInstance::openRequested, &first,
+                     [&](const QList<QUrl> &urls) { opened = urls; });
+    QObject::connect(&first, &SingleInstance::activationRequested, &first, [&] { ++activated; });
+    const QList<QUrl> urls = {QUrl(QStringLiteral("tarv:///tmp/a%20b?vmid=X&o=%2Fp")),
+                              QUrl::fromLocalFile(QStringLiteral("/tmp/p:2"))};
+    QString error;
+    for (const QList<QUrl> &each : {urls, QList<QUrl>()}) {
+        std::atomic<bool> done = false;
+        bool handed = false;
+        std::thread other([&] {
+            handed = second.handOver(each, &error);
+            done = true;
+        });
+        EXPECT_TRUE(waitUntil([&] { return done.load(); }));
+        other.join();
+        EXPECT_TRUE(handed) << error.toStdString();
+    }
+    EXPECT_TRUE(waitUntil([&] { return activated == 1; }));
+    EXPECT_EQ(opened, urls);
+}
+
+TEST_F(SessionBusTest, runsAloneWithoutABus)
+{
+    SingleInstance alone(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nowhere"),
+                                                       QStringLiteral("none")));
+    EXPECT_EQ(alone.claim(), SingleInstance::Role::alone);
+    EXPECT_TRUE(log().contains(QLatin1String("no session bus")));
+    QDBusConnection::disconnectFromBus(QStringLiteral("none"));
+}
+
+TEST_F(SessionBusTest, repostsTheServicesNotificationsWithoutAnObject)
+{
+    ServiceNotifications notifications(connect("receiver"));
+    QStringList received;
+    QObject context;
+    for (const QString &name : {VMServiceDidStart, VMServiceDidStop, VMServiceDidCreate,
+                                VMServiceDidDelete, VMServiceDidChange})
+        NotificationCenter::defaultCenter().addObserver(
+            &context, name, [&](const Notification &notification) {
+                EXPECT_FALSE(notification.object.isValid());
+                received << notification.name.section(QLatin1Char('.'), -1);
+            });
+    const QDBusConnection sender = connect("sender");
+    const QStringList members = {QStringLiteral("start"),  QStringLiteral("other"),
+                                 QStringLiteral("stop"),   QStringLiteral("create"),
+                                 QStringLiteral("delete"), QStringLiteral("change")};
+    for (const QString &member : members)
+        sender.send(QDBusMessage::createSignal(QStringLiteral("/com/quelda/tarvhv"),
+                                               QStringLiteral("com.quelda.tarvhv.notification"),
+                                               member)
+                    << QStringLiteral("id"));
+    EXPECT_TRUE(waitUntil([&] { return received.size() == 5; }));
+    QStringList expected = members;
+    expected.removeAll(QStringLiteral("other"));
+    EXPECT_EQ(received, expected);
+}
+
+TEST_F(SessionBusTest, theAdministratorRightIsPolkitsAnswer)
+{
+    QString error;
+    EXPECT_EQ(askFor(connect("asker"), &error), false) << "nobody is there to ask";
+    EXPECT_FALSE(error.isEmpty());
+    Authority authority;
+    QDBusConnection service = connect("authority");
+    ASSERT_TRUE(service.registerVirtualObject(
+        QStringLiteral("/org/freedesktop/PolicyKit1/Authority"), &authority));
+    ASSERT_TRUE(service.registerService(QStringLiteral("org.freedesktop.PolicyKit1")));
+    EXPECT_EQ(askFor(connect("asker"), &error), false);
+    EXPECT_TRUE(error.contains(QLatin1String("refused")));
+    authority.authorized = true;
+    EXPECT_EQ(askFor(connect("asker"), &error), true);
+    EXPECT_EQ(authority.asked.signature(), QStringLiteral("(sa{sv})sa{ss}us"));
+    EXPECT_EQ(authority.asked.arguments().value(1).toString(),
+              QStringLiteral("com.quelda.tarv.admin"));
+    EXPECT_EQ(authority.asked.arguments().value(3).toUInt(), 1u);
+}

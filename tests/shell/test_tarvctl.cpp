@@ -1,0 +1,268 @@
+#include "app/shell/TarvCTL.h"
+#include "platform/process.h"
+#include "tests/shell/shell_fixture.h"
+
+#include <QAbstractButton>
+#include <QElapsedTimer>
+#include <QMessageBox>
+#include <QPointer>
+#include <QTest>
+#include <QTimer>
+
+#include <csignal>
+#include <optional>
+
+#include <unistd.h>
+
+namespace {
+
+class TarvCTLTest : public ShellTest
+{
+protected:
+    struct Outcome
+    {
+        QJsonValue body;
+        std::optional<TarvError> error;
+    };
+    std::optional<Outcome> outcome;
+    std::unique_ptr<TarvCTL> runner = std::make_unique<TarvCTL>();
+
+    void run(const QStringList &arguments,
+             const std::optional<TarvCTL::Environment> &environment = std::nullopt)
+    {
+        runner->execute(arguments, environment, handler());
+    }
+    TarvCTL::CompletionHandler handler()
+    {
+        return [this](const QJsonValue &body, const std::optional<TarvError> &error) {
+            outcome = Outcome{body, error};
+        };
+    }
+    bool waitForOutcome()
+    {
+        return waitUntil([this] { return outcome.has_value(); });
+    }
+    static QMessageBox *alert()
+    {
+        for (QWidget *widget : QApplication::allWidgets())
+            if (auto *box = qobject_cast<QMessageBox *>(widget); box && box->isVisible())
+                return box;
+        return nullptr;
+    }
+    static QString login() { return QString::fromLocal8Bit(platform_user_name(getuid())); }
+    static QStringList ours()
+    {
+        return {QStringLiteral("TARV_MACHINE_READABLE=1"),
+                QStringLiteral("TARV_TARV_VIEWER=") + QApplication::applicationFilePath(),
+                QStringLiteral("USER=") + login()};
+    }
+};
+
+} // namespace
+
+TEST_F(TarvCTLTest, runsTheControllerWithItsArgumentsInTheWholeEnvironment)
+{
+    setController(QStringLiteral("print {\"body\": {\"a\": [1]}}\nexit 0\n"));
+    qputenv("INHERITED", "as it is=yes");
+    qputenv("USER", "somebody else");
+    const QStringList arguments = {QStringLiteral("modify"), QStringLiteral("a b"), QString(),
+                                   QStringLiteral("$HOME;\"x'"), QStringLiteral("ü")};
+    run(arguments);
+    EXPECT_TRUE(runner->isRunning());
+    EXPECT_GT(runner->processIdentifier(), 0);
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_EQ(recordedArguments(), arguments);
+    EXPECT_TRUE(recordedEnvironment().contains(QStringLiteral("INHERITED=as it is=yes")));
+    for (const QString &entry : ours())
+        EXPECT_EQ(recordedEnvironment().count(entry), 1) << entry.toStdString();
+    EXPECT_EQ(outcome->body.toObject().value(QLatin1String("a")).toArray().size(), 1);
+    EXPECT_FALSE(outcome->error);
+    EXPECT_EQ(runner->processIdentifier(), -1);
+    EXPECT_EQ(runner->exitStatus(), 0);
+    EXPECT_FALSE(runner->isRunning());
+}
+
+TEST_F(TarvCTLTest, aGivenEnvironmentReplacesTheInheritedOne)
+{
+    run({QStringLiteral("create")}, TarvCTL::Environment{{QStringLiteral("A"), QStringLiteral("1")},
+                                                         {QStringLiteral("USER"), QString()}});
+    ASSERT_TRUE(waitForOutcome());
+    QStringList expected = ours() << QStringLiteral("A=1");
+    QStringList actual = recordedEnvironment();
+    // What a sanitizer's run-time library puts there by itself.
+    actual.removeIf([](const QString &entry) { return entry.startsWith(QLatin1String("ASAN_")); });
+    expected.sort();
+    actual.sort();
+    EXPECT_EQ(actual, expected);
+    EXPECT_TRUE(outcome->body.isUndefined()) << "no output is no body";
+    EXPECT_TRUE(log().contains(QLatin1String(" ctl: failed to parse the response: ")));
+}
+
+TEST_F(TarvCTLTest, readsAnAnswerLargerThanAPipe)
+{
+    setController(QStringLiteral("flood 1000000\nprint {\"body\": 7}\nexit 0\n"));
+    run({QStringLiteral("show")});
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_EQ(outcome->body.toInt(), 7);
+}
+
+TEST_F(TarvCTLTest, aFailureIsLoggedAndShownOnTheKeyWindowBeforeItIsHandled)
+{
+    struct
+    {
+        const char *mode;
+        int status;
+        const char *logged;
+        const char *shown;
+    } const cases[] = {
+        {"print {\"message\": \"No <b>such</b> VM\"}\nexit 3\n", 3,
+         " ctl: stop command failed with status 3: No <b>such</b> VM\r\n", "No <b>such</b> VM"},
+        {"exit 2\n", 2, " ctl: stop command failed with status 2: (null)\r\n",
+         "Operation failed with status 2"},
+    };
+    QWidget window;
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    for (const auto &each : cases) {
+        outcome.reset();
+        setController(QLatin1String(each.mode));
+        run({QStringLiteral("stop"), QStringLiteral("x")});
+        ASSERT_TRUE(waitUntil([] { return alert() != nullptr; }));
+        QMessageBox *box = alert();
+        EXPECT_FALSE(outcome) << "the alert comes first";
+        EXPECT_EQ(box->text(), QLatin1String(each.shown));
+        EXPECT_EQ(box->icon(), QMessageBox::Critical);
+        EXPECT_EQ(box->parentWidget(), &window);
+        EXPECT_EQ(box->windowModality(), Qt::WindowModal);
+        EXPECT_TRUE(log().contains(QLatin1String(each.logged))) << log().toStdString();
+        box->buttons().constFirst()->click();
+        ASSERT_TRUE(waitForOutcome());
+        ASSERT_TRUE(outcome->error);
+        EXPECT_EQ(outcome->error->domain, QStringLiteral("TarvCTLError"));
+        EXPECT_EQ(outcome->error->code, each.status);
+        EXPECT_EQ(outcome->error->description, QLatin1String(each.shown));
+        waitUntil([] { return alert() == nullptr; });
+        window.activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    }
+}
+
+TEST_F(TarvCTLTest, withoutAKeyWindowTheAlertIsModal)
+{
+    setController(QStringLiteral("exit 1\n"));
+    ASSERT_EQ(QApplication::activeWindow(), nullptr);
+    bool modal = false;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &poll, [&] {
+        if (QMessageBox *box = alert()) {
+            modal = box->isModal() && !box->parentWidget();
+            box->buttons().constFirst()->click();
+        }
+    });
+    poll.start(10);
+    run({QStringLiteral("list")});
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_TRUE(modal);
+}
+
+TEST_F(TarvCTLTest, aSilentFailureIsOnlyLogged)
+{
+    setController(QStringLiteral("exit 4\n"));
+    runner->setSilent(true);
+    run({QStringLiteral("list")});
+    ASSERT_TRUE(waitUntil([] { return log().contains(QLatin1String("with status 4")); }));
+    waitUntil([this] { return runner->processIdentifier() == -1; });
+    EXPECT_FALSE(outcome);
+    EXPECT_EQ(alert(), nullptr);
+    EXPECT_EQ(runner->exitStatus(), 4);
+}
+
+TEST_F(TarvCTLTest, aControllerThatCanNotBeStartedIsAnErrorOfItsOwn)
+{
+    write(QStringLiteral("settings.ini"), "[tarv]\ntarvctl_executable = /nowhere/tarvctl\n");
+    runner->setSilent(true);
+    run({QStringLiteral("list")});
+    EXPECT_FALSE(runner->isRunning());
+    QWidget window;
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    runner->setSilent(false);
+    run({QStringLiteral("list")});
+    ASSERT_TRUE(waitUntil([] { return alert() != nullptr; }));
+    EXPECT_TRUE(alert()->text().contains(QLatin1String("/nowhere/tarvctl")));
+    alert()->buttons().constFirst()->click();
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_EQ(outcome->error->code, ENOENT);
+}
+
+TEST_F(TarvCTLTest, abortAsksAndFiveSecondsLaterInsists)
+{
+    setController(QStringLiteral("ignore-term\nhang\n"));
+    runner->setSilent(true);
+    run({QStringLiteral("start")});
+    ASSERT_TRUE(waitUntil([] { return !recordedArguments().isEmpty(); }));
+    QElapsedTimer timer;
+    timer.start();
+    runner->abort();
+    ASSERT_TRUE(waitUntil([this] { return !runner->isRunning(); }));
+    EXPECT_GE(timer.elapsed(), 4900);
+    EXPECT_EQ(runner->exitStatus(), 128 + SIGABRT);
+}
+
+TEST_F(TarvCTLTest, abortEndsAWillingCommandAtOnce)
+{
+    setController(QStringLiteral("hang\n"));
+    runner->setSilent(true);
+    run({QStringLiteral("start")});
+    runner->abort();
+    ASSERT_TRUE(waitUntil([this] { return !runner->isRunning(); }, 4000));
+    EXPECT_EQ(runner->exitStatus(), 128 + SIGTERM);
+}
+
+TEST_F(TarvCTLTest, aDetachedCommandRunsOnUnfollowedAndAnAbandonedOneIsKilled)
+{
+    setController(QStringLiteral("hang\n"));
+    run({QStringLiteral("start")});
+    const pid_t detached = runner->processIdentifier();
+    runner->detach();
+    EXPECT_FALSE(runner->isRunning());
+    run({QStringLiteral("start")});
+    const pid_t abandoned = runner->processIdentifier();
+    runner.reset();
+    ASSERT_TRUE(waitUntil([=] { return kill(abandoned, 0) != 0; })) << "killed and reaped";
+    EXPECT_EQ(kill(detached, SIGTERM), 0) << "runs on";
+    ASSERT_TRUE(waitUntil([=] { return kill(detached, 0) != 0; })) << "reaped all the same";
+    EXPECT_FALSE(outcome);
+    EXPECT_FALSE(log().contains(QLatin1String("command failed")));
+}
+
+TEST_F(TarvCTLTest, aClassCommandLivesUntilItsEndAndNeedsNoHandler)
+{
+    setController(QStringLiteral("print {\"body\": true}\nexit 0\n"));
+    TarvCTL::executeCommand({QStringLiteral("clone")});
+    TarvCTL::executeCommand({QStringLiteral("clone")}, std::nullopt, handler());
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_TRUE(outcome->body.toBool());
+}
+
+TEST(TypedValues, answerOnlyTheirOwnType)
+{
+    const QJsonObject map{{QStringLiteral("text"), QStringLiteral("7")},
+                          {QStringLiteral("number"), 7.9},
+                          {QStringLiteral("large"), qint64(9007199254740993)},
+                          {QStringLiteral("huge"), 1e300},
+                          {QStringLiteral("yes"), true}};
+    const auto integer = [&](const char *key) {
+        return typedValues::integerForKey(map, QLatin1String(key));
+    };
+    EXPECT_EQ(integer("text"), 9223372036854775807);
+    EXPECT_EQ(integer("absent"), 9223372036854775807);
+    EXPECT_EQ(typedValues::integerForKey(map, QStringLiteral("text"), -1), -1);
+    EXPECT_EQ(integer("number"), 7);
+    EXPECT_EQ(integer("large"), 9007199254740993);
+    EXPECT_EQ(integer("huge"), 9223372036854775807);
+    EXPECT_EQ(integer("yes"), 1);
+    EXPECT_EQ(typedValues::stringForKey(map, QStringLiteral("text")), QStringLiteral("7"));
+    EXPECT_EQ(typedValues::stringForKey(map, QStringLiteral("number")), std::nullopt);
+    EXPECT_EQ(typedValues::objectOfClass<QJsonArray>(map, QStringLiteral("text")), std::nullopt);
+}
