@@ -67,14 +67,7 @@ ServiceHome::~ServiceHome()
     for (std::sregex_iterator found(list.begin(), list.end(), pid), end; found != end; ++found)
         kill(static_cast<pid_t>(std::stol((*found)[1])), SIGKILL);
     end_vlaunchd(SIGKILL);
-    // One that was started on demand is not this process's child.
-    if (const int fd = connect_vlaunchd(); fd >= 0) {
-        ucred peer = {};
-        socklen_t size = sizeof peer;
-        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 1)
-            kill(peer.pid, SIGKILL);
-        close(fd);
-    }
+    kill_service(); // one that was started on demand
     std::error_code error;
     std::filesystem::remove_all(m_path, error);
 }
@@ -181,6 +174,21 @@ void ServiceHome::end_vlaunchd(int signal_number)
     kill(m_vlaunchd, signal_number);
     waitpid(m_vlaunchd, nullptr, 0);
     m_vlaunchd = -1;
+}
+
+void ServiceHome::kill_service()
+{
+    const int fd = connect_vlaunchd();
+    if (fd < 0)
+        return;
+    ucred peer = {};
+    socklen_t size = sizeof peer;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 1)
+        kill(peer.pid, SIGKILL);
+    char byte;
+    while (recv(fd, &byte, 1, 0) > 0)
+        ;
+    close(fd);
 }
 
 int ServiceHome::connect_vlaunchd() const

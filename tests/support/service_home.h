@@ -43,6 +43,8 @@ public:
     pid_t start_vlaunchd();
     // Sends a signal and waits for its end.
     void end_vlaunchd(int signal_number);
+    // Kills whichever launch service listens, and waits until it is gone.
+    void kill_service();
     // One request to the launch service; the text of the answer, "" when there is none.
     std::string ask(const std::string &request) const;
     int connect_vlaunchd() const;

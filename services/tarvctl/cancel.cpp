@@ -1,0 +1,32 @@
+#include "services/tarvctl/cancel.h"
+
+#include "services/tarvctl/answer.h"
+
+#include <csignal>
+
+namespace {
+
+volatile sig_atomic_t cancelled = 0;
+
+} // namespace
+
+void catch_cancel()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) { cancelled = 1; };
+    // No SA_RESTART: waits end with EINTR.
+    for (int number : {SIGTERM, SIGINT, SIGHUP})
+        sigaction(number, &action, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+bool is_cancelled()
+{
+    return cancelled != 0;
+}
+
+void check_cancelled()
+{
+    if (cancelled)
+        throw Failure(ExitStatus::cancelled, "cancelled");
+}

@@ -1,0 +1,250 @@
+#include "platform/reflink.h"
+#include "services/notify/notify.h"
+#include "services/tarvctl/cancel.h"
+#include "services/tarvctl/command.h"
+#include "services/tarvctl/disks.h"
+#include "services/tarvctl/power.h"
+#include "services/tarvctl/progress.h"
+#include "services/tarvctl/qemu_img.h"
+#include "services/tarvctl/service.h"
+#include "services/tarvctl/stage.h"
+
+#include <array>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// How the disks of a clone come to be.
+enum class CloneKind
+{
+    linked, // source and clone write into layers of their own above the same images
+    copy
+};
+
+// A new layer above a source's disk: the source's own half of a linked clone.
+struct Layer
+{
+    struct kv *disk;   // of the source's configuration
+    std::string image; // in the image library
+};
+
+class Cloning
+{
+public:
+    Cloning(Library &library, const VmRef &source, std::string name, CloneKind kind)
+        : m_library(library),
+          m_source(source),
+          m_name(std::move(name)),
+          m_kind(kind),
+          m_stage(library),
+          m_theirs(library.read_config(source)),
+          m_ours(library.read_config(source))
+    {
+    }
+    ~Cloning();
+    Cloning(const Cloning &) = delete;
+    Cloning &operator=(const Cloning &) = delete;
+
+    // Makes and publishes it; the identifier.
+    std::string run();
+
+private:
+    void clone_disks();
+    void clone_disk(struct kv *theirs, struct kv *ours, size_t index);
+    void copy_image(const std::string &from, const std::string &format, const std::string &to);
+    void copy_state();
+    void copy_files();
+    void give_identity();
+    void rewrite_source();
+
+    Library &m_library;
+    const VmRef &m_source;
+    std::string m_name;
+    CloneKind m_kind;
+    Stage m_stage;
+    KvOwner m_theirs, m_ours;
+    std::vector<Layer> m_layers;
+    bool m_source_rewritten = false;
+    Progress m_progress;
+};
+
+void write_all(int fd, const char *bytes, size_t length, const std::string &path)
+{
+    while (length > 0) {
+        const ssize_t put = write(fd, bytes, length);
+        if (put < 0 && errno != EINTR)
+            throw system_failure(path, errno);
+        bytes += put > 0 ? put : 0;
+        length -= put > 0 ? static_cast<size_t>(put) : 0;
+    }
+}
+
+// A plain copy, shared with the source where the file system can. `progress` gets the share done.
+void copy_file(const std::string &from, const std::string &to,
+               const std::function<void(double)> &progress)
+{
+    UniqueFd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status;
+    if (!source || fstat(source.get(), &status) != 0)
+        throw system_failure(from, errno);
+    UniqueFd target(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!target)
+        throw system_failure(to, errno);
+    if (platform_reflink(source.get(), target.get()) == 0)
+        return progress(1);
+    std::vector<char> bytes(1 << 20);
+    for (uint64_t done = 0;;) {
+        check_cancelled();
+        const ssize_t got = read(source.get(), bytes.data(), bytes.size());
+        if (got < 0 && errno != EINTR)
+            throw system_failure(from, errno);
+        if (got == 0)
+            return progress(1);
+        if (got > 0)
+            write_all(target.get(), bytes.data(), static_cast<size_t>(got), to);
+        done += got > 0 ? static_cast<uint64_t>(got) : 0;
+        progress(static_cast<double>(done) / static_cast<double>(status.st_size));
+    }
+}
+
+Cloning::~Cloning()
+{
+    // Layers that nobody writes to yet.
+    if (!m_source_rewritten)
+        for (const Layer &layer : m_layers)
+            unlink(image_path(layer.image).c_str());
+}
+
+std::string Cloning::run()
+{
+    clone_disks();
+    copy_state();
+    copy_files();
+    give_identity();
+    m_progress.begin_step(1);
+    check_cancelled();
+    m_stage.publish(m_ours.get(), [this] { rewrite_source(); });
+    m_progress.report(1);
+    return m_stage.id();
+}
+
+void Cloning::clone_disks()
+{
+    struct kv *theirs = kv_first(kv_get(m_theirs.get(), "hard_drives"));
+    struct kv *ours = kv_first(kv_get(m_ours.get(), "hard_drives"));
+    const double count = static_cast<double>(kv_count(kv_get(m_theirs.get(), "hard_drives")));
+    for (size_t index = 0; theirs && ours; ++index) {
+        m_progress.begin_step(0.9 * static_cast<double>(index + 1) / count);
+        clone_disk(theirs, ours, index);
+        theirs = kv_next(theirs);
+        ours = kv_next(ours);
+    }
+}
+
+void Cloning::clone_disk(struct kv *theirs, struct kv *ours, size_t index)
+{
+    const std::string file = kv_get_str(theirs, "file", "");
+    if (file.empty() || file.find("://") != std::string::npos)
+        return; // no disk, or one that is not on this host: both use it as it is named
+    const std::string path = image_path(file);
+    if (access(path.c_str(), R_OK) != 0)
+        throw system_failure(path, errno);
+    const std::string rest = "disk" + std::to_string(index) + ".qcow2";
+    const std::string target = m_stage.add_image(rest);
+    if (m_kind == CloneKind::copy) {
+        copy_image(path, image_format(theirs, path), target);
+    } else {
+        // Relative, as in configurations: the image library may move.
+        const std::string base = is_library_image(file) ? file : path;
+        const std::string layer = m_source.id + "-" + random_uuid().substr(0, 8) + ".qcow2";
+        m_layers.push_back({theirs, layer});
+        for (const std::string &top : {target, image_path(layer)})
+            run_qemu_img(
+                {"create", "-q", "-f", "qcow2", "-b", base, "-F", image_format(theirs, path), top});
+    }
+    kv_set_type(ours, "file", m_stage.image_name(rest).c_str(), KV_STRING);
+    kv_free(kv_detach(ours, "format"));
+}
+
+// A qcow2 image that stands alone is copied as a file; anything else becomes such an image.
+void Cloning::copy_image(const std::string &from, const std::string &format, const std::string &to)
+{
+    auto progress = [this](double part) { m_progress.report(part); };
+    if (format == "qcow2" && qcow2_backing(from).empty())
+        copy_file(from, to, progress);
+    else
+        run_qemu_img({"convert", "-p", "-f", format, "-O", "qcow2", from, to}, progress);
+}
+
+void Cloning::copy_state()
+{
+    const std::string file = config_text(m_theirs.get(), "state_file");
+    if (file.empty())
+        return;
+    m_progress.begin_step(0.97);
+    copy_file(image_path(file), m_stage.add_image("state"),
+              [this](double part) { m_progress.report(part); });
+    kv_set_type(m_ours.get(), "state_file", m_stage.image_name("state").c_str(), KV_STRING);
+}
+
+// The firmware's variables and the version go along; each VM has its own from then on.
+void Cloning::copy_files()
+{
+    const std::string directory = m_library.directory() + "/" + m_source.id + "/";
+    for (const char *name : {vm_nvram_path(), "localversion"}) {
+        const std::string path = directory + name;
+        if (access(path.c_str(), F_OK) == 0)
+            copy_file(path, m_stage.directory() + "/" + name, [](double) {});
+    }
+}
+
+void Cloning::give_identity()
+{
+    kv_set_type(m_ours.get(), "name", m_name.c_str(), KV_STRING);
+    kv_set_type(m_ours.get(), "uuid", m_stage.id().c_str(), KV_STRING);
+    for (auto *card = kv_first(kv_get(m_ours.get(), "network")); card; card = kv_next(card))
+        kv_set_type(card, "mac", random_mac().c_str(), KV_STRING);
+}
+
+// From here on the source writes above the shared images, before the clone can be started.
+void Cloning::rewrite_source()
+{
+    if (m_layers.empty())
+        return;
+    for (const Layer &layer : m_layers) {
+        UniqueFd fd(open(image_path(layer.image).c_str(), O_RDONLY | O_CLOEXEC));
+        if (!fd || fsync(fd.get()) != 0)
+            throw system_failure(layer.image, errno);
+        kv_set_type(layer.disk, "file", layer.image.c_str(), KV_STRING);
+        kv_free(kv_detach(layer.disk, "format"));
+    }
+    VmOwner vm = m_library.open(m_source);
+    if (vm_write_config(vm.get(), m_theirs.get()) != 0)
+        throw system_failure(m_source.label() + ": failed to write its configuration", errno);
+    m_source_rewritten = true;
+}
+
+} // namespace
+
+Answer run_clone(const Arguments &arguments)
+{
+    Library library;
+    const VmRef source = library.resolve(arguments.vm);
+    library.check_name_free(arguments.name);
+    service_ensure();
+    sweep_leftovers(library);
+    UniqueFd lock = library.lock(source);
+    check_not_running(source, arguments.copy ? "copy" : "clone");
+    Cloning cloning(library, source, arguments.name,
+                    arguments.copy ? CloneKind::copy : CloneKind::linked);
+    const std::string id = cloning.run();
+    notify_post("create", id.c_str());
+    if (!arguments.copy)
+        notify_post("change", source.id.c_str());
+    return {.body = {{"id", id}, {"name", arguments.name}},
+            .text = "Created " + arguments.name + " (" + id + ")\n"};
+}

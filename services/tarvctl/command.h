@@ -1,0 +1,54 @@
+// The table of the controller's commands: command lines, help, completion and manual all come
+// from it.
+#pragma once
+
+#include "services/tarvctl/answer.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+// What a command line said. Each command fills and reads its own share.
+struct Arguments
+{
+    std::vector<std::string> vms; // identifiers or names, as typed
+    std::string vm;               // the one of a command that takes one
+    std::string name, source;     // new VM: its name, the image it is made from
+    std::string ram_size, disk_size, cpu_count, firmware;
+    std::vector<std::string> pairs; // KEY VALUE KEY VALUE …
+    std::string word;               // a sub-command
+    bool force = false, recovery = false, view = false, yes = false;
+    bool copy = false, list = false, command = false;
+};
+
+struct Command
+{
+    const char *name;
+    const char *help; // one sentence
+    void (*declare)(CLI::App &app, Arguments &arguments);
+    Answer (*run)(const Arguments &arguments);
+    const char *group = "Commands"; // "": not shown in help
+};
+
+std::span<const Command> command_table();
+
+// The commands, by file.
+Answer run_list(const Arguments &arguments);
+Answer run_show(const Arguments &arguments);
+Answer run_create(const Arguments &arguments);
+Answer run_start(const Arguments &arguments);
+Answer run_stop(const Arguments &arguments);
+Answer run_suspend(const Arguments &arguments);
+Answer run_reboot(const Arguments &arguments);
+Answer run_delete(const Arguments &arguments);
+Answer run_clone(const Arguments &arguments);
+Answer run_modify(const Arguments &arguments);
+Answer run_eula(const Arguments &arguments);
+Answer run_doctor(const Arguments &arguments);
+Answer run_ping(const Arguments &arguments);
+Answer run_completion(const Arguments &arguments);
+Answer run_manual(const Arguments &arguments);

@@ -1,0 +1,81 @@
+#include "hostlib/utils/utils.h"
+#include "hostlib/vm/img.h"
+#include "services/notify/notify.h"
+#include "services/tarvctl/command.h"
+#include "services/tarvctl/disks.h"
+#include "services/tarvctl/each.h"
+#include "services/tarvctl/power.h"
+#include "services/tarvctl/service.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <unistd.h>
+
+namespace {
+
+// Asks on the terminal. Without one the answer must be given beforehand.
+bool confirmed(const std::vector<std::string> &vms)
+{
+    if (!isatty(STDIN_FILENO) || !isatty(STDERR_FILENO))
+        throw Failure(ExitStatus::usage, "delete: needs --yes where nobody can be asked");
+    std::string names;
+    for (const std::string &vm : vms)
+        names += (names.empty() ? "" : ", ") + vm;
+    fprintf(stderr, "Delete %s and all data on the disks? [y/N] ", names.c_str());
+    char line[16];
+    return fgets(line, sizeof line, stdin) && (line[0] == 'y' || line[0] == 'Y');
+}
+
+// The images that go with a VM: those its configuration names, and what the controller made below
+// them. Others below are somebody's own.
+std::vector<std::string> images_to_drop(const struct kv *record)
+{
+    const std::vector<std::string> named = config_images(record);
+    std::vector<std::string> result;
+    for (const std::string &file : library_images(record))
+        if (is_own_image_name(file) || std::find(named.begin(), named.end(), file) != named.end())
+            result.push_back(file);
+    return result;
+}
+
+void queue_images(const std::vector<std::string> &images)
+{
+    for (const std::string &image : images)
+        if (img_unlink(image.c_str()) != 0)
+            throw system_failure("failed to queue the image " + image + " for removal", errno);
+}
+
+// A VM whose configuration can't be read can be deleted all the same; its images then stay.
+KvOwner readable_config(Library &library, const VmRef &ref)
+{
+    VmOwner vm = library.open(ref);
+    return KvOwner(vm_read_config(vm.get()));
+}
+
+void delete_one(const VmRef &ref)
+{
+    Library library;
+    service_ensure();
+    UniqueFd lock = library.lock(ref);
+    check_not_running(ref, "delete");
+    // Queued first: until the record is gone each of them is in use, and a deletion that is cut
+    // short here loses nothing.
+    if (KvOwner record = readable_config(library, ref))
+        queue_images(images_to_drop(record.get()));
+    library.remove(ref);
+    service_request("remove", vm_job_label(ref.id), std::chrono::seconds(30));
+    unlink(vm_socket_path(ref.id).c_str());
+    purge_images(library);
+    notify_post("delete", ref.id.c_str());
+}
+
+} // namespace
+
+Answer run_delete(const Arguments &arguments)
+{
+    if (!arguments.yes && !confirmed(arguments.vms))
+        throw Failure(ExitStatus::cancelled, "nothing deleted");
+    return for_each_vm(arguments.vms, EachOrder::in_turn, delete_one);
+}

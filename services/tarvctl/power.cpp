@@ -1,0 +1,196 @@
+#include "services/tarvctl/power.h"
+
+#include "hostlib/config/config.h"
+#include "platform/process.h"
+#include "platform/watch.h"
+#include "services/notify/notify.h"
+#include "services/tarvctl/cancel.h"
+#include "services/tarvctl/command.h"
+#include "services/tarvctl/disks.h"
+#include "services/tarvctl/each.h"
+#include "services/tarvctl/service.h"
+#include "tarvhv/cli2.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+constexpr auto step = std::chrono::milliseconds(30);
+// A supervisor gives up its own ladder well before this.
+constexpr seconds end_patience(60);
+constexpr seconds suspend_patience(900);
+
+void pause_step()
+{
+    check_cancelled();
+    usleep(static_cast<useconds_t>(std::chrono::microseconds(step).count()));
+}
+
+seconds stop_patience()
+{
+    const int64_t wait = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
+    return seconds(wait > 0 && wait < 3600 ? wait : 20) + end_patience;
+}
+
+// Whether the launch service has a process for the VM.
+bool has_job(const std::string &id)
+{
+    const Json answer = service_request("status", vm_job_label(id), seconds(10));
+    return answer_ok(answer) && answer.value("body", Json::object()).contains("pid");
+}
+
+// After a stop or suspend was answered, the supervisor still has to leave.
+void wait_gone(const VmRef &ref)
+{
+    const auto deadline = Clock::now() + end_patience;
+    while (query_state(ref.id, false).serves || has_job(ref.id)) {
+        if (Clock::now() > deadline)
+            throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not end; "
+                                                             "tarvctl stop --force ends it");
+        pause_step();
+    }
+}
+
+// Kills whoever serves the VM's socket: a supervisor that is no job of the launch service.
+void kill_server(const VmRef &ref)
+{
+    UniqueFd fd(cli2_connect(vm_socket_path(ref.id).c_str(), nullptr));
+    const pid_t pid = fd ? platform_peer_pid(fd.get()) : -1;
+    UniqueFd watch(pid > 0 ? platform_watch_process(pid) : -1);
+    // The connection was made by the very process that is watched, or its pid was reused since and
+    // the socket is dead by now.
+    if (!watch || !query_state(ref.id, false).serves)
+        return;
+    if (platform_watch_signal(watch.get(), SIGKILL) != 0 && errno != ESRCH)
+        throw system_failure(ref.label() + ": failed to end its supervisor", errno);
+    pollfd ended = {watch.get(), POLLIN, 0};
+    poll(&ended, 1, 10'000);
+}
+
+Json ask_running(const VmRef &ref, const char *command, const Json &value, seconds patience)
+{
+    auto answer = vm_request(ref.id, command, value, patience);
+    if (answer && !answer_ok(*answer))
+        throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(*answer));
+    return answer ? *answer : Json();
+}
+
+void check_running(const VmRef &ref)
+{
+    const VmState state = query_state(ref.id, false);
+    if (!state.serves)
+        throw Failure(ExitStatus::state, ref.label() + ": is not running");
+    if (state.status == "malfunction")
+        throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not answer; "
+                                                         "tarvctl stop --force ends it");
+}
+
+void stop_idle(Library &library, const VmRef &ref, bool force)
+{
+    UniqueFd lock = library.lock(ref);
+    const bool suspended = is_suspended(library.read_config(ref).get());
+    if (!suspended)
+        throw Failure(ExitStatus::state, ref.label() + ": is not running");
+    if (!force)
+        throw Failure(ExitStatus::state,
+                      ref.label() + ": is suspended; stop --force drops its state");
+    check_not_running(ref, "stop");
+    drop_state(library, ref);
+    notify_post("change", ref.id.c_str());
+}
+
+void stop_one(const VmRef &ref, bool force)
+{
+    Library library;
+    service_ensure();
+    const VmState state = query_state(ref.id, false);
+    if (!state.serves && !has_job(ref.id))
+        return stop_idle(library, ref, force);
+    if (!force) {
+        check_running(ref);
+        ask_running(ref, "stop", {{"force", false}}, stop_patience());
+        return wait_gone(ref);
+    }
+    try {
+        if (state.status == "running")
+            ask_running(ref, "stop", {{"force", true}}, end_patience);
+    } catch (const Failure &failure) {
+        if (failure.status() != ExitStatus::service && failure.status() != ExitStatus::failed)
+            throw;
+    }
+    end_by_force(ref);
+}
+
+void suspend_one(const VmRef &ref)
+{
+    service_ensure();
+    check_running(ref);
+    ask_running(ref, "suspend", nullptr, suspend_patience);
+    wait_gone(ref);
+    Library library;
+    if (!is_suspended(library.read_config(ref).get()))
+        throw Failure(ExitStatus::failed, ref.label() + ": ended without a saved state");
+}
+
+void reboot_one(const VmRef &ref)
+{
+    check_running(ref);
+    ask_running(ref, "reboot", nullptr, seconds(30));
+}
+
+} // namespace
+
+bool is_suspended(const struct kv *record)
+{
+    return kv_get(record, "state_file") != nullptr;
+}
+
+void check_not_running(const VmRef &ref, const std::string &intent)
+{
+    if (query_state(ref.id, false).serves || has_job(ref.id))
+        throw Failure(ExitStatus::state,
+                      ref.label() + ": is running; stop it to " + intent + " it");
+}
+
+void drop_state(Library &library, const VmRef &ref)
+{
+    VmOwner vm = library.open(ref);
+    vm_remove_state(vm.get());
+    purge_images(library);
+    if (is_suspended(library.read_config(ref).get()))
+        throw Failure(ExitStatus::failed, ref.label() + ": failed to drop its saved state");
+}
+
+void end_by_force(const VmRef &ref)
+{
+    const Json answer = service_request("remove", vm_job_label(ref.id), stop_patience());
+    if (!answer_ok(answer))
+        throw Failure(ExitStatus::service, ref.label() + ": " + answer_message(answer));
+    if (query_state(ref.id, false).serves)
+        kill_server(ref);
+    wait_gone(ref);
+}
+
+Answer run_stop(const Arguments &arguments)
+{
+    return for_each_vm(arguments.vms, EachOrder::together,
+                       [&](const VmRef &ref) { stop_one(ref, arguments.force); });
+}
+
+Answer run_suspend(const Arguments &arguments)
+{
+    return for_each_vm(arguments.vms, EachOrder::together, suspend_one);
+}
+
+Answer run_reboot(const Arguments &arguments)
+{
+    return for_each_vm(arguments.vms, EachOrder::together, reboot_one);
+}

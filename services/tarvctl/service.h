@@ -1,0 +1,47 @@
+// Requests to the launch service and to the supervisors of running VMs.
+#pragma once
+
+#include "services/tarvctl/answer.h"
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// "/tmp/com.quelda.tarvhv.<id>.<uid>.sock"
+std::string vm_socket_path(const std::string &id);
+// "com.quelda.tarvhv.<id>"
+std::string vm_job_label(const std::string &id);
+
+// Makes sure that the launch service listens; fails with ExitStatus::service.
+void service_ensure();
+// Asks the launch service. The answer, whatever its "status"; fails with ExitStatus::service when
+// there is none. A null value sends none.
+Json service_request(const std::string &command, const Json &value, std::chrono::seconds patience);
+// Asks a VM's supervisor. None when nobody serves the VM's socket, or it went away without an
+// answer; fails with ExitStatus::service when it stays silent.
+std::optional<Json> vm_request(const std::string &id, const std::string &command, const Json &value,
+                               std::chrono::seconds patience);
+
+// The text of an error answer.
+std::string answer_message(const Json &answer);
+bool answer_ok(const Json &answer);
+
+// What is known of one VM's process.
+struct VmState
+{
+    std::string status = {}; // running, malfunction, suspended, stopped, failed, unknown
+    std::string state = {};  // a running one's own word: starting, running, suspending, stopping
+    Json details = nullptr;  // what its supervisor reports
+    bool serves = false;     // somebody holds its socket
+    bool runs() const { return serves; }
+};
+
+// The states of many VMs, asked of all supervisors at the same time: silent ones cost `patience`
+// once. `suspended` says of an identifier whether it has a saved state. Where the launch service
+// can't be had, how a VM ended that does not run is unknown.
+std::map<std::string, VmState> query_states(const std::map<std::string, bool> &suspended,
+                                            std::chrono::milliseconds patience);
+// The state of one.
+VmState query_state(const std::string &id, bool suspended);

@@ -1,0 +1,141 @@
+#include "hostlib/config/config.h"
+#include "services/tarvctl/cancel.h"
+#include "services/tarvctl/command.h"
+#include "services/tarvctl/each.h"
+#include "services/tarvctl/power.h"
+#include "services/tarvctl/service.h"
+#include "services/tarvctl/viewer.h"
+#include "services/vlaunchd/ondemand.h"
+#include "tarvhv/cli2.h"
+
+#include <cerrno>
+#include <mutex>
+
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::seconds;
+
+// An earlier supervisor may still be leaving when the next one is asked for.
+constexpr seconds leaving_patience(20);
+// From the job's start until the guest runs; a large saved state takes its time.
+constexpr seconds running_patience(300);
+
+void pause_step()
+{
+    usleep(30'000);
+}
+
+// The job as the launch service takes it.
+Json job_request(const VmRef &ref, int mode)
+{
+    const char *program = config_get_path("supervisor_executable");
+    if (!program)
+        throw Failure(ExitStatus::failed, "setting supervisor_executable: not set");
+    Json arguments = Json::array();
+    if (mode != 0)
+        arguments = {"--mode", std::to_string(mode)};
+    arguments.push_back(ref.id);
+    Json environment = Json::object();
+    for (const std::string &item : vlaunchd_environment())
+        if (const size_t equals = item.find('='); equals != std::string::npos && equals > 0)
+            environment[item.substr(0, equals)] = item.substr(equals + 1);
+    return {{"label", vm_job_label(ref.id)},
+            {"program", program},
+            {"arguments", arguments},
+            {"environment", environment}};
+}
+
+void launch(const VmRef &ref, int mode)
+{
+    const Json request = job_request(ref, mode);
+    const auto deadline = Clock::now() + leaving_patience;
+    for (;; pause_step()) {
+        const Json answer = service_request("start", request, seconds(30));
+        if (answer_ok(answer))
+            return;
+        const int error = answer.value("error", 0);
+        const bool leaving = error == EEXIST || error == EBUSY;
+        if (!leaving)
+            throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(answer));
+        if (Clock::now() > deadline)
+            throw Failure(ExitStatus::state, ref.label() + ": " + answer_message(answer));
+        check_cancelled();
+    }
+}
+
+// Fails with the supervisor's message once its job has ended.
+void check_job(const VmRef &ref)
+{
+    const Json answer = service_request("status", vm_job_label(ref.id), seconds(30));
+    if (answer.value("error", 0) == CLI2_ERROR_JOB_ENDED)
+        throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(answer));
+    if (!answer_ok(answer))
+        throw Failure(ExitStatus::service, ref.label() + ": " + answer_message(answer));
+    if (!answer.value("body", Json::object()).contains("pid"))
+        throw Failure(ExitStatus::failed, ref.label() + ": was stopped while it started");
+}
+
+void await_running(const VmRef &ref)
+{
+    const auto deadline = Clock::now() + running_patience;
+    for (;; pause_step()) {
+        check_cancelled();
+        const VmState state = query_state(ref.id, false);
+        if (state.status == "running" && state.state != "starting")
+            return;
+        if (!state.serves)
+            check_job(ref);
+        if (Clock::now() > deadline)
+            throw Failure(ExitStatus::service, ref.label() + ": does not get to run; "
+                                                             "tarvctl stop --force ends it");
+    }
+}
+
+// Starts the VM; one that runs already is only waited for when its screen is wanted.
+void start_one(const VmRef &ref, int mode, bool view)
+{
+    Library library;
+    service_ensure();
+    UniqueFd lock = library.lock(ref);
+    const VmState state = query_state(ref.id, false);
+    if (state.status == "malfunction")
+        throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not answer; "
+                                                         "tarvctl stop --force ends it");
+    if (state.serves) {
+        if (!view)
+            throw Failure(ExitStatus::state, ref.label() + ": is already running");
+        return await_running(ref);
+    }
+    library.read_config(ref);
+    launch(ref, mode);
+    try {
+        await_running(ref);
+    } catch (const Failure &failure) {
+        if (failure.status() == ExitStatus::cancelled)
+            service_request("remove", vm_job_label(ref.id), seconds(60));
+        throw;
+    }
+}
+
+} // namespace
+
+Answer run_start(const Arguments &arguments)
+{
+    const int mode = arguments.recovery ? 2 : arguments.force ? 1 : 0;
+    std::mutex notes_lock;
+    std::string note;
+    Answer answer = for_each_vm(arguments.vms, EachOrder::together, [&](const VmRef &ref) {
+        start_one(ref, mode, arguments.view);
+        if (!arguments.view)
+            return;
+        const std::string said = open_viewer(ref.id);
+        const std::lock_guard guard(notes_lock);
+        note = said;
+    });
+    if (answer.status == ExitStatus::ok)
+        answer.message = note;
+    return answer;
+}

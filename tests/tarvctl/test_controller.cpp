@@ -1,0 +1,246 @@
+#include "tests/tarvctl/controller_home.h"
+
+#include <csignal>
+#include <regex>
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
+// Each command once as it should be and once wrong: what programs get to see.
+TEST_F(ControllerTest, answersEachCommand)
+{
+    const std::string a = create("a"), b = create("b");
+    auto both = [&](const char *status) {
+        return Json{{"vms",
+                     {{{"id", a}, {"name", "a"}, {"status", status}},
+                      {{"id", b}, {"name", "b"}, {"status", status}}}}};
+    };
+    struct
+    {
+        std::vector<std::string> arguments;
+        int exit;
+        std::string message;
+        Json body;
+    } cases[] = {
+        {{"start", "-fv", a, "b"},
+         0,
+         "TARV_TARV_VIEWER is not set: the screen is not shown",
+         both("OK")},
+        {{"start", a}, 4, "a \\(" + a + "\\): is already running", nullptr},
+        {{"start", "-fu", a}, 2, "start: .*excludes.*", nullptr},
+        {{"reboot", a}, 0, "", nullptr},
+        {{"reboot", "c"}, 3, "no VM has the identifier or name \"c\"", nullptr},
+        {{"delete", "--yes", a}, 4, "a \\(.*\\): is running; stop it to delete it", nullptr},
+        {{"delete", a}, 2, "delete: needs --yes where nobody can be asked", nullptr},
+        {{"clone", a, "c"}, 4, "a \\(.*\\): is running; stop it to clone it", nullptr},
+        {{"suspend", b}, 0, "", nullptr},
+        {{"suspend", b}, 4, "b \\(.*\\): is not running", nullptr},
+        {{"stop", b}, 4, "b \\(.*\\): is suspended; stop --force drops its state", nullptr},
+        {{"stop", b, "--force"}, 0, "", nullptr},
+        {{"stop", a, "nobody"}, 3, "no VM has the identifier or name \"nobody\"", nullptr},
+        {{"stop", a}, 0, "", nullptr},
+        {{"stop", a}, 4, "a \\(.*\\): is not running", nullptr},
+        {{"modify", a, "set", "name", "new name"}, 0, "", {{"id", a}, {"name", "new name"}}},
+        {{"modify", a, "set", "name", "b"}, 5, "a VM of the name \"b\" exists already", nullptr},
+        {{"modify", a, "set", "name"}, 2, "modify: name: has no value", nullptr},
+        {{"modify", a, "get", "name"}, 2, "modify: .*get.*", nullptr},
+        {{"modify", a, "set", "uuid", "x"}, 6, "modify: uuid: not a key that can be set", nullptr},
+        {{"modify", a, "set", "cpu.count", "0"}, 6, ".*cpu\\.count.*", nullptr},
+        {{"modify", a, "set", "network[3].mode", "host"},
+         6,
+         ".*the VM has no network\\[3\\]",
+         nullptr},
+        {{"clone", "--copy", "new name", "twin"}, 0, "", nullptr},
+        {{"clone", a, "b"}, 5, "a VM of the name \"b\" exists already", nullptr},
+        {{"show", "--frob", a}, 2, "show: .*--frob.*", nullptr},
+        {{"eula", "status"}, 0, "", {{"accepted", false}}},
+        {{"eula", "accept"}, 0, "", {{"accepted", true}}},
+        {{"eula", "refuse"}, 2, "eula: .*refuse.*", nullptr},
+        {{"create", "--list"}, 0, "", Json::array()},
+        {{"create", "x", "latest"}, 6, "IMAGE: latest: no image .*", nullptr},
+        {{"ping"}, 0, "", Json::object()},
+        {{"delete", "--yes", a, "b", "twin"}, 0, "", nullptr},
+        {{"frobnicate"}, 2, "frobnicate: no such command; see tarvctl --help", nullptr},
+        {{}, 2, ".*subcommand is required.*", nullptr},
+    };
+    for (const auto &expected : cases) {
+        const Json answer = ctl(expected.arguments);
+        const std::string line = testing::PrintToString(expected.arguments);
+        EXPECT_EQ(answer["exit"], expected.exit) << line << answer;
+        EXPECT_EQ(answer["status"], expected.exit == 0 ? "OK" : "ERROR") << line;
+        EXPECT_TRUE(
+            std::regex_match(answer["message"].get<std::string>(), std::regex(expected.message)))
+            << line << answer;
+        if (!expected.body.is_null()) {
+            EXPECT_EQ(answer["body"], expected.body) << line;
+        }
+    }
+    EXPECT_THAT(names("vms"), IsEmpty());
+    EXPECT_THAT(names("images"), IsEmpty());
+}
+
+TEST_F(ControllerTest, startsWithTheModeAndShowsTheScreen)
+{
+    const std::string id = create("plain");
+    const std::string viewer = m_home.file("viewer");
+    std::ofstream(viewer) << "#!/bin/sh\necho $$ >> " << m_home.file("pids") << "\necho \"$@\" > "
+                          << m_home.file("url") << "\nexec sleep 60\n";
+    std::filesystem::permissions(viewer, std::filesystem::perms::owner_all);
+    m_home.environment["TARV_TARV_VIEWER"] = viewer;
+    EXPECT_EQ(ctl({"start", "-uv", id})["exit"], 0);
+    EXPECT_EQ(file_text(m_home.file("arguments")), "--mode\n2\n" + id + "\n");
+    const std::string url = "tarv:///tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) +
+                            ".sock?vmid=" + id + "&d=0\n";
+    EXPECT_TRUE(wait_for([&] { return file_text(m_home.file("url")) == url; }));
+    std::filesystem::remove(m_home.file("url"));
+    EXPECT_EQ(ctl({"start", "-v", id})["exit"], 0) << "one that runs is only shown";
+    EXPECT_TRUE(wait_for([&] { return file_text(m_home.file("url")) == url; }));
+    std::ifstream pids(m_home.file("pids"));
+    for (pid_t pid; pids >> pid;)
+        EXPECT_EQ(kill(pid, SIGKILL), 0) << "it outlives the controller";
+}
+
+TEST_F(ControllerTest, tellsWhyAStartFailed)
+{
+    const std::string id = create("fail");
+    const Json answer = ctl({"start", id});
+    EXPECT_EQ(answer["exit"], 1);
+    EXPECT_EQ(answer["message"], "fail (" + id + "): the disk has gone for a walk");
+    EXPECT_EQ(status(id), "failed");
+    m_home.set("supervisor_executable", "/no/supervisor");
+    EXPECT_THAT(ctl({"start", id})["message"].get<std::string>(),
+                HasSubstr("/no/supervisor: No such file or directory"));
+    std::ofstream(m_home.file("vms/" + id + "/config.yaml")) << "name: [";
+    const Json broken = ctl({"start", id});
+    EXPECT_EQ(broken["exit"], 6);
+    EXPECT_THAT(broken["message"].get<std::string>(),
+                testing::AllOf(HasSubstr("config.yaml"), HasSubstr("line ")));
+    EXPECT_EQ(ctl({"list"})["body"][0]["id"], id) << "it hides nothing";
+    EXPECT_EQ(ctl({"delete", "--yes", id})["exit"], 0);
+}
+
+TEST_F(ControllerTest, endsASupervisorThatHangs)
+{
+    const std::string id = create("plain"), other = create("slow");
+    ASSERT_EQ(ctl({"start", id, other})["exit"], 0);
+    std::smatch found;
+    const std::string list = m_home.ask("list\r\n");
+    ASSERT_TRUE(std::regex_search(list, found, std::regex("\\{[^{}]*" + id + "[^{}]*\\}")));
+    const pid_t pid = Json::parse(found.str())["pid"];
+    kill(pid, SIGSTOP);
+    EXPECT_EQ(status(id), "malfunction");
+    EXPECT_EQ(status(other), "running");
+    EXPECT_EQ(ctl({"stop", id})["exit"], 8);
+    EXPECT_EQ(ctl({"start", id})["exit"], 8);
+    EXPECT_EQ(ctl({"stop", "--force", id})["exit"], 0);
+    EXPECT_EQ(kill(pid, 0), -1);
+    EXPECT_EQ(status(id), "stopped");
+    EXPECT_EQ(ctl({"start", id})["exit"], 0) << "nothing is in its way";
+}
+
+TEST_F(ControllerTest, passesOnWhatASupervisorRefuses)
+{
+    const std::string id = create("refuse");
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    for (const char *command : {"suspend", "reboot", "stop"})
+        EXPECT_EQ(ctl({command, id})["message"], "refuse (" + id + "): not now");
+    EXPECT_EQ(status(id), "running");
+    EXPECT_EQ(ctl({"stop", id, "--force"})["exit"], 0);
+}
+
+TEST_F(ControllerTest, keepsStateAndResultsOverAKilledLaunchService)
+{
+    const std::string id = create("plain");
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    const Json before = ctl({"show", id})["body"]["running"];
+    m_home.kill_service();
+    EXPECT_EQ(status(id), "running");
+    EXPECT_EQ(ctl({"start", id})["exit"], 4);
+    EXPECT_EQ(ctl({"show", id})["body"]["running"], before);
+    EXPECT_EQ(ctl({"stop", id})["exit"], 0);
+    EXPECT_EQ(status(id), "stopped");
+}
+
+TEST_F(ControllerTest, startsTheLaunchServiceOnceHoweverManyAsk)
+{
+    std::vector<pid_t> askers;
+    for (int count = 0; count < 12; ++count)
+        askers.push_back(m_home.spawn({TARVCTL_PROGRAM, "ping"}));
+    for (const pid_t pid : askers) {
+        int state = -1;
+        ASSERT_EQ(waitpid(pid, &state, 0), pid);
+        EXPECT_EQ(state, 0);
+    }
+    const std::string log = file_text(m_home.file("log/vlaunchd.log"));
+    EXPECT_EQ(log.find("serving on"), log.rfind("serving on"));
+    m_home.kill_service();
+    m_home.set("vlaunchd_executable", "/bin/false");
+    const Json answer = ctl({"ping"});
+    EXPECT_EQ(answer["exit"], 8);
+    EXPECT_THAT(answer["message"].get<std::string>(), HasSubstr("ended at once with status 1"));
+    m_home.set("vlaunchd_executable", VLAUNCHD_PROGRAM);
+}
+
+// Two controllers on one VM at once: whatever they do, the record stays whole.
+TEST_F(ControllerTest, keepsRecordsWholeUnderPairsOfCommands)
+{
+    const std::vector<std::vector<std::string>> commands = {
+        {"start", "vm"},      {"stop", "vm"},
+        {"suspend", "vm"},    {"stop", "--force", "vm"},
+        {"clone", "vm", "c"}, {"modify", "vm", "set", "cpu.count", "2"},
+        {"reboot", "vm"},     {"delete", "--yes", "c"},
+    };
+    const std::string id = create("vm");
+    unsigned seed = 20'261'121;
+    for (int round = 0; round < 20; ++round) {
+        std::vector<pid_t> pair;
+        for (int side = 0; side < 2; ++side) {
+            seed = seed * 1'103'515'245 + 12'345;
+            std::vector<std::string> argv = commands[(seed >> 16) % commands.size()];
+            argv.insert(argv.begin(), TARVCTL_PROGRAM);
+            pair.push_back(m_home.spawn(argv, 2));
+        }
+        for (const pid_t pid : pair)
+            waitpid(pid, nullptr, 0);
+        const Json shown = ctl({"show", id});
+        ASSERT_EQ(shown["exit"], 0) << shown;
+        const std::string file = shown["body"]["configuration"]["hard_drives"][0]["file"];
+        EXPECT_TRUE(std::filesystem::exists(m_home.file("images/" + file))) << file;
+    }
+    ctl({"stop", "--force", id});
+    ctl({"delete", "--yes", "c"});
+    EXPECT_EQ(ctl({"delete", "--yes", id})["exit"], 0);
+    EXPECT_THAT(names("vms"), IsEmpty());
+    EXPECT_THAT(names("images"), IsEmpty());
+}
+
+TEST_F(ControllerTest, speaksToPeopleInTables)
+{
+    create("plain");
+    m_home.environment.erase("TARV_MACHINE_READABLE");
+    const ProgramResult list = m_home.run({TARVCTL_PROGRAM, "list"});
+    EXPECT_THAT(list.out, MatchesRegex("NAME  *STATUS  *VERSION  *FIRMWARE  *ID\n"
+                                       "plain  *stopped  *bios  *[-0-9a-f]{36}\n"));
+    const ProgramResult wrong = m_home.run({TARVCTL_PROGRAM, "show", "nobody"});
+    EXPECT_EQ(wrong.out, "");
+    EXPECT_EQ(wrong.err, "tarvctl: no VM has the identifier or name \"nobody\"\n");
+    EXPECT_THAT(m_home.run({TARVCTL_PROGRAM, "--version"}).out, StartsWith("tarvctl "));
+    for (const char *command : {"list", "create", "start", "modify"})
+        EXPECT_THAT(m_home.run({TARVCTL_PROGRAM, command, "--help"}).out,
+                    HasSubstr(std::string("tarvctl ") + command));
+    EXPECT_THAT(m_home.run({TARVCTL_PROGRAM, "manual"}).out, HasSubstr("\\-\\-disk\\-size"));
+    EXPECT_THAT(m_home.run({TARVCTL_PROGRAM, "completion"}).out, HasSubstr("complete -o"));
+    m_home.environment["TARV_MACHINE_READABLE"] = "1";
+}
+
+} // namespace

@@ -1,0 +1,326 @@
+#include "tests/tarvctl/controller_home.h"
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class CreateTest : public ControllerTest
+{
+protected:
+    // An ISO 9660 image, with a boot catalog for the given platforms.
+    void make_disc(const std::string &path, const std::vector<unsigned char> &platforms)
+    {
+        std::string disc(20 * 2048, '\0');
+        disc.replace(16 * 2048 + 1, 5, "CD001");
+        disc.replace(16 * 2048 + 40, 32, "Some System 12.5 x86            ");
+        disc.replace(17 * 2048 + 1, 5, "CD001");
+        disc.replace(17 * 2048 + 7, 9, "EL TORITO");
+        disc[17 * 2048 + 0x47] = 18;
+        disc[18 * 2048] = 1;
+        for (size_t index = 0; index < platforms.size(); ++index) {
+            const size_t entry = 18 * 2048 + (index == 0 ? 0 : 64 * index);
+            disc[entry] = index == 0 ? '\1' : '\x91';
+            disc[entry + 1] = static_cast<char>(platforms[index]);
+            disc[entry + 2] = index == 0 ? '\0' : '\1';
+        }
+        std::ofstream(path, std::ios::binary) << disc;
+    }
+    Json create_with(const std::vector<std::string> &options, const std::string &source)
+    {
+        std::vector<std::string> arguments = {"create"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        arguments.insert(arguments.end(), {"vm", source});
+        return ctl(arguments);
+    }
+    Json shown() { return ctl({"show", "vm"})["body"]["configuration"]; }
+};
+
+TEST_F(CreateTest, makesWhatTheFormAsksFor)
+{
+    make_disc(m_home.file("a disc.iso"), {0, 0xef});
+    // The form's environment replaces everything else.
+    m_home.environment["TARV_DISK_CONTROLLER"] = "virtio-blk";
+    m_home.environment["TARV_NETWORK_MODE"] = "bridge";
+    m_home.environment["TARV_NETWORK_CONTROLLER"] = "anet";
+    m_home.environment["TARV_DEFAULT_USER"] = "jo";
+    m_home.environment["TARV_CREATE_INTERACTIVE"] = "1";
+    const Json made =
+        create_with({"--ram-size", "536870912", "--disk-size", "10737418240", "--cpu-count", "3"},
+                    "file://" + m_home.path() + "/a%20disc.iso");
+    ASSERT_EQ(made["exit"], 0) << made;
+    EXPECT_THAT(m_error, StartsWith("0%\n"));
+    EXPECT_TRUE(m_error.ends_with("\n100%\n")) << m_error;
+    const std::string id = made["body"]["id"];
+    Json expected = Json::parse(R"({"name":"vm","cpu":{"count":3},"ram":{"size":536870912},
+        "firmware":"bios","network":[{"mode":"bridge","controller":"anet"}],
+        "displays":[{"width":1280,"height":800}],"default_user":"jo"})");
+    expected["uuid"] = id;
+    expected["hard_drives"] = {{{"file", id + "-disk0.qcow2"}, {"controller", "virtio-blk"}}};
+    expected["cdrom"] = m_home.file("a disc.iso");
+    Json record = shown();
+    EXPECT_THAT(record["network"][0]["mac"].get<std::string>(), StartsWith("52:54:00:"));
+    record["network"][0].erase("mac");
+    EXPECT_EQ(record, expected);
+    EXPECT_THAT(names("vms"), ElementsAre(id));
+    EXPECT_THAT(names("images"), ElementsAre(id + "-disk0.qcow2"));
+    const Json again = create_with({}, m_home.file("a disc.iso"));
+    EXPECT_EQ(again["exit"], 5);
+    EXPECT_EQ(names("vms").size(), 1u);
+}
+
+TEST_F(CreateTest, takesTheFirmwareThatTheImageBootsWith)
+{
+    struct
+    {
+        std::vector<unsigned char> platforms;
+        std::vector<std::string> options;
+        std::string firmware;
+    } cases[] = {{{0}, {}, "bios"},
+                 {{0xef}, {}, "uefi"},
+                 {{0, 0xef}, {}, "bios"},
+                 {{0, 0xef}, {"--firmware", "uefi"}, "uefi"}};
+    std::ofstream(m_home.file("code")) << "firmware";
+    m_home.set("uefi_code", m_home.file("code"));
+    for (const auto &expected : cases) {
+        make_disc(m_home.file("x.iso"), expected.platforms);
+        ASSERT_EQ(create_with(expected.options, m_home.file("x.iso"))["exit"], 0);
+        EXPECT_EQ(shown()["firmware"], expected.firmware);
+        ctl({"delete", "--yes", "vm"});
+    }
+    m_home.set("uefi_code", m_home.file("none"));
+    EXPECT_THAT(
+        create_with({"--firmware", "uefi"}, m_home.file("x.iso"))["message"].get<std::string>(),
+        HasSubstr("UEFI firmware"));
+}
+
+TEST_F(CreateTest, copiesDiskImages)
+{
+    m_home.run({"/usr/bin/qemu-img", "create", "-q", "-f", "qcow2", m_home.file("d.qcow2"), "8M"});
+    m_home.run({"/usr/bin/qemu-img", "create", "-q", "-f", "qcow2", "-b", m_home.file("d.qcow2"),
+                "-F", "qcow2", m_home.file("layer.qcow2")});
+    ASSERT_EQ(create_with({"--disk-size", "16M"}, m_home.file("d.qcow2"))["exit"], 0);
+    const std::string file = shown()["hard_drives"][0]["file"];
+    const ProgramResult info =
+        m_home.run({"/usr/bin/qemu-img", "info", "--output=json", m_home.file("images/" + file)});
+    EXPECT_EQ(Json::parse(info.out)["virtual-size"], 16 << 20);
+    EXPECT_FALSE(shown().contains("cdrom"));
+    const Json small = ctl({"create", "--disk-size", "4M", "x", m_home.file("d.qcow2")});
+    EXPECT_EQ(small["exit"], 6);
+    EXPECT_EQ(small["message"], "--disk-size: 4 MiB is less than the image's own 8 MiB");
+    const Json layer = ctl({"create", "--disk-size", "16M", "x", m_home.file("layer.qcow2")});
+    EXPECT_THAT(layer["message"].get<std::string>(), HasSubstr("needs another image"));
+}
+
+TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
+{
+    std::ofstream(m_home.file("text.iso")) << "no disc";
+    std::ofstream(m_home.file("text.txt")) << "no disk";
+    std::ofstream(m_home.file("empty.img"));
+    std::ofstream(m_home.file("torn.qcow2")) << "QFI\xfb" << std::string(200, 'x');
+    const std::string good = m_home.file("raw.img");
+    struct
+    {
+        std::vector<std::string> arguments;
+        std::string message;
+    } cases[] = {
+        {{"x", m_home.file("none.iso")}, "none.iso: No such file"},
+        {{"x", m_home.path()}, "is not a file"},
+        {{"x", m_home.file("text.iso")}, "is not a disc image"},
+        {{"x", m_home.file("text.txt")}, "is neither an iso, an img nor a qcow2 image"},
+        {{"x", m_home.file("empty.img")}, "is empty"},
+        {{"x", m_home.file("torn.qcow2")}, "is damaged"},
+        {{"x", "https://example.org/x.iso"}, "only files of this host"},
+        {{"x", "file://elsewhere/x.iso"}, "not a file of this host"},
+        {{"", good}, "NAME is required"},
+        {{"a\nb", good}, "control character"},
+        {{"--ram-size", "1K", "x", good}, "--ram-size: 1K is less than 16 MiB"},
+        {{"--ram-size", "0", "x", good}, "--ram-size: 0 is less"},
+        {{"--disk-size", "12 parsecs", "x", good}, "--disk-size: \"12 parsecs\" is not"},
+        {{"--disk-size", "99999999999T", "x", good}, "--disk-size: 99999999999T is more than"},
+        {{"--cpu-count", "0", "x", good}, "--cpu-count: 0 is not between 1 and 255"},
+        {{"--firmware", "coreboot", "x", good}, "--firmware: \"coreboot\""},
+    };
+    for (const auto &expected : cases) {
+        std::vector<std::string> arguments = expected.arguments;
+        arguments.insert(arguments.begin(), "create");
+        const Json answer = ctl(arguments);
+        EXPECT_THAT(answer["exit"].get<int>(), testing::AnyOf(2, 6)) << answer;
+        EXPECT_THAT(answer["message"].get<std::string>(), HasSubstr(expected.message));
+    }
+    m_home.environment["TARV_NETWORK_MODE"] = "pigeon";
+    EXPECT_EQ(create_with({}, good)["message"],
+              "TARV_NETWORK_MODE: \"pigeon\" is none of host, shared, bridge, disconnected");
+    EXPECT_THAT(names("vms"), IsEmpty());
+    EXPECT_THAT(names("images"), IsEmpty());
+}
+
+TEST_F(CreateTest, leavesNothingOnAFullDisk)
+{
+    const std::string small = m_home.file("small");
+    std::filesystem::create_directory(small);
+    if (mount("none", small.c_str(), "tmpfs", 0, "size=2m") != 0)
+        GTEST_SKIP() << "a small file system can't be mounted here: " << strerror(errno);
+    m_home.set("img_lib_dir", small);
+    // Sparse to the eye, so that only the copying finds out.
+    std::string data(6 << 20, '\0');
+    for (size_t at = 0; at < data.size(); ++at)
+        data[at] = static_cast<char>(at * 2'654'435'761u >> 13);
+    std::ofstream(m_home.file("full.img")) << data;
+    const Json early = create_with({"--disk-size", "8M"}, m_home.file("full.img"));
+    EXPECT_EQ(early["exit"], 7);
+    EXPECT_THAT(early["message"].get<std::string>(), HasSubstr("no space"));
+    m_home.run({"/usr/bin/qemu-img", "convert", "-c", "-O", "qcow2", m_home.file("full.img"),
+                m_home.file("packed.qcow2")});
+    const Json late = create_with({"--disk-size", "8M"}, m_home.file("packed.qcow2"));
+    EXPECT_EQ(late["exit"], 7) << late;
+    EXPECT_THAT(names("vms"), IsEmpty());
+    EXPECT_THAT(names("small"), IsEmpty());
+    umount(small.c_str());
+}
+
+TEST_F(CreateTest, undoesWhatWasCancelledOrKilled)
+{
+    // The image tool never ends, so that the signal comes in the middle.
+    const std::string tool = m_home.file("tool");
+    std::ofstream(tool) << "#!/bin/sh\n"
+                           "echo part > \"$5\"\nexec sleep 1000\n";
+    std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+    make_disc(m_home.file("x.iso"), {0});
+    for (const int number : {SIGTERM, SIGKILL}) {
+        m_home.set("qemu_img_executable", tool);
+        const pid_t pid = m_home.spawn(
+            {TARVCTL_PROGRAM, "create", "--disk-size", "4M", "vm", m_home.file("x.iso")}, 2);
+        ASSERT_TRUE(wait_for([&] { return !names("images").empty(); }));
+        kill(pid, number);
+        int state = 0;
+        ASSERT_EQ(waitpid(pid, &state, 0), pid);
+        if (number == SIGTERM) {
+            EXPECT_EQ(WEXITSTATUS(state), 9);
+            EXPECT_THAT(names("vms"), IsEmpty());
+            EXPECT_THAT(names("images"), IsEmpty());
+            continue;
+        }
+        EXPECT_EQ(ctl({"list"})["body"], Json::array()) << "nothing half-made is listed";
+        m_home.set("qemu_img_executable", "/usr/bin/qemu-img");
+        const Json made = create_with({"--disk-size", "4M"}, m_home.file("x.iso"));
+        EXPECT_EQ(names("vms"), std::vector<std::string>{made["body"]["id"]});
+        EXPECT_EQ(names("images").size(), 1u);
+    }
+}
+
+TEST_F(CreateTest, finishesWhatWasKilledWhilePublishing)
+{
+    const std::string id = create("vm");
+    const std::string directory = m_home.file("vms/" + id);
+    std::filesystem::rename(directory + "/config.yaml", directory + "/config.new");
+    EXPECT_EQ(status(id), "gone");
+    create("other");
+    EXPECT_EQ(status(id), "stopped");
+}
+
+TEST_F(CreateTest, offersImagesNewestFirst)
+{
+    make_disc(m_home.file("images/any.iso"), {0});
+    std::filesystem::create_directory(m_home.file("home/Downloads"));
+    std::ofstream(m_home.file("home/user-dirs.dirs"))
+        << "XDG_DOWNLOAD_DIR=\"" << m_home.file("home/Downloads") << "\"\n";
+    m_home.environment["XDG_CONFIG_HOME"] = m_home.file("home");
+    std::ofstream(m_home.file("home/Downloads/system-9.10.img")) << std::string(4096, 'x');
+    std::ofstream(m_home.file("home/Downloads/broken.iso")) << "x";
+    create("vm"); // its disk is none
+    const std::string disc = "file://" + m_home.file("images/any.iso");
+    EXPECT_EQ(ctl({"create", "--list"})["body"],
+              Json({{{"version", "12.5"}, {"build", "Some System 12.5 x86"}, {"url", disc}},
+                    {{"version", "9.10"},
+                     {"build", "system-9.10.img"},
+                     {"url", "file://" + m_home.file("home/Downloads/system-9.10.img")}}}));
+    ASSERT_EQ(ctl({"create", "newest", "latest"})["exit"], 0);
+    EXPECT_EQ(ctl({"show", "newest"})["body"]["configuration"]["cdrom"],
+              m_home.file("images/any.iso"));
+}
+
+// ---- clones -----------------------------------------------------------------------------------
+
+TEST_F(CreateTest, clonesShareUntilBothAreGone)
+{
+    const std::string source = create("vm");
+    std::ofstream(m_home.file("vms/" + source + "/nvram")) << "variables";
+    const std::string base = source + "-disk0.qcow2";
+    const Json made = ctl({"clone", source, "twin"});
+    ASSERT_EQ(made["exit"], 0) << made;
+    const std::string twin = made["body"]["id"];
+    EXPECT_EQ(file_text(m_home.file("vms/" + twin + "/nvram")), "variables");
+    const Json theirs = shown(), ours = ctl({"show", twin})["body"]["configuration"];
+    EXPECT_NE(theirs["hard_drives"][0]["file"], base) << "the shared image is written by neither";
+    EXPECT_NE(theirs["network"][0]["mac"], ours["network"][0]["mac"]);
+    EXPECT_EQ(ours["uuid"], twin);
+    for (const Json &record : {theirs, ours}) {
+        const std::string file = record["hard_drives"][0]["file"];
+        const ProgramResult info = m_home.run(
+            {"/usr/bin/qemu-img", "info", "--output=json", m_home.file("images/" + file)});
+        EXPECT_EQ(Json::parse(info.out)["backing-filename"], base);
+    }
+    EXPECT_EQ(ctl({"delete", "--yes", source})["exit"], 0);
+    EXPECT_TRUE(std::filesystem::exists(m_home.file("images/" + base)));
+    EXPECT_EQ(m_home
+                  .run({"/usr/bin/qemu-img", "check", "-q",
+                        m_home.file("images/" + twin + "-disk0.qcow2")})
+                  .status,
+              0);
+    EXPECT_EQ(ctl({"delete", "--yes", twin})["exit"], 0);
+    EXPECT_THAT(names("images"), IsEmpty());
+}
+
+TEST_F(CreateTest, copiesStandAloneAndKeepTheSavedState)
+{
+    const std::string source = create("vm");
+    ASSERT_EQ(ctl({"start", source})["exit"], 0);
+    ASSERT_EQ(ctl({"suspend", source})["exit"], 0);
+    const std::string before = record(source);
+    const Json made = ctl({"clone", "--copy", source, "copy"});
+    ASSERT_EQ(made["exit"], 0) << made;
+    const std::string copy = made["body"]["id"];
+    EXPECT_EQ(record(source), before);
+    EXPECT_EQ(status(copy), "suspended");
+    EXPECT_EQ(ctl({"delete", "--yes", source})["exit"], 0);
+    EXPECT_EQ(file_text(m_home.file("images/" + copy + "-state")), "state");
+    EXPECT_EQ(m_home
+                  .run({"/usr/bin/qemu-img", "check", "-q",
+                        m_home.file("images/" + copy + "-disk0.qcow2")})
+                  .status,
+              0);
+    EXPECT_EQ(ctl({"modify", copy, "set", "ram.size", "128M"})["exit"], 4);
+    EXPECT_EQ(ctl({"modify", copy, "set", "name", "renamed"})["exit"], 0);
+}
+
+TEST_F(CreateTest, deletesNoFileOfSomebodyElse)
+{
+    const std::string id = create("vm");
+    std::string text = record(id);
+    for (const char *name : {"mine.qcow2", "golden.qcow2"})
+        std::ofstream(m_home.file(name)) << "precious";
+    text += "state_file: ../mine.qcow2\n";
+    const size_t drives = text.find("- file: ");
+    text.insert(drives, "- file: " + m_home.file("golden.qcow2") + "\n");
+    std::ofstream(m_home.file("vms/" + id + "/config.yaml")) << text;
+    EXPECT_EQ(ctl({"delete", "--yes", id})["exit"], 0);
+    EXPECT_TRUE(std::filesystem::exists(m_home.file("golden.qcow2")));
+    EXPECT_TRUE(std::filesystem::exists(m_home.file("mine.qcow2")));
+    EXPECT_THAT(names("images"), IsEmpty());
+    for (const char *text_of_path : {".", "..", "../vms", "/"})
+        EXPECT_EQ(ctl({"delete", "--yes", text_of_path})["exit"], 3);
+    EXPECT_TRUE(std::filesystem::exists(m_home.file("vms")));
+}
+
+} // namespace
