@@ -1,5 +1,8 @@
 #include "app/shell/BackgroundWork.h"
 
+#include "hostlib/config/config.h"
+#include "platform/thread.h"
+
 #include <QElapsedTimer>
 #include <QMetaObject>
 #include <QObject>
@@ -7,6 +10,7 @@
 #include <QTimer>
 
 #include <array>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
 #include <utility>
@@ -15,6 +19,28 @@ namespace {
 // How long the main thread runs continuations before it looks after events again.
 constexpr int slice_ms = 8;
 constexpr std::array<int, 4> lane_threads = {16, 32, 4, 8};
+
+// Settings expand a path when it is first asked for, and the environment must not change while
+// another thread reads it: both are settled before the first worker runs.
+void settleWhatWorkersShare()
+{
+    static const bool settled = [] {
+        for (ConfigEntry *entry = config_find(nullptr); entry; entry = entry->next) {
+            config_entry_get_path(entry);
+        }
+        // Read and else set by the reader of boot records.
+        setenv("TARV_DO_NOT_EXIT_ON_BASE_MISS", "1", /*overwrite=*/0);
+        return true;
+    }();
+    (void)settled;
+}
+
+// A library of a thousand VMs keeps every processor busy for a while: the windows come first.
+void giveWay()
+{
+    thread_local const int gave = platform_thread_give_way();
+    (void)gave;
+}
 
 // The pools are never destroyed: their destructor would wait for a peer that never answers.
 QThreadPool &pool(BackgroundWork::Lane lane)
@@ -86,6 +112,7 @@ struct BackgroundWork::Mailbox : std::enable_shared_from_this<BackgroundWork::Ma
 
 BackgroundWork::BackgroundWork() : m_mailbox(std::make_shared<Mailbox>())
 {
+    settleWhatWorkersShare();
     m_mailbox->receiver = new QObject;
 }
 
@@ -100,7 +127,10 @@ BackgroundWork::~BackgroundWork()
 void BackgroundWork::run(Lane lane, Work work, int priority)
 {
     pool(lane).start(
-        [mailbox = m_mailbox, work = std::move(work)] {
+        [lane, mailbox = m_mailbox, work = std::move(work)] {
+            if (lane != Lane::guests) { // whose tools would give way too
+                giveWay();
+            }
             if (Continuation continuation = work()) {
                 mailbox->add(std::move(continuation));
             }
