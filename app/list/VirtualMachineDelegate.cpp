@@ -10,7 +10,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int margin = 8;
+constexpr int margin = VirtualMachineDelegate::margin;
 constexpr int dot = 9; // diameter
 constexpr int lock = 16;
 
@@ -29,10 +29,10 @@ QColor dotColor(const QString &status)
     return QColor(0x8a, 0x8f, 0x98);
 }
 
-void drawDot(QPainter *painter, const QRect &cell, const QString &status)
+void drawDot(QPainter *painter, const QRect &cell, const QString &status, bool selected)
 {
     const QRectF circle(cell.left() + margin, cell.center().y() - dot / 2.0 + 0.5, dot, dot);
-    painter->setPen(Qt::NoPen);
+    painter->setPen(selected ? QPen(Qt::white, 1.2) : QPen(Qt::NoPen));
     painter->setBrush(dotColor(status));
     painter->drawEllipse(circle);
 }
@@ -64,21 +64,21 @@ void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem
     const QStyle *style = cell.widget ? cell.widget->style() : QApplication::style();
     style->drawPrimitive(QStyle::PE_PanelItemViewItem, &cell, painter, cell.widget);
 
+    const bool selected = cell.state & QStyle::State_Selected;
     QRect text = cell.rect.adjusted(margin, 0, -margin, 0);
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
     const QString status = index.data(VirtualMachinesController::StatusRole).toString();
     if (index.column() == VirtualMachinesController::StatusColumn && !status.isEmpty()) {
-        drawDot(painter, cell.rect, status);
+        drawDot(painter, cell.rect, status, selected);
         text.setLeft(text.left() + dot + margin);
         if (!cell.icon.isNull()) {
             const QRect place(text.left() + cell.fontMetrics.horizontalAdvance(cell.text) + margin,
                               cell.rect.center().y() - lock / 2 + 1, lock, lock);
             cell.icon.paint(painter, place, Qt::AlignCenter,
-                            cell.state & QStyle::State_Selected ? QIcon::Selected : QIcon::Normal);
+                            selected ? QIcon::Selected : QIcon::Normal);
         }
     }
-    const bool selected = cell.state & QStyle::State_Selected;
     const QPalette::ColorGroup group =
         cell.state & QStyle::State_Active ? QPalette::Active : QPalette::Inactive;
     painter->setPen(

@@ -12,6 +12,8 @@ class VirtualMachineDelegate : public QStyledItemDelegate
 public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
+    // Left and right of a cell's content, logical pixels.
+    static constexpr int margin = 10;
     // Logical pixels, from the widget's font.
     static int rowHeight(const QWidget *widget);
 

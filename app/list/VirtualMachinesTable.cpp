@@ -6,11 +6,39 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QStyleOptionHeaderV2>
 
 #include <algorithm>
 
+namespace {
+
+// A header whose labels stand above the texts of the cells.
+class Header : public QHeaderView
+{
+public:
+    explicit Header(QWidget *parent) : QHeaderView(Qt::Horizontal, parent) {}
+
+protected:
+    void paintSection(QPainter *painter, const QRect &rect, int section) const override
+    {
+        QStyleOptionHeaderV2 option;
+        initStyleOption(&option);
+        initStyleOptionForIndex(&option, section);
+        option.rect = rect;
+        style()->drawControl(QStyle::CE_HeaderSection, &option, painter, this);
+        option.rect.setLeft(rect.left() + VirtualMachineDelegate::margin -
+                            style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, this) / 2);
+        style()->drawControl(QStyle::CE_HeaderLabel, &option, painter, this);
+    }
+};
+
+} // namespace
+
 VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
 {
+    setHorizontalHeader(new Header(this));
+    horizontalHeader()->setSectionsClickable(false);
     setSelectionBehavior(SelectRows);
     setSelectionMode(ExtendedSelection);
     setEditTriggers(NoEditTriggers);
@@ -24,7 +52,6 @@ VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setDefaultSectionSize(VirtualMachineDelegate::rowHeight(this));
     horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    horizontalHeader()->setHighlightSections(false);
     horizontalHeader()->setMinimumSectionSize(60);
     horizontalHeader()->setStretchLastSection(true);
 }
@@ -57,8 +84,8 @@ QByteArray VirtualMachinesTable::saveColumns() const
 void VirtualMachinesTable::restoreColumns(const QByteArray &state)
 {
     if (!horizontalHeader()->restoreState(state)) {
-        setColumnWidth(VirtualMachinesController::NameColumn, 300);
-        setColumnWidth(VirtualMachinesController::VersionColumn, 130);
+        setColumnWidth(VirtualMachinesController::NameColumn, 380);
+        setColumnWidth(VirtualMachinesController::VersionColumn, 110);
     }
 }
 

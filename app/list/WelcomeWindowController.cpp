@@ -87,6 +87,9 @@ void WelcomeWindowController::windowDidLoad()
     title.setPointSizeF(title.pointSizeF() * 1.6);
     title.setWeight(QFont::DemiBold);
     m_ui->titleLabel->setFont(title);
+    QFont quiet = m_ui->unreadableButton->font();
+    quiet.setPointSizeF(quiet.pointSizeF() * 0.9);
+    m_ui->unreadableButton->setFont(quiet);
     const QIcon icon = QApplication::windowIcon();
     m_ui->iconLabel->setPixmap(icon.pixmap(icon_size, window()->devicePixelRatioF()));
     m_ui->iconLabel->setVisible(!icon.isNull());
@@ -272,7 +275,8 @@ void WelcomeWindowController::showListState()
     m_ui->noContainersLabel->setVisible(m_machines->count() == 0);
     const auto count = static_cast<int>(m_problems.size());
     m_ui->unreadableButton->setVisible(count > 0);
-    m_ui->unreadableButton->setText(tr("%n VM(s) could not be read", nullptr, count));
+    m_ui->unreadableButton->setText(count == 1 ? tr("1 VM could not be read")
+                                               : tr("%n VMs could not be read", nullptr, count));
 }
 
 void WelcomeWindowController::showProblems()
