@@ -1,7 +1,6 @@
 #include "tests/list/fixture.h"
 
 #include "app/kit/UserDefaults.h"
-#include "tarvhv/cli2.h"
 
 #include <QApplication>
 #include <QDir>
@@ -9,10 +8,6 @@
 #include <QSettings>
 #include <QTest>
 #include <QUuid>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -60,51 +55,6 @@ void makeHome(const QString &home)
 }
 } // namespace
 
-FakeService::FakeService(const QString &path, Handler handler)
-    : m_path(path), m_handler(std::move(handler))
-{
-    m_listener = cli2_listen(qPrintable(path));
-    EXPECT_GE(m_listener, 0) << qPrintable(path);
-    EXPECT_EQ(pipe(m_wake), 0);
-    m_thread = std::thread([this] { serve(); });
-}
-
-FakeService::~FakeService()
-{
-    close(m_wake[1]);
-    m_thread.join();
-    close(m_wake[0]);
-    close(m_listener);
-    QFile::remove(m_path);
-}
-
-void FakeService::serve()
-{
-    std::vector<pollfd> fds = {{m_wake[0], POLLIN, 0}, {m_listener, POLLIN, 0}};
-    while (poll(fds.data(), fds.size(), -1) >= 0 && fds[0].revents == 0) {
-        if (fds[1].revents) {
-            if (const int fd = accept(m_listener, nullptr, nullptr); fd >= 0) {
-                m_connections++;
-                fds.push_back({fd, POLLIN, 0});
-            }
-        }
-        for (size_t i = 2; i < fds.size(); i++) {
-            char buffer[512];
-            const ssize_t got =
-                fds[i].revents ? recv(fds[i].fd, buffer, sizeof buffer, MSG_DONTWAIT) : -1;
-            if (got > 0) {
-                const std::string answer = m_handler(std::string(buffer, size_t(got)));
-                send(fds[i].fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-            } else if (got == 0) {
-                close(std::exchange(fds[i].fd, -1));
-            }
-        }
-    }
-    for (size_t i = 2; i < fds.size(); i++) {
-        close(fds[i].fd);
-    }
-}
-
 bool waitFor(const std::function<bool()> &condition)
 {
     return QTest::qWaitFor(condition, deadline_ms);
@@ -150,12 +100,12 @@ void ListTest::writeVM(const QString &id, const char *file, const QByteArray &te
 
 FakeService *ListTest::supervise(const QString &id, Supervisor kind)
 {
-    const QString path = u"/tmp/com.quelda.tarvhv.%1.%2.sock"_s.arg(id, QString::number(getuid()));
-    m_services.push_back(std::make_unique<FakeService>(path, [kind](const std::string &) {
-        return kind == Supervisor::silent
-                   ? std::string()
-                   : "{\"status\":\"OK\",\"body\":{\"state\":\"running\"}}\r\n";
-    }));
+    m_services.push_back(
+        std::make_unique<FakeService>(supervisorPath(id), [kind](const std::string &) {
+            return kind == Supervisor::silent
+                       ? std::string()
+                       : "{\"status\":\"OK\",\"body\":{\"state\":\"running\"}}\r\n";
+        }));
     return m_services.back().get();
 }
 

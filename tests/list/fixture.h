@@ -1,40 +1,17 @@
 // A private home, VM library, launch service and controller for the tests of the VM list.
 #pragma once
 
+#include "tests/list/fake_service.h"
+
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <string>
-#include <thread>
 #include <vector>
-
-// A service on a local socket, on a thread of its own. It hands what it read to the handler and
-// sends what that answers; to an empty answer it says nothing and keeps the connection.
-class FakeService
-{
-public:
-    using Handler = std::function<std::string(const std::string &request)>;
-    FakeService(const QString &path, Handler handler);
-    ~FakeService();
-
-    int connections() const { return m_connections; }
-
-private:
-    void serve();
-
-    const QString m_path;
-    const Handler m_handler;
-    int m_listener = -1;
-    int m_wake[2] = {-1, -1};
-    std::atomic<int> m_connections = 0;
-    std::thread m_thread;
-};
 
 // Waits, with events processed, until a condition holds; false after a generous deadline.
 bool waitFor(const std::function<bool()> &condition);
