@@ -6,7 +6,10 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     MemoryInput input(std::string(reinterpret_cast<const char *>(data), size));
-    MemoryScreen screen;
+    static MemoryScreen screen; // large: made once
+    screen.rects.clear();
+    screen.cursors.clear();
+    screen.sent.clear();
     ListenerReader reader(input, screen);
     while (reader.readMessage())
         ;
