@@ -22,6 +22,7 @@ EULAWindowController::EULAWindowController(const QString &agreementPath, Accept 
     QString error;
     if (!readRichTextFile(agreementPath, m_ui->eulaView->document(), &error))
         m_ui->eulaView->setPlainText(tr("The agreement can't be shown.\n\n%1").arg(error));
+    m_ui->eulaView->moveCursor(QTextCursor::Start);
     connect(m_ui->acceptButton, &QPushButton::clicked, this,
             [this] { acceptEULA(m_ui->acceptButton); });
     connect(m_ui->closeButton, &QPushButton::clicked, this, &EULAWindowController::close);
