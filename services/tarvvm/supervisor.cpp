@@ -113,6 +113,8 @@ void Supervisor::onScreens(const std::string &error)
         failStart("the engine's display: " + error);
         return;
     }
+    if (m_state != VmState::starting)
+        return; // a stop came in between
     unplugCables();
     if (m_resuming)
         resume();
@@ -151,6 +153,8 @@ void Supervisor::resume()
 
 void Supervisor::letRun()
 {
+    if (m_state != VmState::starting)
+        return;
     m_qmp->execute("cont", [this](const json *result, const std::string &error) {
         if (result)
             onRunning();
@@ -206,9 +210,11 @@ void Supervisor::onQmpEvent(const std::string &name, const json *data)
 
 void Supervisor::stop(StopKind kind)
 {
+    // A guest that does not run yet can't be asked.
+    const bool running = m_state != VmState::starting;
     step(VmEvent::stopAsked);
     m_suspender->cancel();
-    m_stopper->begin(kind);
+    m_stopper->begin(running ? kind : StopKind::force);
 }
 
 void Supervisor::climb(StopRung rung)
@@ -241,14 +247,15 @@ void Supervisor::onEngineEnd(const EngineEnd &end)
 {
     const VmState before = m_state;
     step(VmEvent::engineEnded);
-    if (!m_failure.empty())
-        fail(EX_SOFTWARE, m_failure);
-    else if (before != VmState::stopping && end.status != 0)
-        fail(EX_SOFTWARE, end.message);
-    else
+    std::string failure = m_failure;
+    if (failure.empty() && before != VmState::stopping && end.status != 0)
+        failure = end.message;
+    if (!failure.empty() && before == VmState::starting && m_resuming)
+        failure += " (the saved state is kept; a start in recovery mode boots without it)";
+    if (failure.empty())
         m_log.line("ended");
-    if (before == VmState::starting && m_resuming && m_end.status != 0)
-        m_log.line("the saved state is kept; a start in recovery mode boots without it");
+    else
+        fail(EX_SOFTWARE, failure);
     sd_event_exit(m_loop, 0);
 }
 

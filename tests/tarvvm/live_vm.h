@@ -1,0 +1,100 @@
+// A real supervisor with a real QEMU and one of the test guests, in a directory of its own.
+#pragma once
+
+#include "platform/unique_fd.h"
+#include "services/engine/trees.h"
+#include "tarvhv/cli2/display_protocol.h"
+#include "tests/support/scratch.h"
+
+#include <functional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// Waits until a condition holds, for a loaded machine's patience.
+bool wait_until(const std::function<bool()> &condition, int seconds = 60);
+// Memory that a process has to itself, in bytes; 0 when it is gone.
+uint64_t private_memory(pid_t pid);
+
+// An answer of the service socket with its descriptors; no tree when there was none.
+struct LiveAnswer
+{
+    JsonTree tree;
+    std::vector<UniqueFd> fds;
+
+    std::string status() const { return json_find_str(tree.get(), "status", ""); }
+    std::string message() const { return json_find_str(tree.get(), "message", ""); }
+};
+
+class LiveVm
+{
+public:
+    // `disk` names a guest; `config` is added to the configuration, `settings` to the settings.
+    explicit LiveVm(const std::string &disk, const std::string &config = "",
+                    const std::string &settings = "");
+    ~LiveVm(); // ends what still runs
+    LiveVm(const LiveVm &) = delete;
+    LiveVm &operator=(const LiveVm &) = delete;
+
+    // Starts another supervisor, and waits until the guest runs.
+    void start(const std::vector<std::string> &arguments = {});
+    bool startAndRun();
+    // Waits for the supervisor to end; its exit status, 128 + signal.
+    int wait();
+
+    LiveAnswer ask(const std::string &request) const;
+    std::string state() const;
+    // A number of the status's body.
+    int64_t status(const char *name) const;
+    // What the supervisor logged, what it reported, and its configuration.
+    std::string log() const;
+    std::string report() const;
+    std::string config() const;
+    bool socketExists() const;
+
+    const std::string &id() const { return m_id; }
+    std::string socketPath() const;
+    pid_t pid() const { return m_pid; }
+    ScratchDirectory &directory() { return m_directory; }
+
+private:
+    ScratchDirectory m_directory;
+    std::string m_id;
+    pid_t m_pid = -1;
+};
+
+// A viewer of the VM's first screen.
+class LiveViewer
+{
+public:
+    explicit LiveViewer(const LiveVm &vm);
+    ~LiveViewer();
+    LiveViewer(const LiveViewer &) = delete;
+    LiveViewer &operator=(const LiveViewer &) = delete;
+
+    bool connected() const { return bool(m_channel); }
+    uint32_t width() const { return m_control ? m_control->width : 0; }
+    uint32_t height() const { return m_control ? m_control->height : 0; }
+    uint32_t at(uint32_t x, uint32_t y) const;
+    // The number that the repainting guest shows.
+    int frameNumber() const;
+
+    void send(uint32_t type, std::initializer_list<int32_t> arguments);
+    void key(int32_t number, bool down) { send(DISPLAY_KEY, {number, down}); }
+    // Takes packets and answers damage until the condition holds for the picture.
+    bool shows(const std::function<bool()> &condition);
+    // Takes the packets that wait; false at the end of the stream.
+    bool take();
+    // The reason of the last goodbye, or -1.
+    int closedReason() const { return m_closed; }
+    uint64_t damagePackets() const { return m_damage; }
+
+private:
+    bool map(UniqueFd memory);
+
+    UniqueFd m_channel;
+    const display_fbctl *m_control = nullptr;
+    size_t m_size = 0;
+    int m_closed = -1;
+    uint64_t m_damage = 0;
+};
