@@ -135,11 +135,10 @@ int img_purge(bool (*in_use)(const char *name, void *arg), void *arg)
     for (const std::string &name : names) {
         if (!is_queueable(name))
             continue;
-        if (in_use && in_use(name.c_str(), arg))
-            kept.push_back(name);
-        else if (unlinkat(library.get(), name.c_str(), 0) == 0)
+        const bool needed = in_use && in_use(name.c_str(), arg);
+        if (!needed && unlinkat(library.get(), name.c_str(), 0) == 0)
             ++removed;
-        else if (errno != ENOENT)
+        else if (needed || errno != ENOENT)
             kept.push_back(name);
     }
     if (kept.size() != names.size() && store(library.get(), kept) != 0)

@@ -60,7 +60,8 @@ int reserve(int fd, off_t old_length, off_t length)
 }
 
 // The new text goes in with one write that also covers the rest of the old one by line ends: a
-// process killed here leaves the old text or the new one, never a mixture.
+// process killed here leaves the old text or the new one. (The system can break off a write between
+// two pages; only a text of more than one page could be caught by that.)
 int replace_text(int fd, std::string_view text)
 {
     struct stat old;
