@@ -8,12 +8,16 @@
 
 namespace {
 
+// Whether a peer's memory holds that many bytes: nothing is set aside for what it only claims.
+bool holds(int fd, size_t length)
+{
+    const int64_t size = platform_memory_size(fd, /*sealed=*/false);
+    return size >= 0 && uint64_t(size) >= length;
+}
+
 // Reads the first bytes of a peer's memory. A read can't fault, whatever the peer does meanwhile.
 bool read_memory(int fd, void *bytes, size_t length)
 {
-    const int64_t size = platform_memory_size(fd, /*sealed=*/false);
-    if (size < 0 || uint64_t(size) < length)
-        return false;
     size_t done = 0;
     while (done < length) {
         const ssize_t got =
@@ -132,8 +136,11 @@ bool DisplayState::feedCursor(const display_packet &packet, int descriptor)
         if (cursor.width <= 0 || cursor.width > CURSOR_MAX || cursor.height <= 0 ||
             cursor.height > CURSOR_MAX)
             return refuse("pointer image of an impossible size");
-        cursor.pixels.resize(size_t(cursor.width) * size_t(cursor.height));
-        if (!read_memory(descriptor, cursor.pixels.data(), cursor.pixels.size() * 4))
+        const size_t count = size_t(cursor.width) * size_t(cursor.height);
+        if (!holds(descriptor, count * 4))
+            return refuse("pointer image without its pixels");
+        cursor.pixels.resize(count);
+        if (!read_memory(descriptor, cursor.pixels.data(), count * 4))
             return refuse("pointer image without its pixels");
         cursor.hot_x = std::clamp(packet.arg[2], 0, cursor.width - 1);
         cursor.hot_y = std::clamp(packet.arg[3], 0, cursor.height - 1);
@@ -146,6 +153,8 @@ bool DisplayState::feedPasteboard(const display_packet &packet, int descriptor)
 {
     if (packet.arg[0] < 0 || size_t(packet.arg[0]) > DISPLAY_PASTEBOARD_MAX)
         return refuse("pasteboard of an impossible size");
+    if (!holds(descriptor, size_t(packet.arg[0])))
+        return refuse("pasteboard without its bytes");
     std::string archive(size_t(packet.arg[0]), '\0');
     if (!read_memory(descriptor, archive.data(), archive.size()))
         return refuse("pasteboard without its bytes");
