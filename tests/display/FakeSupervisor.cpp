@@ -47,11 +47,15 @@ bool spin_until(const std::function<bool()> &condition)
     return true;
 }
 
-FakeSupervisor::FakeSupervisor() : m_listener(cli2_listen(path().toLocal8Bit().constData())) {}
-
-QString FakeSupervisor::path() const
+FakeSupervisor::FakeSupervisor(const QString &path)
+    : m_path(path.isEmpty() ? m_directory.filePath(QStringLiteral("vm.sock")) : path),
+      m_listener(cli2_listen(m_path.toLocal8Bit().constData()))
 {
-    return m_directory.filePath(QStringLiteral("vm.sock"));
+}
+
+FakeSupervisor::~FakeSupervisor()
+{
+    unlink(m_path.toLocal8Bit().constData());
 }
 
 bool FakeSupervisor::asked() const

@@ -18,9 +18,11 @@ bool spin_until(const std::function<bool()> &condition);
 class FakeSupervisor
 {
 public:
-    FakeSupervisor();
+    // Serves a socket in a directory of its own, or at this path.
+    explicit FakeSupervisor(const QString &path = {});
+    ~FakeSupervisor();
 
-    QString path() const;
+    QString path() const { return m_path; }
     bool asked() const; // a viewer waits to be accepted
     // Accepts a viewer, reads its request and answers with a screen.
     void answer(int width, int height);
@@ -45,6 +47,7 @@ private:
     UniqueFd makeScreen(int width, int height);
 
     QTemporaryDir m_directory;
+    QString m_path;
     UniqueFd m_listener;
     UniqueFd m_connection;
     UniqueFd m_channel;

@@ -1,0 +1,52 @@
+// One VM whose supervisor this process started and looks after.
+#pragma once
+
+#include "platform/unique_fd.h"
+
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <sys/types.h>
+
+// A supervisor as data: what is run for a VM.
+struct SupervisorLaunch
+{
+    std::string program;
+    std::string id;
+    int mode = 0; // 0 normal, 1 forced, 2 recovery
+    int log_fd = -1;
+};
+
+//   starting --(first screen can be opened)--> running --(supervisor ended)--> ended
+//   starting --(supervisor ended)--> ended
+class HostedMachine : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Null with errno set. The supervisor ends when this process or thread does.
+    static std::unique_ptr<HostedMachine> start(const SupervisorLaunch &launch);
+    ~HostedMachine() override;
+
+    const std::string &id() const { return m_id; }
+
+Q_SIGNALS:
+    void started();
+    // Its exit status was not 0, or a signal ended it. The last signal.
+    void ended(bool failed);
+
+private:
+    HostedMachine(const std::string &id, pid_t pid, UniqueFd watch);
+    void tryScreen();
+    void reap();
+
+    std::string m_id;
+    pid_t m_pid; // -1 once reaped
+    UniqueFd m_watch;
+    QSocketNotifier m_ended;
+    QTimer m_again;
+};
