@@ -22,7 +22,7 @@ struct Arguments
     std::vector<std::string> pairs; // KEY VALUE KEY VALUE …
     std::string word;               // a sub-command
     bool force = false, recovery = false, view = false, yes = false;
-    bool copy = false, list = false, command = false;
+    bool copy = false, list = false, command = false, quiet = false;
 };
 
 struct Command

@@ -6,6 +6,11 @@ namespace {
 
 void declare_nothing(CLI::App &, Arguments &) {}
 
+void declare_list(CLI::App &app, Arguments &arguments)
+{
+    app.add_flag("-q,--quiet", arguments.quiet, "Print the identifiers alone, one a line");
+}
+
 void declare_vm(CLI::App &app, Arguments &arguments)
 {
     app.add_option("VM", arguments.vm, "Identifier or name of a VM")->required();
@@ -84,7 +89,7 @@ void declare_eula(CLI::App &app, Arguments &arguments)
 }
 
 constexpr Command commands[] = {
-    {"list", "List the VMs and their states", declare_nothing, run_list},
+    {"list", "List the VMs and their states", declare_list, run_list},
     {"show", "Show one VM", declare_show, run_show},
     {"create", "Create a VM from an image", declare_create, run_create},
     {"start", "Start VMs", declare_start, run_start},

@@ -1,6 +1,9 @@
 #include "platform/host.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/service.h"
+#include "services/vlaunchd/ondemand.h"
+
+#include <cstdio>
 
 #include <unistd.h>
 
@@ -30,6 +33,10 @@ Answer run_eula(const Arguments &arguments)
                               platform_path(PlatformPath::support_dir));
     }
     const bool accepted = is_accepted();
+    // Whoever asks is about to accept: over the service's socket, perhaps without this program.
+    std::string reason;
+    if (!accepted && vlaunchd_ensure(reason) != 0)
+        fprintf(stderr, "tarvctl: launch service: %s\n", reason.c_str());
     return {.body = {{"accepted", accepted}}, .text = accepted ? "accepted\n" : "not accepted\n"};
 }
 

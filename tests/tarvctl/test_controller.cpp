@@ -231,6 +231,8 @@ TEST_F(ControllerTest, speaksToPeopleInTables)
     const ProgramResult list = m_home.run({TARVCTL_PROGRAM, "list"});
     EXPECT_THAT(list.out, MatchesRegex("NAME  *STATUS  *VERSION  *FIRMWARE  *ID\n"
                                        "plain  *stopped  *bios  *[-0-9a-f]{36}\n"));
+    EXPECT_THAT(m_home.run({TARVCTL_PROGRAM, "list", "--quiet"}).out,
+                MatchesRegex("[-0-9a-f]{36}\n"));
     const ProgramResult wrong = m_home.run({TARVCTL_PROGRAM, "show", "nobody"});
     EXPECT_EQ(wrong.out, "");
     EXPECT_EQ(wrong.err, "tarvctl: no VM has the identifier or name \"nobody\"\n");
