@@ -37,11 +37,11 @@ struct FreeTable
 using Table = std::unique_ptr<ConfigTable, FreeTable>;
 using File = std::unique_ptr<FILE, int (*)(FILE *)>;
 
-// All of a settings file. False with errno set; EFBIG when it is no settings file by its size.
+// What a settings file holds, up to the cap. False with errno set when there is more than was read.
 bool read_file(int fd, std::string &text)
 {
     char chunk[8192];
-    for (;;) {
+    while (text.size() < file_cap) {
         const ssize_t count = read(fd, chunk, sizeof chunk);
         if (count == 0)
             return true;
@@ -50,22 +50,27 @@ bool read_file(int fd, std::string &text)
         if (count < 0)
             return false;
         text.append(chunk, size_t(count));
-        if (text.size() > file_cap) {
-            errno = EFBIG;
-            return false;
-        }
     }
+    errno = EFBIG;
+    return false;
 }
 
-// Takes the lines of an open file into the table. False with errno set when it can't be read.
-bool parse_file(ConfigTable *table, int fd)
+// Takes the lines of an open file into the table. Only a file that can't be opened is an error of
+// the settings; one that can't be read gives what was read of it.
+void parse_file(ConfigTable *table, int fd)
 {
     std::string text;
-    return read_file(fd, text) && config_table_parse(table, std::move(text));
+    if (!read_file(fd, text)) {
+        const char *reason = std::strerror(errno);
+        char path[1024] = "?";
+        platform_fd_path(fd, path, sizeof path);
+        dprintf(log_fd, "config: %s: %s\r\n", path, reason);
+    }
+    config_table_parse(table, std::move(text));
 }
 
 // The files that are looked for in a directory, in this order. What can't be opened is skipped.
-bool parse_directory(ConfigTable *table, int dirfd)
+void parse_directory(ConfigTable *table, int dirfd)
 {
     const char *user = platform_user_name(getuid());
     const std::string names[] = {
@@ -74,10 +79,9 @@ bool parse_directory(ConfigTable *table, int dirfd)
     for (const std::string &name : names) {
         const UniqueFd fd(platform_openat_locked(dirfd, name.substr(0, 255).c_str(), O_RDONLY,
                                                  FileLock::shared, 0));
-        if (fd && !parse_file(table, fd.get()))
-            return false;
+        if (fd)
+            parse_file(table, fd.get());
     }
-    return true;
 }
 
 UniqueFd open_element(const char *path)
@@ -97,7 +101,11 @@ bool read_element(ConfigTable *table, const char *path)
     struct stat status;
     if (!fd || fstat(fd.get(), &status) != 0)
         return errno == ENOENT;
-    return S_ISDIR(status.st_mode) ? parse_directory(table, fd.get()) : parse_file(table, fd.get());
+    if (S_ISDIR(status.st_mode))
+        parse_directory(table, fd.get());
+    else
+        parse_file(table, fd.get());
+    return true;
 }
 
 // Makes the product's directories, unless a user has moved them. Failures show where they are used.
@@ -115,19 +123,18 @@ void make_directories(const ConfigTable *table)
 
 } // namespace
 
-bool config_table_parse(ConfigTable *table, std::string text)
+void config_table_parse(ConfigTable *table, std::string text)
 {
     if (text.empty())
-        return true;
+        return;
     const File stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
     if (!stream)
-        return false;
+        return;
     // The parser would cut lines at 200 bytes.
     ini_use_stack = false;
     ini_allow_realloc = true;
     ini_max_line = int(file_cap) + 3;
     ini_parse_file(stream.get(), config_handler, table);
-    return true;
 }
 
 int config_handler(void *table, const char *section, const char *key, const char *value)

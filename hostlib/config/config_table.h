@@ -15,6 +15,5 @@ void config_table_free(ConfigTable *table);
 ConfigEntry *config_table_find(const ConfigTable *table, const char *key);
 // Gives a key its value. One that is there already is overridden from then on, and loses its path.
 void config_table_set(ConfigTable *table, const char *key, const char *value, bool overridden);
-// Takes the lines of a settings file's text; malformed ones are passed over. False with errno set
-// when there is no memory.
-bool config_table_parse(ConfigTable *table, std::string text);
+// Takes the lines of a settings file's text; malformed ones are passed over.
+void config_table_parse(ConfigTable *table, std::string text);

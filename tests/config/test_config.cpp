@@ -151,11 +151,15 @@ TEST(config, ends_the_process_when_settings_can_not_be_read)
         });
     };
     EXPECT_EQ(status_of(home.path("file") + "/below"), 78);
-    EXPECT_EQ(status_of("/dev/zero"), 78);
     EXPECT_EQ(status_of("/nowhere::" + home.path("file") + ":/usr"), 1);
     EXPECT_EQ(status_of("~/absent:~/file"), 1);
 
     const Capture log(2);
+    in_home(home, [] {
+        setenv("TARV_CONFIG_PATH", "/dev/zero:/dev", 1);
+        return config_find(nullptr) == nullptr ? 0 : 1;
+    });
+    EXPECT_EQ(log.text(), "config: /dev/zero: File too large\r\n");
     in_home(home, [] {
         setenv("TARV_CONFIG_PATH", "/dev/null/x", 1);
         return int(config_get_long("a"));
