@@ -6,12 +6,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <string_view>
 #include <sysexits.h>
 #include <utility>
 
 namespace {
 
 constexpr uint64_t START_PATIENCE_MS = 60000;
+constexpr uint64_t DISK_RETRY_MS = 5000;
 
 std::string log_directory()
 {
@@ -201,11 +203,25 @@ void Supervisor::onQmpEvent(const std::string &name, const json *data)
         // The engine ends by itself now; the ladder sees to it that it does.
         stop(StopKind::force);
     } else if (name == "BLOCK_IO_ERROR") {
-        m_log.line(std::string("disk ") + json_find_str(data, "device", "") + ": " +
-                   json_find_str(data, "reason", "input or output error"));
+        onDiskError(data);
     } else if (name == "GUEST_PANICKED") {
         m_log.line("the guest's system has crashed");
     }
+}
+
+// QEMU pauses a guest whose disk finds no room. It tries again until there is some.
+void Supervisor::onDiskError(const json *data)
+{
+    const std::string reason = json_find_str(data, "reason", "input or output error");
+    const bool paused = std::string_view(json_find_str(data, "action", "")) == "stop";
+    m_log.line(std::string("disk ") + json_find_str(data, "device", "") + ": " + reason +
+               (paused ? ": the guest waits" : ""));
+    if (!paused)
+        return;
+    m_disk_retry = event_timer(m_loop, DISK_RETRY_MS, [this] {
+        if (m_state == VmState::running)
+            m_qmp->execute("cont");
+    });
 }
 
 void Supervisor::stop(StopKind kind)

@@ -51,6 +51,7 @@ private:
     void onQmpReady();
     void onQmpEvent(const std::string &name, const json *data);
     void onScreens(const std::string &error);
+    void onDiskError(const json *data);
     void unplugCables();
     void resume();
     void letRun();
@@ -89,6 +90,7 @@ private:
     std::unique_ptr<Suspender> m_suspender;
     std::unique_ptr<Stopper> m_stopper;
     EventSource m_start_deadline;
+    EventSource m_disk_retry;
     Requests m_stop_waiters, m_suspend_waiters, m_display_waiters;
 
     using Clock = std::chrono::steady_clock;
