@@ -281,20 +281,28 @@ void Supervisor::finish(const std::function<void()> &report)
         m_displays->close(DISPLAY_CLOSE_STOPPED);
     const bool was_bound = m_service != nullptr;
     m_service.reset();
-    for (auto &request : m_stop_waiters)
-        request->answer(nullptr);
-    const bool suspended = m_end.status == 0 && m_state == VmState::ended && m_saved;
-    for (auto &request : m_suspend_waiters) {
-        if (suspended)
-            request->answer(nullptr);
-        else
-            request->fail(ECANCELED, m_end.message.empty() ? "the VM ended" : m_end.message);
-    }
-    for (auto &request : m_display_waiters)
-        request->fail(ECANCELED, m_end.message.empty() ? "the VM ended" : m_end.message);
     report();
     if (was_bound)
         notify("stop");
+    if (m_notifier.joinable())
+        m_notifier.join();
+    // Last of all: who waits for the end may start the VM anew at once.
+    answerWaiters();
+}
+
+void Supervisor::answerWaiters()
+{
+    for (auto &request : m_stop_waiters)
+        request->answer(nullptr);
+    const std::string failure = m_end.message.empty() ? "the VM ended" : m_end.message;
+    for (auto &request : m_suspend_waiters) {
+        if (m_saved)
+            request->answer(nullptr);
+        else
+            request->fail(ECANCELED, failure);
+    }
+    for (auto &request : m_display_waiters)
+        request->fail(ECANCELED, failure);
 }
 
 void Supervisor::notify(const char *member)

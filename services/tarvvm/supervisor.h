@@ -69,6 +69,7 @@ private:
     void handleSuspend(std::unique_ptr<ServiceRequest> request);
     void handleReboot(std::unique_ptr<ServiceRequest> request);
     void handleDisplay(std::unique_ptr<ServiceRequest> request);
+    void answerWaiters();
     JsonTree describe();
     int64_t processorShare();
     void notify(const char *member);
