@@ -156,7 +156,9 @@ void JobTable::process_ended(Entry &entry)
     const std::string label = entry.job.label;
     const auto status = reap(entry.job.pid);
     const auto report = m_journal.read_report(label);
-    if (!report && m_options.vm_died && !job_vm_id(label).empty())
+    // A supervisor says that its VM ended just before it ends itself. Whoever asks too soon is told
+    // that it runs, so a failure is told once more.
+    if ((!report || report->status != 0) && m_options.vm_died && !job_vm_id(label).empty())
         m_options.vm_died(job_vm_id(label));
     if (entry.job.state == JobState::removing)
         return forget(label);

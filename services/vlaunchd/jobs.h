@@ -28,7 +28,7 @@ struct JobOptions
     std::chrono::milliseconds term_wait{23'000};
     // Where the output of the job of this label goes: a descriptor that is taken over, or -1.
     std::function<int(const std::string &label)> open_log;
-    // Told the VM of a job that died without having said so itself.
+    // Told the VM of a job that died without having said so itself, or that failed.
     std::function<void(const std::string &vm_id)> vm_died;
 };
 
