@@ -52,11 +52,18 @@ public:
     Q_INVOKABLE void zoomImageToActualSize(QObject *sender);
     Q_INVOKABLE void zoomImageToHalfSize(QObject *sender);
     Q_INVOKABLE void useHiDPI(QObject *sender);
+    Q_INVOKABLE void setResolution(QObject *sender);
     Q_INVOKABLE void toggleLiveResize(QObject *sender);
     Q_INVOKABLE void lockKeyboard(QObject *sender);
     Q_INVOKABLE void copy(QObject *sender);
     Q_INVOKABLE void paste(QObject *sender);
     Q_INVOKABLE void toggleSharedPasteboard(QObject *sender);
+    Q_INVOKABLE void stopVirtualMachine(QObject *sender);
+    Q_INVOKABLE void forceStopVirtualMachine(QObject *sender);
+    Q_INVOKABLE void suspendVirtualMachine(QObject *sender);
+    Q_INVOKABLE void rebootVirtualMachine(QObject *sender);
+    Q_INVOKABLE void delete_(QObject *sender);
+    Q_INVOKABLE void takeScreenShot(QObject *sender);
 
     void displayNotification(TarvDisplay *display) override;
     void displayPasteboardDataDidChange(TarvDisplay *display, const QByteArray &archive) override;
@@ -78,6 +85,8 @@ private:
     bool guestFollows() const;
     void setFrame(QSizeF frame);
     void resizingSettled();
+    void controlVirtualMachine(const QString &command, const QString &description,
+                               const QStringList &options = {});
     void startPasteboardPolling();
     void stopPasteboardPolling();
 

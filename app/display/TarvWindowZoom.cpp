@@ -1,8 +1,10 @@
 // The window's size: fitted to the guest, zoomed, resized by the user. And what the menu offers.
+#include "app/display/ResolutionWindowController.h"
 #include "app/display/TarvWindow.h"
 #include "app/display/TarvWindowController.h"
 #include "app/kit/MainMenu.h"
 #include "app/kit/Responder.h"
+#include "app/kit/SheetCodes.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -140,6 +142,19 @@ void TarvWindowController::useHiDPI(QObject *)
         m_display->setWidth(width / 2, height / 2, false);
     else
         m_display->setWidth(width * 2, height * 2, true);
+}
+
+void TarvWindowController::setResolution(QObject *)
+{
+    if (!allowsLiveResize() || attachedSheet(window()))
+        return;
+    const std::shared_ptr<ResolutionWindowController> resolution(
+        new ResolutionWindowController(*m_display), DeleteLater());
+    beginSheet(resolution->sheet(), [this, resolution](int code) {
+        if (code == SheetContinue && m_display)
+            m_display->setWidth(uint32_t(resolution->width()), uint32_t(resolution->height()),
+                                resolution->hdpi());
+    });
 }
 
 bool TarvWindowController::validateMenuItem(QAction *item)

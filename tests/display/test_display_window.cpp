@@ -1,3 +1,4 @@
+#include "app/display/Screenshot.h"
 #include "app/display/TarvWindow.h"
 #include "app/display/TarvWindowController.h"
 #include "app/kit/MainMenu.h"
@@ -8,8 +9,12 @@
 #include "tests/display/FakeSupervisor.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QClipboard>
+#include <QDialogButtonBox>
+#include <QLineEdit>
 #include <QMimeData>
+#include <QPushButton>
 #include <QSettings>
 #include <QTest>
 
@@ -138,6 +143,43 @@ TEST_F(DisplayWindow, offersWhatTheGuestCanDo)
     m_display->taken();
     m_controller->useHiDPI(nullptr);
     EXPECT_EQ(m_display->taken(), "size 1280 960 1");
+}
+
+TEST_F(DisplayWindow, asksForATypedResolutionUnderAnySheetOnce)
+{
+    open(641, 480);
+    m_controller->setResolution(nullptr);
+    QDialog *sheet = WindowController::attachedSheet(m_window);
+    ASSERT_NE(sheet, nullptr);
+    m_controller->setResolution(nullptr);
+    EXPECT_EQ(WindowController::attachedSheet(m_window), sheet);
+    auto *width = sheet->findChild<QLineEdit *>(QStringLiteral("widthField"));
+    auto *hdpi = sheet->findChild<QCheckBox *>(QStringLiteral("hdpiButton"));
+    auto *buttons = sheet->findChild<QDialogButtonBox *>(QStringLiteral("buttonBox"));
+    hdpi->click();
+    EXPECT_EQ(width->text(), QStringLiteral("1282"));
+    hdpi->click();
+    EXPECT_EQ(width->text(), QStringLiteral("641"));
+    width->setText(QString());
+    buttons->button(QDialogButtonBox::Ok)->click();
+    EXPECT_TRUE(sheet->isVisible()) << "an empty field is no resolution";
+    width->setText(QStringLiteral("800"));
+    m_display->taken();
+    buttons->button(QDialogButtonBox::Ok)->click();
+    EXPECT_EQ(m_display->taken(), "size 800 480 0");
+    EXPECT_EQ(WindowController::attachedSheet(m_window), nullptr);
+}
+
+TEST(Screenshot, goesToTheDesktopUnderTheEncodedName)
+{
+    const QDateTime time(QDate(2026, 11, 16), QTime(1, 30, 12));
+    EXPECT_TRUE(Screenshot::path(QStringLiteral("my vm/a"), time)
+                    .endsWith(QStringLiteral("/my%20vm/a 16 Nov 2026 at 01.30.12.png")));
+    QImage image(40, 30, QImage::Format_RGB32);
+    image.setDevicePixelRatio(2);
+    const QImage read = QImage::fromData(Screenshot::encode(image));
+    EXPECT_EQ(read.size(), QSize(40, 30));
+    EXPECT_NEAR(read.dotsPerMeterX() * 0.0254, 144, 0.5);
 }
 
 TEST_F(DisplayWindow, closesWithItsVMAndNoOther)

@@ -174,13 +174,4 @@ TEST_F(Channel, neverLeavesAKeyPressed)
     EXPECT_EQ(wheel, 5000);
 }
 
-TEST_F(Channel, refusesPacketsWithMoreThanTheyMayHold)
-{
-    char large[64] = {};
-    ASSERT_EQ(send(m_far.get(), large, sizeof large, 0), ssize_t(sizeof large));
-    std::vector<UniqueFd> descriptors;
-    EXPECT_EQ(receive_with_descriptors(m_near.get(), large, 32, &descriptors), -1);
-    EXPECT_EQ(errno, EMSGSIZE);
-}
-
 } // namespace
