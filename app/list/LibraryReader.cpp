@@ -48,6 +48,7 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
     errno = 0;
     const Record record(vmlib_get(library, id.constData(), nullptr), &vm_close);
     if (!record) {
+        result.vanished = errno == ENOENT;
         result.problem = reason(errno);
         return result;
     }
@@ -136,8 +137,10 @@ void LibraryReader::finishPass()
     QList<LibraryRecord> records;
     records.reserve(m_ids.size());
     for (size_t place = 0; place < m_records.size(); place++) {
-        if (m_records.at(place)) {
-            records.append(*std::exchange(m_records.at(place), std::nullopt));
+        if (const auto record = std::exchange(m_records.at(place), std::nullopt)) {
+            if (!record->vanished) {
+                records.append(*record);
+            }
             continue;
         }
         LibraryRecord missing;

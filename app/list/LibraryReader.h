@@ -19,10 +19,11 @@ struct vmlib;
 struct LibraryRecord
 {
     QString id;
-    QString name;    // "" when the configuration has none
-    QString status;  // "suspended", or null
-    QString version; // null when there is none
-    QString problem; // why the VM can't be read, for the user; null when it can
+    QString name;          // "" when the configuration has none
+    QString status;        // "suspended", or null
+    QString version;       // null when there is none
+    QString problem;       // why the VM can't be read, for the user; null when it can
+    bool vanished = false; // deleted since the library was listed
 };
 
 // Reads one VM of an open library. Blocks while another program writes the VM's files.

@@ -91,7 +91,8 @@ void WelcomeWindowController::windowDidLoad()
     quiet.setPointSizeF(quiet.pointSizeF() * 0.9);
     m_ui->unreadableButton->setFont(quiet);
     const QIcon icon = QApplication::windowIcon();
-    m_ui->iconLabel->setPixmap(icon.pixmap(icon_size, window()->devicePixelRatioF()));
+    m_ui->iconLabel->setPixmap(
+        icon.pixmap(QSize(icon_size, icon_size), window()->devicePixelRatioF()));
     m_ui->iconLabel->setVisible(!icon.isNull());
     m_ui->closeButton->hide();
     m_ui->noContainersLabel->hide();
@@ -240,6 +241,9 @@ void WelcomeWindowController::libraryRead(const QList<LibraryRecord> &records)
 void WelcomeWindowController::takeLateRecord(const LibraryRecord &record)
 {
     m_problems.remove(record.id);
+    if (record.vanished) {
+        return showListState();
+    }
     mergeRecords({record});
     m_statuses.ask(record.id);
     showListState();

@@ -31,7 +31,9 @@ void write(const QString &path, const QByteArray &text)
 void makeController(const QString &path)
 {
     write(path, "#!/bin/sh\n"
-                "{ for a in \"$@\"; do printf '%s ' \"$a\"; done; echo; } >> \"$TEST_RECORD\"\n"
+                "line=\n"
+                "for a in \"$@\"; do line=\"$line$a \"; done\n"
+                "printf '%s\\n' \"$line\" >> \"$TEST_RECORD\"\n" // at once: others write too
                 "printf '%s' \"$TEST_ANSWER\"\n"
                 "[ -z \"$TEST_HANG\" ] || exec sleep 1000\n"
                 "exit \"$TEST_STATUS\"\n");

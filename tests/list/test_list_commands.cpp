@@ -40,12 +40,6 @@ TEST(ListCommands, uniqueNamesCountFromTwo)
 
 TEST(ListCommands, commandsTakeTheirVMsOnly)
 {
-    EXPECT_EQ(listCommandForm(ListCommand::reboot).command, u"suspend"_s);
-    EXPECT_EQ(listCommandForm(ListCommand::reboot).title, u"Rebooting ..."_s);
-    EXPECT_EQ(longCommandArguments(u"stop"_s, {u"--force"_s}, {u"a"_s, u"b"_s}),
-              QStringList({u"stop"_s, u"--force"_s, u"a"_s, u"b"_s}));
-    EXPECT_EQ(deleteArguments({u"a"_s, u"b"_s}).join(u' '), u"delete --yes a b"_s);
-    EXPECT_TRUE(deleteArguments({}).isEmpty());
     for (const ListCommand command :
          {ListCommand::stop, ListCommand::forceStop, ListCommand::suspend, ListCommand::reboot}) {
         EXPECT_TRUE(takesVM(command, u"running"_s));

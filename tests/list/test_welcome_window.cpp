@@ -185,6 +185,17 @@ TEST_F(WelcomeWindowTest, commandsPassTheVMsThatTheyAreFor)
     EXPECT_FALSE(QTest::qWaitFor([&] { return recorded().size() > count; }, 300)) << "none runs";
 }
 
+TEST_F(WelcomeWindowTest, aVMThatDoesNotAnswerHoldsUpNoCommand)
+{
+    supervise(m_two, Supervisor::silent);
+    select({m_one, m_two});
+    m_controller->stopVirtualMachine();
+    m_controller->stopVirtualMachine(); // one is being prepared
+    ASSERT_TRUE(waitForSheet<LongOperationWindow>());
+    ASSERT_TRUE(waitForRecorded(1));
+    EXPECT_EQ(recorded(), QStringList(u"stop "_s + m_one));
+}
+
 TEST_F(WelcomeWindowTest, copiesAndClonesUnderANewName)
 {
     select({m_two});
