@@ -7,7 +7,9 @@
 #include <csignal>
 #include <cstring>
 #include <string_view>
+#include <sys/stat.h>
 #include <sysexits.h>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -25,6 +27,15 @@ unsigned stop_wait_setting()
 {
     const int64_t seconds = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
     return seconds > 0 && seconds <= 3600 ? unsigned(seconds) : 0;
+}
+
+// Why the VM's socket can't be made.
+std::string socket_trouble(const std::string &path, int error)
+{
+    struct stat status;
+    if (lstat(path.c_str(), &status) == 0 && status.st_uid != getuid())
+        return "the path is taken by another user (" + std::to_string(status.st_uid) + ")";
+    return error == EADDRINUSE ? "the VM is running already" : std::strerror(error);
 }
 
 } // namespace
@@ -54,9 +65,7 @@ bool Supervisor::begin(const std::string &id)
         handle(std::move(request));
     });
     if (!m_service)
-        return fail(EX_CANTCREAT,
-                    path + ": " +
-                        (errno == EADDRINUSE ? "the VM is running already" : std::strerror(errno)));
+        return fail(EX_CANTCREAT, path + ": " + socket_trouble(path, errno));
     const std::string directory = log_directory();
     if (!directory.empty() && !m_log.openFile(directory, m_record.id()))
         m_log.line(directory + ": no log file: " + std::strerror(errno));

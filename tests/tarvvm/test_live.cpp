@@ -271,6 +271,11 @@ TEST(Live, socketOfALiveProcessIsLeftAlone)
     EXPECT_EQ(vm.wait(), EX_CANTCREAT);
     EXPECT_THAT(vm.log(), HasSubstr("the VM is running already"));
     EXPECT_TRUE(vm.socketExists());
+    if (chown(vm.socketPath().c_str(), 65534, 65534) != 0)
+        GTEST_SKIP() << "only root can make another user's socket";
+    vm.start();
+    EXPECT_EQ(vm.wait(), EX_CANTCREAT);
+    EXPECT_THAT(vm.log(), HasSubstr("taken by another user (65534)"));
 }
 
 } // namespace
