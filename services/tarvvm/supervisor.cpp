@@ -103,6 +103,7 @@ bool Supervisor::startEngine(std::string *error)
     m_stopper = std::make_unique<Stopper>(m_loop, stop_wait_setting(),
                                           [this](StopRung rung) { climb(rung); });
     m_suspender = std::make_unique<Suspender>(m_loop, *m_qmp, m_record.host().images_dir);
+    m_suspender->sweep(m_record.id()); // the socket is ours: nobody else is writing one
     m_start_deadline =
         event_timer(m_loop, START_PATIENCE_MS, [this] { failStart("the engine does not answer"); });
     return true;

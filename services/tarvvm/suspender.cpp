@@ -5,8 +5,11 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -18,6 +21,12 @@ bool sync_directory(const std::string &directory)
 {
     const UniqueFd fd(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return fd && fsync(fd.get()) == 0;
+}
+
+// Of the name under which a state is written.
+std::string temporary_prefix(const std::string &id)
+{
+    return "." + id + ".state-";
 }
 
 } // namespace
@@ -36,7 +45,7 @@ void Suspender::save(const std::string &id, Done done)
 {
     m_done = std::move(done);
     m_name = id + "-" + std::to_string(time(nullptr)) + ".state";
-    m_temporary = m_directory + "/." + id + ".state-XXXXXX";
+    m_temporary = m_directory + "/" + temporary_prefix(id) + "XXXXXX";
     m_file.reset(mkostemp(m_temporary.data(), O_CLOEXEC));
     if (!m_file) {
         const std::string error = m_temporary + ": " + std::strerror(errno);
@@ -115,6 +124,19 @@ void Suspender::finishSave()
     }
     m_temporary.clear();
     finish(sync_directory(m_directory) ? "" : m_directory + ": " + std::strerror(errno));
+}
+
+void Suspender::sweep(const std::string &id)
+{
+    const std::string prefix = temporary_prefix(id);
+    std::error_code error;
+    std::vector<std::filesystem::path> found;
+    for (std::filesystem::directory_iterator entry(m_directory, error), end; !error && entry != end;
+         entry.increment(error))
+        if (entry->path().filename().string().starts_with(prefix))
+            found.push_back(entry->path());
+    for (const std::filesystem::path &path : found)
+        unlink(path.c_str());
 }
 
 void Suspender::discard(const std::string &name)

@@ -26,6 +26,8 @@ public:
     void save(const std::string &id, Done done);
     // Gives up; the unfinished file is removed and the machine stays halted.
     void cancel();
+    // Removes what an earlier supervisor of this VM was killed over.
+    void sweep(const std::string &id);
     // Removes a state that was saved but could not be recorded.
     void discard(const std::string &name);
     // Loads a state into a machine that waits for one. A failure may come as QEMU's end instead.

@@ -220,11 +220,14 @@ TEST(Live, failedSuspendRunsOnAndFailedResumeKeepsTheState)
     EXPECT_EQ(vm.wait(), 0);
     vm.directory().write("vms/" + vm.id() + "/config.yaml",
                          vm.config() + "state_file: bad.state\n");
+    const std::string unfinished = "images/." + vm.id() + ".state-abcdef";
+    vm.directory().write(unfinished, "of a killed supervisor");
     for (const char *state : {"", "no state at all"}) {
         vm.directory().write("images/bad.state", state);
         vm.start();
         EXPECT_EQ(vm.wait(), EX_SOFTWARE) << state;
         EXPECT_THAT(vm.report(), HasSubstr("the saved state is kept"));
+        EXPECT_FALSE(std::filesystem::exists(vm.directory().path(unfinished)));
         EXPECT_THAT(vm.config(), HasSubstr("state_file: bad.state"));
     }
     vm.start({"--mode", "2"});
