@@ -9,6 +9,8 @@
 #include "policy/json.h"
 #include "tarvhv/cli2.h"
 
+#include <QCoreApplication>
+
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -40,7 +42,7 @@ TarvError posixError(int code, const char *description)
 void startLaunchService()
 {
     if (const char *controller = config_get_path("tarvctl_executable"))
-        proc_exec(controller, nullptr, nullptr, 2, "eula", "status");
+        proc_exec(controller, nullptr, nullptr, 1, "ping");
 }
 
 int connectToLaunchService(const char *command)
@@ -72,10 +74,13 @@ bool TarvCLI::acceptEULA(TarvError *error)
     const UniqueFd connection(connectToLaunchService("eula"));
     if (!connection) {
         const int code = errno;
-        appLog("ctl", QStringLiteral("%1: vlaunchd service unavailable: %2")
-                          .arg(QString::fromLocal8Bit(socketPath().c_str()),
-                               QString::fromLocal8Bit(strerror(code))));
-        *error = posixError(code, strerror(code));
+        const QString path = QString::fromLocal8Bit(socketPath().c_str());
+        const QString reason = QString::fromLocal8Bit(strerror(code));
+        appLog("ctl", QStringLiteral("%1: vlaunchd service unavailable: %2").arg(path, reason));
+        *error = {
+            QStringLiteral("POSIX"), code,
+            QCoreApplication::translate("TarvCLI", "The launch service can't be reached at %1: %2")
+                .arg(path, reason)};
         return false;
     }
     errno = 0;
