@@ -54,8 +54,11 @@ static bool isAuthorized(const QDBusMessage &reply)
         return false;
     const auto result = reply.arguments().value(0).value<QDBusArgument>();
     bool authorized = false;
+    bool challenge = false;
+    QMap<QString, QString> details;
     result.beginStructure();
-    result >> authorized;
+    result >> authorized >> challenge >> details;
+    result.endStructure();
     return authorized;
 }
 

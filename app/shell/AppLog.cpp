@@ -6,6 +6,8 @@
 
 void appLog(const char *module, const QString &text)
 {
+    if (log_fd < 0)
+        return; // dprintf would lose its buffer each time
     const time_t now = time(nullptr);
     char date[32] = "";
     ctime_r(&now, date);

@@ -109,9 +109,10 @@ bool TarvApplication::sendToGuest(QWidget *window, QWindow *receiver, QKeyEvent 
         Responder::tryToPerform(target, action, item);
     const bool delivered = QApplication::notify(receiver, event);
     if (action == QLatin1String("copy:") && target)
-        QTimer::singleShot(copyDelay_ms, target, [target, action, item = QPointer<QAction>(item)] {
-            Responder::tryToPerform(target, action, item);
-        });
+        QTimer::singleShot(copyDelay_ms, Qt::PreciseTimer, target,
+                           [target, action, item = QPointer<QAction>(item)] {
+                               Responder::tryToPerform(target, action, item);
+                           });
     return delivered;
 }
 

@@ -58,6 +58,7 @@ void TarvCTL::execute(const QStringList &arguments, const std::optional<Environm
                      ENOENT, handler);
         return;
     }
+    detachTask(); // a runner follows one command at a time
     const auto answer = std::make_shared<Answer>();
     m_task = ControllerTask::launch(
         launch, [answer](const QByteArray &output) { parseAnswer(output, answer.get()); },
@@ -149,7 +150,7 @@ void TarvCTL::abort()
     if (!m_task || !m_task->isRunning())
         return;
     m_task->signal(SIGTERM);
-    QTimer::singleShot(abortAfter_ms, this, [this] {
+    QTimer::singleShot(abortAfter_ms, Qt::PreciseTimer, this, [this] {
         if (m_task)
             m_task->signal(SIGABRT);
     });
@@ -157,11 +158,17 @@ void TarvCTL::abort()
 
 void TarvCTL::detach()
 {
+    if (detachTask())
+        release();
+}
+
+bool TarvCTL::detachTask()
+{
     if (!m_task)
-        return;
+        return false;
     m_task->forget();
     m_task.reset();
-    release();
+    return true;
 }
 
 bool TarvCTL::isRunning() const

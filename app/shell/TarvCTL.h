@@ -84,5 +84,6 @@ private:
     void ended(const QJsonObject &answer, const QString &command, const CompletionHandler &handler);
     void failToLaunch(const QString &reason, int error, const CompletionHandler &handler);
     void fail(const TarvError &error, const CompletionHandler &handler);
+    bool detachTask();
     void release();
 };

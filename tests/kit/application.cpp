@@ -25,7 +25,11 @@ public:
         qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + home + "/no-bus");
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, g_home->path());
     }
-    void TearDown() override { delete g_home; }
+    void TearDown() override
+    {
+        delete qApp;
+        delete g_home;
+    }
 };
 
 const auto *const g_environment = testing::AddGlobalTestEnvironment(new HomeEnvironment);

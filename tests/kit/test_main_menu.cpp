@@ -12,6 +12,8 @@
 #include <QVBoxLayout>
 #include <QWindow>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class ListController : public WindowController
@@ -34,10 +36,10 @@ public:
     }
     bool validateMenuItem(QAction *item) override
     {
-        return Responder::actionOf(item) != QLatin1String("delete:") || mayDelete;
+        return Responder::actionOf(item) != "delete:"_L1 || mayDelete;
     }
-    Q_INVOKABLE void delete_(QObject *) { done << QStringLiteral("delete"); }
-    Q_INVOKABLE void openDocument(QObject *) { done << QStringLiteral("open"); }
+    Q_INVOKABLE void delete_(QObject *) { done << u"delete"_s; }
+    Q_INVOKABLE void openDocument(QObject *) { done << u"open"_s; }
     MainMenu *menu() const { return MainMenu::of(window()); }
     QAction *item(const char *action) const
     {
@@ -73,7 +75,7 @@ TEST_F(MainMenuTest, itemsActOnTheFirstThatHasTheAction)
 {
     controller.item("openDocument:")->trigger();
     controller.item("showWelcomeWindow:")->trigger();
-    EXPECT_EQ(controller.done, QStringList{QStringLiteral("open")});
+    EXPECT_EQ(controller.done, QStringList{u"open"_s});
     EXPECT_EQ(delegate.shown, 1);
 }
 
@@ -100,17 +102,17 @@ TEST_F(MainMenuTest, shortcutsAreValidatedWhenTheyFire)
     controller.field->clearFocus();
     controller.mayDelete = true;
     QTest::keyClick(window, Qt::Key_Backspace, Qt::ControlModifier);
-    EXPECT_EQ(controller.done, QStringList{QStringLiteral("delete")});
+    EXPECT_EQ(controller.done, QStringList{u"delete"_s});
 }
 
 TEST_F(MainMenuTest, editsTheTextFieldThatHasTheFocus)
 {
     controller.field->setFocus();
-    controller.field->setText(QStringLiteral("abc"));
+    controller.field->setText(u"abc"_s);
     EXPECT_FALSE(Responder::validate(controller.window(), controller.item("copy:")));
     controller.item("selectAll:")->trigger();
     controller.item("copy:")->trigger();
-    EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("abc"));
+    EXPECT_EQ(QApplication::clipboard()->text(), u"abc"_s);
 }
 
 TEST_F(MainMenuTest, restrictionHidesAllButTheFirstMenuAlsoOfLaterWindows)

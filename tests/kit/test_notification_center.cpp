@@ -6,29 +6,28 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 TEST(NotificationCenter, deliversAtOnceInOrderWithWhatWasPosted)
 {
     NotificationCenter center;
     QObject context;
     QStringList seen;
-    center.addObserver(&context, QStringLiteral("a"), [&](const Notification &notification) {
-        seen << QStringLiteral("first ") + notification.object.toString();
+    center.addObserver(&context, u"a"_s, [&](const Notification &notification) {
+        seen << u"first "_s + notification.object.toString();
     });
-    center.addObserver(&context, QStringLiteral("a"), [&](const Notification &notification) {
-        seen << QStringLiteral("second ") +
-                    notification.userInfo.value(QStringLiteral("k")).toString();
+    center.addObserver(&context, u"a"_s, [&](const Notification &notification) {
+        seen << u"second "_s + notification.userInfo.value(u"k"_s).toString();
     });
-    center.addObserver(&context, QStringLiteral("b"),
-                       [&](const Notification &) { seen << QStringLiteral("other"); });
-    center.post(QStringLiteral("a"), QStringLiteral("x"),
-                {{QStringLiteral("k"), QStringLiteral("v")}});
-    EXPECT_EQ(seen, (QStringList{QStringLiteral("first x"), QStringLiteral("second v")}));
+    center.addObserver(&context, u"b"_s, [&](const Notification &) { seen << u"other"_s; });
+    center.post(u"a"_s, u"x"_s, {{u"k"_s, u"v"_s}});
+    EXPECT_EQ(seen, (QStringList{u"first x"_s, u"second v"_s}));
 }
 
 TEST(NotificationCenter, standsChangesWhilePosting)
 {
     NotificationCenter center;
-    const QString name = QStringLiteral("a");
+    const QString name = u"a"_s;
     QObject first;
     auto second = std::make_unique<QObject>();
     int calls = 0;

@@ -5,6 +5,8 @@
 #include <QCborArray>
 #include <QCborMap>
 
+using namespace Qt::StringLiterals;
+
 using Item = PasteboardItem;
 using Type = PasteboardItem::Type;
 
@@ -22,12 +24,10 @@ TEST(PasteboardArchive, keepsItemsAndTheirOrder)
 
 TEST(PasteboardArchive, passesOverTypesOfLaterWriters)
 {
-    const QCborMap document{
-        {QStringLiteral("version"), 1},
-        {QStringLiteral("more"), QCborArray{1, 2}},
-        {QStringLiteral("items"),
-         QCborArray{QCborArray{QStringLiteral("sound"), QCborMap{{1, 2}}},
-                    QCborArray{QStringLiteral("text"), QStringLiteral("kept")}}}};
+    const QCborMap document{{u"version"_s, 1},
+                            {u"more"_s, QCborArray{1, 2}},
+                            {u"items"_s, QCborArray{QCborArray{u"sound"_s, QCborMap{{1, 2}}},
+                                                    QCborArray{u"text"_s, u"kept"_s}}}};
     const auto items = PasteboardArchive::read(QCborValue(document).toCbor());
     ASSERT_EQ(items.size(), 1);
     EXPECT_EQ(items[0], (Item{Type::text, "kept"}));

@@ -11,6 +11,8 @@
 #include <QPushButton>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class Controller : public WindowController
@@ -23,7 +25,7 @@ public:
 
 protected:
     bool windowShouldClose() override { return mayClose; }
-    void windowWillClose() override { events << QStringLiteral("controller"); }
+    void windowWillClose() override { events << u"controller"_s; }
 };
 
 using WindowControllerTest = ApplicationTest;
@@ -37,7 +39,7 @@ TEST_F(WindowControllerTest, announcesItsCloseBeforeItActsOnIt)
     NotificationCenter::defaultCenter().addObserver(
         &controller, WindowWillCloseNotification, [&](const Notification &closing) {
             announced = closing.object.value<QWidget *>();
-            controller.events << QStringLiteral("observer");
+            controller.events << u"observer"_s;
         });
     controller.showWindow();
     controller.mayClose = false;
@@ -48,8 +50,7 @@ TEST_F(WindowControllerTest, announcesItsCloseBeforeItActsOnIt)
     controller.close();
     EXPECT_FALSE(controller.window()->isVisible());
     EXPECT_EQ(announced, controller.window());
-    EXPECT_EQ(controller.events,
-              (QStringList{QStringLiteral("observer"), QStringLiteral("controller")}));
+    EXPECT_EQ(controller.events, (QStringList{u"observer"_s, u"controller"_s}));
 }
 
 TEST_F(WindowControllerTest, sheetAnswersOnceAndEndsWithItsWindow)
@@ -73,14 +74,14 @@ TEST_F(WindowControllerTest, alertAnswersWithTheButtonsPlace)
     controller.showWindow();
     int result = 0;
     const auto ask = [&] {
-        return Alert(QStringLiteral("<b>Delete?</b>"))
-            .addButton(QStringLiteral("Delete"))
-            .addButton(QStringLiteral("Cancel"))
+        return Alert(u"<b>Delete?</b>"_s)
+            .addButton(u"Delete"_s)
+            .addButton(u"Cancel"_s)
             .beginSheet(controller.window(), [&](int answer) { result = answer; });
     };
     QMessageBox *box = ask();
     EXPECT_EQ(box->textFormat(), Qt::PlainText);
-    box->findChild<QPushButton *>(QStringLiteral("alertButton1"))->click();
+    box->findChild<QPushButton *>(u"alertButton1"_s)->click();
     EXPECT_EQ(result, AlertFirstButton);
     QTest::keyClick(ask(), Qt::Key_Escape);
     EXPECT_EQ(result, AlertFirstButton + 1);

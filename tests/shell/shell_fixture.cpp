@@ -13,6 +13,8 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // Keys are routed by the application object.
@@ -25,7 +27,7 @@ QApplication *makeApplication(int &argc, char **argv)
 
 QStringList recorded(const QString &kind)
 {
-    QFile file(privateHome().filePath(QStringLiteral("record")));
+    QFile file(privateHome().filePath(u"record"_s));
     if (!file.open(QIODevice::ReadOnly))
         return {};
     QStringList lines;
@@ -40,9 +42,7 @@ QStringList recorded(const QString &kind)
 PrivateBus::PrivateBus()
 {
     m_daemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    m_daemon.start(QStringLiteral("dbus-daemon"),
-                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                    QStringLiteral("--print-address")});
+    m_daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
     m_daemon.waitForReadyRead(30000);
     m_address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
     EXPECT_FALSE(m_address.isEmpty());
@@ -56,16 +56,16 @@ PrivateBus::~PrivateBus()
 
 ShellTest::ShellTest()
 {
-    QFile::remove(path(QStringLiteral("record")));
-    QFile::remove(path(QStringLiteral("mode")));
-    QFile::remove(path(QStringLiteral("log")));
-    QFile::link(QStringLiteral(CONTROLLER_RECORDER), path(QStringLiteral("tarvctl")));
-    const QByteArray support = path(QStringLiteral("support")).toLocal8Bit();
+    QFile::remove(path(u"record"_s));
+    QFile::remove(path(u"mode"_s));
+    QFile::remove(path(u"log"_s));
+    QFile::link(QString::fromLatin1(CONTROLLER_RECORDER), path(u"tarvctl"_s));
+    const QByteArray support = path(u"support"_s).toLocal8Bit();
     platform_set_path(PlatformPath::support_dir, support.constData());
     setSettings(QString());
     if (log_fd > 2)
         close(log_fd);
-    log_fd = open(path(QStringLiteral("log")).toLocal8Bit().constData(),
+    log_fd = open(path(u"log"_s).toLocal8Bit().constData(),
                   O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
 }
 
@@ -83,31 +83,31 @@ void ShellTest::write(const QString &name, const QByteArray &text)
 
 void ShellTest::setSettings(const QString &lines)
 {
-    const QString settings = QStringLiteral("[tarv]\ntarvctl_executable = %1\n%2\n")
-                                 .arg(path(QStringLiteral("tarvctl")), lines);
-    write(QStringLiteral("settings.ini"), settings.toLocal8Bit());
-    qputenv("TARV_CONFIG_PATH", path(QStringLiteral("settings.ini")).toLocal8Bit());
+    const QString settings =
+        u"[tarv]\ntarvctl_executable = %1\n%2\n"_s.arg(path(u"tarvctl"_s), lines);
+    write(u"settings.ini"_s, settings.toLocal8Bit());
+    qputenv("TARV_CONFIG_PATH", path(u"settings.ini"_s).toLocal8Bit());
     config_table_free(config);
     config = nullptr;
 }
 
 void ShellTest::setController(const QString &mode)
 {
-    write(QStringLiteral("mode"), mode.toLocal8Bit());
+    write(u"mode"_s, mode.toLocal8Bit());
 }
 
 QStringList ShellTest::recordedArguments()
 {
-    return recorded(QStringLiteral("argument "));
+    return recorded(u"argument "_s);
 }
 
 QStringList ShellTest::recordedEnvironment()
 {
-    return recorded(QStringLiteral("environment "));
+    return recorded(u"environment "_s);
 }
 
 QString ShellTest::log()
 {
-    QFile file(path(QStringLiteral("log")));
+    QFile file(path(u"log"_s));
     return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
 }

@@ -18,6 +18,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class AgreementTest : public ShellTest
@@ -26,7 +28,7 @@ protected:
     static QWidget *windowOf(const EULAWindowController &controller) { return controller.window(); }
     static QPushButton *accept(const EULAWindowController &controller)
     {
-        return controller.window()->findChild<QPushButton *>(QStringLiteral("acceptButton"));
+        return controller.window()->findChild<QPushButton *>(u"acceptButton"_s);
     }
 };
 
@@ -75,30 +77,28 @@ private:
 TEST_F(AgreementTest, isAcceptedOnceTheMarkerIsThere)
 {
     EXPECT_FALSE(TarvCTL::isEulaAccepted());
-    QDir().mkpath(path(QStringLiteral("support")));
-    write(QStringLiteral("support/.TarvEulaAccepted"), "");
+    QDir().mkpath(path(u"support"_s));
+    write(u"support/.TarvEulaAccepted"_s, "");
     EXPECT_TRUE(TarvCTL::isEulaAccepted());
-    QFile::remove(path(QStringLiteral("support/.TarvEulaAccepted")));
+    QFile::remove(path(u"support/.TarvEulaAccepted"_s));
 }
 
 TEST_F(AgreementTest, showsTheTextOrSaysWhyNot)
 {
-    write(QStringLiteral("text.rtf"), "{\\rtf1 {\\b Be nice}}");
+    write(u"text.rtf"_s, "{\\rtf1 {\\b Be nice}}");
     const auto text = [this](const char *name) {
         const EULAWindowController controller(path(QLatin1String(name)), {});
-        return controller.window()
-            ->findChild<QTextBrowser *>(QStringLiteral("eulaView"))
-            ->toPlainText();
+        return controller.window()->findChild<QTextBrowser *>(u"eulaView"_s)->toPlainText();
     };
-    EXPECT_EQ(text("text.rtf"), QStringLiteral("Be nice"));
-    EXPECT_TRUE(text("absent.rtf").contains(path(QStringLiteral("absent.rtf"))));
+    EXPECT_EQ(text("text.rtf"), u"Be nice"_s);
+    EXPECT_TRUE(text("absent.rtf").contains(path(u"absent.rtf"_s)));
 }
 
 TEST_F(AgreementTest, closesWhenAcceptedAndShowsTheErrorWhenNot)
 {
     bool succeeds = false;
-    EULAWindowController controller(path(QStringLiteral("text.rtf")), [&](TarvError *error) {
-        error->description = QStringLiteral("refused");
+    EULAWindowController controller(path(u"text.rtf"_s), [&](TarvError *error) {
+        error->description = u"refused"_s;
         return succeeds;
     });
     controller.showWindow();
@@ -108,7 +108,7 @@ TEST_F(AgreementTest, closesWhenAcceptedAndShowsTheErrorWhenNot)
         waitUntil([&] { return WindowController::attachedSheet(controller.window()) != nullptr; }));
     auto *alert = qobject_cast<QMessageBox *>(WindowController::attachedSheet(controller.window()));
     ASSERT_TRUE(alert);
-    EXPECT_EQ(alert->text(), QStringLiteral("refused"));
+    EXPECT_EQ(alert->text(), u"refused"_s);
     alert->buttons().constFirst()->click();
     EXPECT_TRUE(controller.window()->isVisible());
     succeeds = true;
@@ -120,17 +120,17 @@ TEST_F(AgreementTest, asksTheLaunchServiceAndPassesItsErrorOn)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "the administrator right can't be had here";
-    const QString socket = path(QStringLiteral("launch.sock"));
-    setSettings(QStringLiteral("vlaunch_sock = ") + socket);
+    const QString socket = path(u"launch.sock"_s);
+    setSettings(u"vlaunch_sock = "_s + socket);
     TarvError error;
     // Nobody listens: the controller is asked to start the service, which this one does not.
     EXPECT_FALSE(TarvCLI::acceptEULA(&error));
-    EXPECT_EQ(error.domain, QStringLiteral("POSIX"));
+    EXPECT_EQ(error.domain, u"POSIX"_s);
     EXPECT_EQ(error.code, ENOENT);
-    EXPECT_EQ(recordedArguments(), QStringList{QStringLiteral("ping")});
+    EXPECT_EQ(recordedArguments(), QStringList{u"ping"_s});
     EXPECT_TRUE(error.description.contains(socket));
-    EXPECT_TRUE(log().contains(
-        QStringLiteral(" ctl: %1: vlaunchd service unavailable: No such file").arg(socket)));
+    EXPECT_TRUE(
+        log().contains(u" ctl: %1: vlaunchd service unavailable: No such file"_s.arg(socket)));
 
     struct
     {

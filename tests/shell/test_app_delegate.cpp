@@ -3,55 +3,20 @@
 #include "app/kit/Responder.h"
 #include "app/shell/AppDelegate.h"
 #include "tarvhv/tarvhv.h"
+#include "tests/display/FakeDisplay.h"
 #include "tests/shell/shell_fixture.h"
 
 #include <QAbstractButton>
-#include <QMenu>
 #include <QMessageBox>
-#include <QTest>
 #include <QTimer>
 #include <QUuid>
 #include <QVBoxLayout>
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-
-// A display that only says who it is.
-class PlainDisplay : public TarvDisplay
-{
-public:
-    QString where;
-    QString who;
-    unsigned which = 0;
-
-    void setDelegate(TarvDisplayDelegate *) override {}
-    const void *surface() const override { return nullptr; }
-    const uint8_t *fbuf() const override { return nullptr; }
-    const display_fbctl *fbctl() const override { return nullptr; }
-    QString path() const override { return where; }
-    QString uuid() const override { return who; }
-    QString name() const override { return who; }
-    unsigned totalDisplays() const override { return 1; }
-    unsigned index() const override { return which; }
-    int width() const override { return 0; }
-    int height() const override { return 0; }
-    bool hdpi() const override { return false; }
-    bool allowsLiveResize() const override { return false; }
-    uint32_t caps() const override { return 0; }
-    bool absolutePointer() const override { return true; }
-    void setWidth(uint32_t, uint32_t, bool) override {}
-    bool preparePasteboardForPolling() override { return false; }
-    void requestPasteboard(bool) override {}
-    void sendPasteboard(const QByteArray &) override {}
-    void takeScreenshotWithCompletionHandler(ScreenshotHandler) override {}
-    void sendKey(uint32_t, bool) override {}
-    void sendPointerPosition(int, int, uint32_t) override {}
-    void sendPointerMotion(int, int, uint32_t) override {}
-    void sendWheel(int, int) override {}
-    void setActive(bool) override {}
-    void acknowledgeFrame() override {}
-};
 
 class PlainController : public WindowController
 {
@@ -74,7 +39,7 @@ public:
     }
 };
 
-const QString vmid = QStringLiteral("0d1f2a3b-0000-4000-8000-000000000001");
+const QString vmid = u"0d1f2a3b-0000-4000-8000-000000000001"_s;
 
 class AppDelegateTest : public ShellTest
 {
@@ -102,35 +67,30 @@ protected:
         };
         parts.createDisplay = [this](const QString &path, unsigned index, QObject *context,
                                      auto handler) {
-            calls << QStringLiteral("display %1 %2").arg(path).arg(index);
+            calls << u"display %1 %2"_s.arg(path).arg(index);
             QMetaObject::invokeMethod(
-                context, [=, this] { handler(makeDisplay(path, index), ENOENT); },
-                Qt::QueuedConnection);
+                context, [=, this] { handler(makeDisplay(), ENOENT); }, Qt::QueuedConnection);
         };
         parts.hostType = [this] { return host; };
         parts.runningVMs = [this] { return running; };
-        parts.removeState = [this](const QString &id) { calls << QStringLiteral("state ") + id; };
+        parts.removeState = [this](const QString &id) { calls << u"state "_s + id; };
         parts.startVM = [this](const QString &id, int options) {
-            calls << QStringLiteral("start %1 %2").arg(id).arg(options);
+            calls << u"start %1 %2"_s.arg(id).arg(options);
         };
         parts.setVMStatus = [this](const QString &id, int status) {
-            calls << QStringLiteral("status %1 %2").arg(id).arg(status);
+            calls << u"status %1 %2"_s.arg(id).arg(status);
         };
-        parts.setAddonsImage = [this](const QString &path) {
-            calls << QStringLiteral("addons ") + path;
-        };
+        parts.setAddonsImage = [this](const QString &path) { calls << u"addons "_s + path; };
         parts.openInBrowser = [](const QUrl &) { return true; };
         return parts;
     }
 
-    std::unique_ptr<TarvDisplay> makeDisplay(const QString &path, unsigned index) const
+    std::unique_ptr<TarvDisplay> makeDisplay() const
     {
         if (displaysFail)
             return nullptr;
-        auto display = std::make_unique<PlainDisplay>();
-        display->where = path;
-        display->which = index;
-        display->who = vmid;
+        auto display = std::make_unique<FakeDisplay>(1, 1);
+        display->id = vmid;
         return display;
     }
 
@@ -154,7 +114,7 @@ protected:
                 return;
             alertText = box->text();
             delete poll;
-            box->findChild<QAbstractButton *>(QStringLiteral("alertButton%1").arg(button))->click();
+            box->findChild<QAbstractButton *>(u"alertButton%1"_s.arg(button))->click();
         });
         poll->start(5);
     }
@@ -166,13 +126,13 @@ TEST_F(AppDelegateTest, theAgreementComesBeforeAnythingElse)
 {
     accepted = false;
     finishLaunching();
-    delegate->launch({QUrl(QStringLiteral("tarv:/p?o=x&d=0"))});
+    delegate->launch({QUrl(u"tarv:/p?o=x&d=0"_s)});
     ASSERT_TRUE(delegate->eulaController());
     EXPECT_FALSE(delegate->welcomeController());
     const auto menus = MainMenu::of(delegate->eulaController()->window())->actions();
     EXPECT_TRUE(menus[0]->isVisible());
     EXPECT_FALSE(menus[1]->isVisible());
-    delegate->open({QUrl(QStringLiteral("tarv:/p?o=x&d=0")), QUrl(QStringLiteral("file:///p"))});
+    delegate->open({QUrl(u"tarv:/p?o=x&d=0"_s), QUrl(u"file:///p"_s)});
     delegate->activate();
     EXPECT_TRUE(calls.isEmpty());
     EXPECT_FALSE(delegate->welcomeController());
@@ -198,21 +158,21 @@ TEST_F(AppDelegateTest, showsTheListAtLaunchAndMakesItAnewAfterItsClose)
     delegate->activate();
     EXPECT_TRUE(delegate->welcomeController());
     QAction item;
-    item.setProperty("action", QStringLiteral("newDocument:"));
-    EXPECT_FALSE(Responder::hasAction(delegate.get(), QStringLiteral("delete:")));
+    item.setProperty("action", u"newDocument:"_s);
+    EXPECT_FALSE(Responder::hasAction(delegate.get(), u"delete:"_s));
     EXPECT_FALSE(delegate->validateMenuItem(&item)) << "nothing makes new VMs here";
 }
 
 TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
 {
     finishLaunching();
-    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
-    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
+    delegate->viewDisplay(u"/tmp/a"_s, 0);
+    delegate->viewDisplay(u"/tmp/a"_s, 0);
     ASSERT_TRUE(waitForDisplays(1));
     EXPECT_EQ(calls.size(), 1) << "asked twice before it was there";
-    delegate->viewDisplay(QStringLiteral("/tmp/a"), 0);
+    delegate->viewDisplay(u"/tmp/a"_s, 0);
     EXPECT_EQ(displays[0]->shown, 2) << "brought forward";
-    delegate->viewDisplay(QStringLiteral("/tmp/a"), 1);
+    delegate->viewDisplay(u"/tmp/a"_s, 1);
     ASSERT_TRUE(waitForDisplays(2));
     EXPECT_FALSE(delegate->applicationShouldOpenUntitledFile());
     displays[0]->close();
@@ -220,7 +180,7 @@ TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
     EXPECT_TRUE(waitForDisplays(1));
     EXPECT_FALSE(displays[1]->window()->isHidden());
     displaysFail = true;
-    delegate->viewDisplay(QStringLiteral("/tmp/gone"), 0);
+    delegate->viewDisplay(u"/tmp/gone"_s, 0);
     waitUntil([this] { return calls.size() == 3; });
     EXPECT_EQ(delegate->displayCount(), 1u);
     EXPECT_TRUE(log().isEmpty()) << log().toStdString();
@@ -229,8 +189,7 @@ TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
 TEST_F(AppDelegateTest, aStartedVMGetsItsDisplayOnce)
 {
     finishLaunching();
-    const QString socket =
-        QStringLiteral("display /tmp/com.quelda.tarvhv.%1.%2.sock 0").arg(vmid).arg(getuid());
+    const QString socket = u"display /tmp/com.quelda.tarvhv.%1.%2.sock 0"_s.arg(vmid).arg(getuid());
     const auto started = [](const QVariant &object) {
         NotificationCenter::defaultCenter().post(QString::fromUtf8(TarvVMDidStartNotification),
                                                  object);
@@ -247,10 +206,9 @@ TEST_F(AppDelegateTest, aStartedVMGetsItsDisplayOnce)
     host = 2;
     displaysFail = true;
     started(vmid);
-    EXPECT_TRUE(
-        waitUntil([] { return log().endsWith(QLatin1String("failed to open display\r\n")); }));
-    EXPECT_EQ(calls, (QStringList{socket, QStringLiteral("state ") + vmid, socket}));
-    EXPECT_EQ(log().mid(19), QStringLiteral(" tarv: failed to open display\r\n"));
+    EXPECT_TRUE(waitUntil([] { return log().endsWith("failed to open display\r\n"_L1); }));
+    EXPECT_EQ(calls, (QStringList{socket, u"state "_s + vmid, socket}));
+    EXPECT_EQ(log().mid(19), u" tarv: failed to open display\r\n"_s);
 }
 
 TEST_F(AppDelegateTest, remembersHowAVMEnded)
@@ -258,11 +216,10 @@ TEST_F(AppDelegateTest, remembersHowAVMEnded)
     finishLaunching();
     const QString name = QString::fromUtf8(TarvVMDidStopNotification);
     NotificationCenter &center = NotificationCenter::defaultCenter();
-    center.post(name, vmid, {{QStringLiteral("Error"), QStringLiteral("x")}});
+    center.post(name, vmid, {{u"Error"_s, u"x"_s}});
     center.post(name, vmid);
     center.post(name);
-    EXPECT_EQ(calls, (QStringList{QStringLiteral("status %1 1").arg(vmid),
-                                  QStringLiteral("status %1 0").arg(vmid)}));
+    EXPECT_EQ(calls, (QStringList{u"status %1 1"_s.arg(vmid), u"status %1 0"_s.arg(vmid)}));
 }
 
 TEST_F(AppDelegateTest, opensFilesWithTheirSuffixAndSaysWhenItCanNot)
@@ -276,13 +233,12 @@ TEST_F(AppDelegateTest, opensFilesWithTheirSuffixAndSaysWhenItCanNot)
     open("/tmp/p:2");
     EXPECT_EQ(answer, true);
     open("/tmp/p");
-    EXPECT_EQ(calls, (QStringList{QStringLiteral("display /tmp/p:2 2"),
-                                  QStringLiteral("display /tmp/p 0")}));
+    EXPECT_EQ(calls, (QStringList{u"display /tmp/p:2 2"_s, u"display /tmp/p 0"_s}));
     displaysFail = true;
     answerAlert(1);
     open("/tmp/q");
     EXPECT_EQ(answer, false);
-    EXPECT_EQ(alertText, QStringLiteral("Failed to open display"));
+    EXPECT_EQ(alertText, u"Failed to open display"_s);
     accepted = false;
     open("/tmp/p");
     EXPECT_EQ(answer, false);
@@ -290,15 +246,14 @@ TEST_F(AppDelegateTest, opensFilesWithTheirSuffixAndSaysWhenItCanNot)
 
 TEST_F(AppDelegateTest, urlsStartVMsOrShowThemByHostType)
 {
-    const QString url = QStringLiteral("tarv:///tmp/s.sock?vmid=X&a=1&d=3&o=%2Fpath&a=b=c");
+    const QString url = u"tarv:///tmp/s.sock?vmid=X&a=1&d=3&o=%2Fpath&a=b=c"_s;
     delegate->getUrl(url);
-    EXPECT_EQ(calls, (QStringList{QStringLiteral("addons /path"),
-                                  QStringLiteral("display /tmp/s.sock 3")}));
+    EXPECT_EQ(calls, (QStringList{u"addons /path"_s, u"display /tmp/s.sock 3"_s}));
     ASSERT_TRUE(waitForDisplays(1));
     calls.clear();
     host = 2;
     delegate->getUrl(url);
-    EXPECT_EQ(calls, (QStringList{QStringLiteral("addons /path"), QStringLiteral("start X 1")}));
+    EXPECT_EQ(calls, (QStringList{u"addons /path"_s, u"start X 1"_s}));
     EXPECT_FALSE(delegate->welcomeController());
 }
 
@@ -306,7 +261,7 @@ TEST_F(AppDelegateTest, aRequestThatOpensNothingLeavesAWindowAllTheSame)
 {
     displaysFail = true;
     finishLaunching();
-    delegate->launch({QUrl(QStringLiteral("tarv:///tmp/none?d=0"))});
+    delegate->launch({QUrl(u"tarv:///tmp/none?d=0"_s)});
     EXPECT_TRUE(waitUntil([this] { return delegate->welcomeController() != nullptr; }));
 }
 
@@ -318,8 +273,7 @@ TEST_F(AppDelegateTest, asksBeforeItEndsRunningVMs)
     EXPECT_FALSE(delegate->applicationShouldTerminateAfterLastWindowClosed());
     answerAlert(1);
     EXPECT_FALSE(delegate->applicationShouldTerminate());
-    EXPECT_EQ(alertText,
-              QStringLiteral("2 VM(s) are running. Do you want to quit and terminate them?"));
+    EXPECT_EQ(alertText, u"2 VM(s) are running. Do you want to quit and terminate them?"_s);
     answerAlert(2);
     EXPECT_TRUE(delegate->applicationShouldTerminate());
 }

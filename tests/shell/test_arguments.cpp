@@ -4,48 +4,40 @@
 
 #include <QDir>
 
+using namespace Qt::StringLiterals;
+
 TEST(Arguments, urlsStayAsTheyAreAndFilesBecomeAbsolute)
 {
     Arguments parsed;
     QString error;
-    ASSERT_TRUE(parseArguments({QStringLiteral("tarv"), QStringLiteral("tarv:///tmp/s?vmid=X&d=1"),
-                                QStringLiteral("p:2"), QStringLiteral("--"), QStringLiteral("-x")},
-                               &parsed, &error));
+    ASSERT_TRUE(parseArguments(
+        {u"tarv"_s, u"tarv:///tmp/s?vmid=X&d=1"_s, u"p:2"_s, u"--"_s, u"-x"_s}, &parsed, &error));
     ASSERT_EQ(parsed.open.size(), 3);
-    EXPECT_EQ(parsed.open[0].toString(), QStringLiteral("tarv:///tmp/s?vmid=X&d=1"));
-    EXPECT_EQ(parsed.open[1].toLocalFile(), QDir::currentPath() + QStringLiteral("/p:2"));
-    EXPECT_EQ(parsed.open[2].toLocalFile(), QDir::currentPath() + QStringLiteral("/-x"));
-    EXPECT_FALSE(
-        parseArguments({QStringLiteral("tarv"), QStringLiteral("--nonsense")}, &parsed, &error));
-    EXPECT_TRUE(error.contains(QLatin1String("--nonsense")));
+    EXPECT_EQ(parsed.open[0].toString(), u"tarv:///tmp/s?vmid=X&d=1"_s);
+    EXPECT_EQ(parsed.open[1].toLocalFile(), QDir::currentPath() + u"/p:2"_s);
+    EXPECT_EQ(parsed.open[2].toLocalFile(), QDir::currentPath() + u"/-x"_s);
+    EXPECT_FALSE(parseArguments({u"tarv"_s, u"--nonsense"_s}, &parsed, &error));
+    EXPECT_TRUE(error.contains("--nonsense"_L1));
 }
 
 TEST(Arguments, readsUrlRequests)
 {
     using Map = QMap<QString, QString>;
-    const QString X = QStringLiteral("X");
+    const QString X = u"X"_s;
     struct
     {
         const char *url;
         const char *path;
         Map parameters;
     } const cases[] = {
-        {"tarv:///tmp/a%20b.sock?vmid=X&d=1",
-         "/tmp/a b.sock",
-         {{QStringLiteral("vmid"), X}, {QStringLiteral("d"), QStringLiteral("1")}}},
+        {"tarv:///tmp/a%20b.sock?vmid=X&d=1", "/tmp/a b.sock", {{u"vmid"_s, X}, {u"d"_s, u"1"_s}}},
         {"tarv:?vmid=X&a=1&o=%2Fpath",
          "",
-         {{QStringLiteral("vmid"), X},
-          {QStringLiteral("a"), QStringLiteral("1")},
-          {QStringLiteral("o"), QStringLiteral("/path")}}},
+         {{u"vmid"_s, X}, {u"a"_s, u"1"_s}, {u"o"_s, u"/path"_s}}},
         {"TARV:/p?a=b=c&&x&y=&%61=1&a=1&a=2#z=9",
          "/p",
-         {{QStringLiteral("y"), QString()},
-          {QStringLiteral("%61"), QStringLiteral("1")},
-          {QStringLiteral("a"), QStringLiteral("2")}}},
-        {"tarv:/p?bad=%2&worse=%zz&good=%C3%BC%26%3D",
-         "/p",
-         {{QStringLiteral("good"), QStringLiteral("ü&=")}}},
+         {{u"y"_s, QString()}, {u"%61"_s, u"1"_s}, {u"a"_s, u"2"_s}}},
+        {"tarv:/p?bad=%2&worse=%zz&good=%C3%BC%26%3D", "/p", {{u"good"_s, u"ü&="_s}}},
         {"tarv:/p", "/p", {}},
     };
     for (const auto &each : cases) {
@@ -56,12 +48,4 @@ TEST(Arguments, readsUrlRequests)
     }
     for (const char *other : {"", "http://x/?d=1", "tarv", "/tmp/x", "tarv://[broken"})
         EXPECT_FALSE(parseUrlRequest(QString::fromUtf8(other))) << other;
-}
-
-TEST(Arguments, integersAreReadAsFarAsTheyGo)
-{
-    EXPECT_EQ(integerValue(QStringLiteral(" 12ab")), 12);
-    EXPECT_EQ(integerValue(QStringLiteral("ab")), 0);
-    EXPECT_EQ(integerValue(QStringLiteral("-3")), -3);
-    EXPECT_EQ(integerValue(QStringLiteral("99999999999999")), 2147483647);
 }

@@ -11,6 +11,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class EntryPointTest : public ShellTest
@@ -30,13 +32,13 @@ protected:
 
 TEST_F(EntryPointTest, logsIntoTheLogFolderMakingIt)
 {
-    setSettings(QStringLiteral("log_dir = %1/new/logs").arg(privateHome().path()));
+    setSettings(u"log_dir = %1/new/logs"_s.arg(privateHome().path()));
     openLog();
-    appLog("tarv", QStringLiteral("hello"));
-    QFile file(path(QStringLiteral("new/logs/tarv.log")));
+    appLog("tarv", u"hello"_s);
+    QFile file(path(u"new/logs/tarv.log"_s));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     const QString line = QString::fromUtf8(file.readAll());
-    EXPECT_EQ(line.mid(19), QStringLiteral(" tarv: hello\r\n"));
+    EXPECT_EQ(line.mid(19), u" tarv: hello\r\n"_s);
     EXPECT_EQ(log_level, 0);
 }
 
@@ -47,24 +49,23 @@ TEST_F(EntryPointTest, aTerminalTakesTheLogItself)
         close(terminal);
         GTEST_SKIP() << "no pseudo-terminals here";
     }
-    setSettings(QStringLiteral("log_dir = %1/unused").arg(privateHome().path()));
+    setSettings(u"log_dir = %1/unused"_s.arg(privateHome().path()));
     log_fd = terminal;
     openLog();
     EXPECT_EQ(log_fd, terminal);
     EXPECT_EQ(log_level, 2);
-    EXPECT_FALSE(QFileInfo::exists(path(QStringLiteral("unused"))));
+    EXPECT_FALSE(QFileInfo::exists(path(u"unused"_s)));
 }
 
 TEST_F(EntryPointTest, startsWithoutALogThatCanNotBeOpened)
 {
-    for (const QString &lines :
-         {QString(), QStringLiteral("log_dir = /proc/none"),
-          QStringLiteral("log_dir = /tmp/") + QString(1020, QLatin1Char('x'))}) {
+    for (const QString &lines : {QString(), u"log_dir = /proc/none"_s,
+                                 u"log_dir = /tmp/"_s + QString(1020, QLatin1Char('x'))}) {
         setSettings(lines);
         log_fd = ownLog;
         openLog();
         EXPECT_LT(log_fd, 0);
-        appLog("tarv", QStringLiteral("unheard"));
+        appLog("tarv", u"unheard"_s);
     }
 }
 

@@ -11,6 +11,8 @@
 #include <QTest>
 #include <QWindow>
 
+using namespace Qt::StringLiterals;
+
 // Where the guest would be shown: keeps the keys that it gets.
 class Guest : public QWidget
 {
@@ -56,11 +58,11 @@ public:
     }
     bool validateMenuItem(QAction *item) override
     {
-        return item->property("action").toString() != QLatin1String("paste:") || mayPaste;
+        return item->property("action").toString() != "paste:"_L1 || mayPaste;
     }
-    Q_INVOKABLE void paste(QObject *) { display->seen << QStringLiteral("paste"); }
+    Q_INVOKABLE void paste(QObject *) { display->seen << u"paste"_s; }
     Q_INVOKABLE void copy(QObject *) { copies << clock.elapsed(); }
-    Q_INVOKABLE void openDocument(QObject *) { display->seen << QStringLiteral("menu"); }
+    Q_INVOKABLE void openDocument(QObject *) { display->seen << u"menu"_s; }
 };
 
 class KeyboardRoutingTest : public ShellTest
@@ -84,20 +86,18 @@ TEST_F(KeyboardRoutingTest, shortcutsGoToTheGuest)
 {
     QTest::keyClick(window, Qt::Key_O, Qt::ControlModifier);
     QTest::keyClick(window, Qt::Key_F, Qt::AltModifier);
-    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press O"), QStringLiteral("release O"),
-                                   QStringLiteral("press F"), QStringLiteral("release F")}));
+    EXPECT_EQ(seen(), (QStringList{u"press O"_s, u"release O"_s, u"press F"_s, u"release F"_s}));
     EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
 }
 
 TEST_F(KeyboardRoutingTest, pasteComesBeforeTheKeyOnPressAndRelease)
 {
     QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
-    EXPECT_EQ(seen(), (QStringList{QStringLiteral("paste"), QStringLiteral("press V"),
-                                   QStringLiteral("paste"), QStringLiteral("release V")}));
+    EXPECT_EQ(seen(), (QStringList{u"paste"_s, u"press V"_s, u"paste"_s, u"release V"_s}));
     seen().clear();
     controller.mayPaste = false;
     QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
-    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press V"), QStringLiteral("release V")}));
+    EXPECT_EQ(seen(), (QStringList{u"press V"_s, u"release V"_s}));
 }
 
 TEST_F(KeyboardRoutingTest, copyComesAfterTheKeyOnPressAndRelease)
@@ -118,16 +118,16 @@ TEST_F(KeyboardRoutingTest, underASheetNothingIsRoutedAndPlainKeysNeverAre)
     EXPECT_TRUE(seen().isEmpty());
     sheet.done(0);
     QTest::keyClick(window, Qt::Key_A);
-    EXPECT_EQ(seen(), (QStringList{QStringLiteral("press A"), QStringLiteral("release A")}));
+    EXPECT_EQ(seen(), (QStringList{u"press A"_s, u"release A"_s}));
 }
 
 TEST_F(KeyboardRoutingTest, theFirstItemThatMatchesDecides)
 {
     QMenuBar bar;
-    QMenu *first = bar.addMenu(QStringLiteral("first"));
-    QAction *nested = first->addMenu(QStringLiteral("nested"))->addAction(QStringLiteral("a"));
-    QAction *later = bar.addMenu(QStringLiteral("second"))->addAction(QStringLiteral("b"));
-    const QKeySequence shortcut(QStringLiteral("Ctrl+C"));
+    QMenu *first = bar.addMenu(u"first"_s);
+    QAction *nested = first->addMenu(u"nested"_s)->addAction(u"a"_s);
+    QAction *later = bar.addMenu(u"second"_s)->addAction(u"b"_s);
+    const QKeySequence shortcut(u"Ctrl+C"_s);
     nested->setShortcut(shortcut);
     later->setShortcut(shortcut);
     const auto item = [&](Qt::Key key, Qt::KeyboardModifiers modifiers) {

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QTextBlock>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class RichTextTest : public ApplicationTest
@@ -28,26 +30,26 @@ TEST_F(RichTextTest, readsTextOutsideOfAscii)
 {
     EXPECT_EQ(read("{\\rtf1\\ansi a\\'e9\\'80 \\u8364?\\u-10179 ?\\u-8704 ?\\uc0\\u228 z"
                    "\\{\\}\\\\\\~\\emdash\\line x}"),
-              QStringLiteral("aé€ €😀äz{}\\") + QChar(u' ') + QStringLiteral("—\nx"));
+              u"aé€ €😀äz{}\\"_s + QChar(u' ') + u"—\nx"_s);
 }
 
 TEST_F(RichTextTest, passesOverWhatIsNoText)
 {
     EXPECT_EQ(read("{\\rtf1{\\fonttbl{\\f0 Font;}}{\\*\\unknown{\\b deep}}{\\info{\\title T}}"
                    "{\\pict 00ff}\r\n{\\b b}{\\nonsense7 n}}"),
-              QStringLiteral("bn"));
+              u"bn"_s);
 }
 
 TEST_F(RichTextTest, formatsEndWithTheirGroup)
 {
     read("{\\rtf1 {\\b\\fs36 Big}{\\i slanted} plain \\b on\\b0  off\\par"
          "\\pard\\qc\\li200\\sa240 Middle\\par\\pard left}");
-    EXPECT_EQ(formatOf(QStringLiteral("Big")).fontWeight(), QFont::Bold);
-    EXPECT_EQ(formatOf(QStringLiteral("Big")).fontPointSize(), 18);
-    EXPECT_TRUE(formatOf(QStringLiteral("slanted")).fontItalic());
-    EXPECT_FALSE(formatOf(QStringLiteral("plain")).fontItalic());
-    EXPECT_EQ(formatOf(QStringLiteral("on")).fontWeight(), QFont::Bold);
-    EXPECT_NE(formatOf(QStringLiteral("off")).fontWeight(), QFont::Bold);
+    EXPECT_EQ(formatOf(u"Big"_s).fontWeight(), QFont::Bold);
+    EXPECT_EQ(formatOf(u"Big"_s).fontPointSize(), 18);
+    EXPECT_TRUE(formatOf(u"slanted"_s).fontItalic());
+    EXPECT_FALSE(formatOf(u"plain"_s).fontItalic());
+    EXPECT_EQ(formatOf(u"on"_s).fontWeight(), QFont::Bold);
+    EXPECT_NE(formatOf(u"off"_s).fontWeight(), QFont::Bold);
     ASSERT_EQ(document.blockCount(), 3);
     const QTextBlockFormat middle = document.findBlockByNumber(1).blockFormat();
     EXPECT_TRUE(middle.alignment() & Qt::AlignHCenter);
@@ -68,6 +70,6 @@ TEST_F(RichTextTest, refusesWhatIsNoDocument)
         EXPECT_FALSE(error.isEmpty());
         EXPECT_TRUE(document.isEmpty());
     }
-    EXPECT_FALSE(readRichTextFile(QStringLiteral("/nowhere/License.rtf"), &document, &error));
-    EXPECT_TRUE(error.contains(QLatin1String("/nowhere/License.rtf")));
+    EXPECT_FALSE(readRichTextFile(u"/nowhere/License.rtf"_s, &document, &error));
+    EXPECT_TRUE(error.contains("/nowhere/License.rtf"_L1));
 }

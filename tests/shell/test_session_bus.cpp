@@ -12,6 +12,8 @@
 #include <optional>
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class SessionBusTest : public ShellTest
@@ -79,8 +81,8 @@ TEST_F(SessionBusTest, aSecondStartHandsOverToTheFirst)
     QObject::connect(&first, &SingleInstance::openRequested, &first,
                      [&](const QList<QUrl> &urls) { opened = urls; });
     QObject::connect(&first, &SingleInstance::activationRequested, &first, [&] { ++activated; });
-    const QList<QUrl> urls = {QUrl(QStringLiteral("tarv:///tmp/a%20b?vmid=X&o=%2Fp")),
-                              QUrl::fromLocalFile(QStringLiteral("/tmp/p:2"))};
+    const QList<QUrl> urls = {QUrl(u"tarv:///tmp/a%20b?vmid=X&o=%2Fp"_s),
+                              QUrl::fromLocalFile(u"/tmp/p:2"_s)};
     QString error;
     for (const QList<QUrl> &each : {urls, QList<QUrl>()}) {
         std::atomic<bool> done = false;
@@ -99,11 +101,10 @@ TEST_F(SessionBusTest, aSecondStartHandsOverToTheFirst)
 
 TEST_F(SessionBusTest, runsAloneWithoutABus)
 {
-    SingleInstance alone(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nowhere"),
-                                                       QStringLiteral("none")));
+    SingleInstance alone(QDBusConnection::connectToBus(u"unix:path=/nowhere"_s, u"none"_s));
     EXPECT_EQ(alone.claim(), SingleInstance::Role::alone);
-    EXPECT_TRUE(log().contains(QLatin1String("no session bus")));
-    QDBusConnection::disconnectFromBus(QStringLiteral("none"));
+    EXPECT_TRUE(log().contains("no session bus"_L1));
+    QDBusConnection::disconnectFromBus(u"none"_s);
 }
 
 TEST_F(SessionBusTest, repostsTheServicesNotificationsWithoutAnObject)
@@ -119,17 +120,15 @@ TEST_F(SessionBusTest, repostsTheServicesNotificationsWithoutAnObject)
                 received << notification.name.section(QLatin1Char('.'), -1);
             });
     const QDBusConnection sender = connect("sender");
-    const QStringList members = {QStringLiteral("start"),  QStringLiteral("other"),
-                                 QStringLiteral("stop"),   QStringLiteral("create"),
-                                 QStringLiteral("delete"), QStringLiteral("change")};
+    const QStringList members = {u"start"_s,  u"other"_s,  u"stop"_s,
+                                 u"create"_s, u"delete"_s, u"change"_s};
     for (const QString &member : members)
-        sender.send(QDBusMessage::createSignal(QStringLiteral("/com/quelda/tarvhv"),
-                                               QStringLiteral("com.quelda.tarvhv.notification"),
-                                               member)
-                    << QStringLiteral("id"));
+        sender.send(QDBusMessage::createSignal(u"/com/quelda/tarvhv"_s,
+                                               u"com.quelda.tarvhv.notification"_s, member)
+                    << u"id"_s);
     EXPECT_TRUE(waitUntil([&] { return received.size() == 5; }));
     QStringList expected = members;
-    expected.removeAll(QStringLiteral("other"));
+    expected.removeAll(u"other"_s);
     EXPECT_EQ(received, expected);
 }
 
@@ -140,15 +139,14 @@ TEST_F(SessionBusTest, theAdministratorRightIsPolkitsAnswer)
     EXPECT_FALSE(error.isEmpty());
     Authority authority;
     QDBusConnection service = connect("authority");
-    ASSERT_TRUE(service.registerVirtualObject(
-        QStringLiteral("/org/freedesktop/PolicyKit1/Authority"), &authority));
-    ASSERT_TRUE(service.registerService(QStringLiteral("org.freedesktop.PolicyKit1")));
+    ASSERT_TRUE(
+        service.registerVirtualObject(u"/org/freedesktop/PolicyKit1/Authority"_s, &authority));
+    ASSERT_TRUE(service.registerService(u"org.freedesktop.PolicyKit1"_s));
     EXPECT_EQ(askFor(connect("asker"), &error), false);
-    EXPECT_TRUE(error.contains(QLatin1String("refused")));
+    EXPECT_TRUE(error.contains("refused"_L1));
     authority.authorized = true;
     EXPECT_EQ(askFor(connect("asker"), &error), true);
-    EXPECT_EQ(authority.asked.signature(), QStringLiteral("(sa{sv})sa{ss}us"));
-    EXPECT_EQ(authority.asked.arguments().value(1).toString(),
-              QStringLiteral("com.quelda.tarv.admin"));
+    EXPECT_EQ(authority.asked.signature(), u"(sa{sv})sa{ss}us"_s);
+    EXPECT_EQ(authority.asked.arguments().value(1).toString(), u"com.quelda.tarv.admin"_s);
     EXPECT_EQ(authority.asked.arguments().value(3).toUInt(), 1u);
 }
