@@ -136,7 +136,7 @@ Answer run_completion(const Arguments &)
         "    if [[ $word == -* ]]; then\n"
         "        COMPREPLY=($(compgen -W \"$words\" -- \"$word\"))\n"
         "    else\n"
-        "        names=$(tarvctl list 2>/dev/null | awk 'NR > 1 { print $NF }')\n"
+        "        names=$(tarvctl list --quiet 2>/dev/null)\n"
         "        COMPREPLY=($(compgen -f -W \"$names\" -- \"$word\"))\n"
         "    fi\n}\n"
         "complete -o filenames -F _tarvctl tarvctl\n";

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -63,9 +62,12 @@ ServiceHome::~ServiceHome()
 {
     // What the service lists as running was started by this test.
     const std::string list = ask("list\r\n");
-    const std::regex pid("\"pid\":([0-9]+)");
-    for (std::sregex_iterator found(list.begin(), list.end(), pid), end; found != end; ++found)
-        kill(static_cast<pid_t>(std::stol((*found)[1])), SIGKILL);
+    const std::string mark = "\"pid\":";
+    for (size_t at = 0; (at = list.find(mark, at)) != std::string::npos;) {
+        at += mark.size();
+        if (const long pid = strtol(list.c_str() + at, nullptr, 10); pid > 1)
+            kill(static_cast<pid_t>(pid), SIGKILL);
+    }
     end_vlaunchd(SIGKILL);
     kill_service(); // one that was started on demand
     std::error_code error;

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -40,7 +41,7 @@ int main(int argc, char **argv)
         });
     if (mode == "show") // what a job is started with
         printf("session %d cwd %s term %d flag %s\n", getsid(0) == getpid(),
-               std::string(get_current_dir_name()).c_str(), signal(SIGTERM, SIG_DFL) == SIG_DFL,
+               std::filesystem::current_path().c_str(), signal(SIGTERM, SIG_DFL) == SIG_DFL,
                getenv("FLAG") ? getenv("FLAG") : "none");
     else
         for (;;)
