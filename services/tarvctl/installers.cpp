@@ -2,24 +2,32 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
+#include "services/tarvctl/cancel.h"
 #include "services/tarvctl/disks.h"
 #include "services/tarvctl/image_probe.h"
 #include "services/tarvctl/store.h"
 #include "services/tarvctl/table.h"
+#include "services/tarvctl/tool.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
 
 #include <strings.h>
+#include <unistd.h>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
 constexpr size_t files_max = 4096; // looked at in one folder
+// For naming systems: one disc, and all of them. What is not named in time has its label.
+constexpr std::chrono::milliseconds disc_patience(3000);
+constexpr std::chrono::milliseconds discs_patience(10'000);
 
 bool is_image_name(const std::string &name)
 {
@@ -47,6 +55,25 @@ std::string download_folder()
         return path.starts_with(variable) ? home + path.substr(variable.size()) : path;
     }
     return home + "/Downloads";
+}
+
+// What libosinfo calls the system on a disc, as "Debian 11 (x86_64)"; "" when it does not know it.
+std::string system_on(const std::string &path, Clock::time_point deadline)
+try {
+    constexpr const char *program = "/usr/bin/osinfo-detect";
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0 || access(program, X_OK) != 0)
+        return "";
+    // It is known to wait for ever on a damaged disc.
+    const ToolRun run = run_tool(program, {path}, std::min(left, disc_patience));
+    const size_t start = run.out.find("OS '"), end = run.out.rfind('\'');
+    return run.status == 0 && start != std::string::npos && end > start + 4
+               ? run.out.substr(start + 4, end - start - 4)
+               : "";
+} catch (const Failure &) {
+    check_cancelled();
+    return "";
 }
 
 // The first run of digits and dots of a text, as "12.5.0" of "debian-12.5.0-amd64".
@@ -85,8 +112,28 @@ try {
     return {};
 }
 
+// A disc's label tells more than what somebody named the file, and libosinfo more than the label,
+// except for the smaller numbers of a version.
+Installer describe(const ImageInfo &image, const std::string &name, Clock::time_point deadline)
+{
+    Installer installer{version_in(image.label), image.label, file_url(image.path), image.path,
+                        image.modified};
+    if (installer.version.empty())
+        installer.version = version_in(name);
+    if (installer.build.empty())
+        installer.build = name;
+    const std::string system = image.kind == ImageKind::disc ? system_on(image.path, deadline) : "";
+    if (system.empty())
+        return installer;
+    installer.build = system;
+    const std::string version = version_in(system);
+    if (!version.empty() && !installer.version.starts_with(version))
+        installer.version = version;
+    return installer;
+}
+
 void add_folder(const std::string &folder, const std::set<std::string> &left_out,
-                std::vector<Installer> &found)
+                Clock::time_point deadline, std::vector<Installer> &found)
 {
     std::error_code error;
     size_t count = 0;
@@ -96,13 +143,7 @@ void add_folder(const std::string &folder, const std::set<std::string> &left_out
         if (!is_image_name(name) || left_out.contains(name) || is_own_image_name(name))
             continue;
         try {
-            const ImageInfo image = probe_image(entry->path());
-            // A disc's label tells more than what somebody named the file.
-            const std::string build = image.label.empty() ? name : image.label;
-            std::string version = version_in(image.label);
-            if (version.empty())
-                version = version_in(name);
-            found.push_back({version, build, file_url(image.path), image.path, image.modified});
+            found.push_back(describe(probe_image(entry->path()), name, deadline));
         } catch (const Failure &) {
             continue; // what can't be read can't be offered
         }
@@ -114,11 +155,12 @@ void add_folder(const std::string &folder, const std::set<std::string> &left_out
 std::vector<Installer> find_installers()
 {
     std::vector<Installer> found;
+    const auto deadline = Clock::now() + discs_patience;
     const char *library = config_find("img_lib_dir") ? config_get_path("img_lib_dir") : nullptr;
     if (library)
-        add_folder(fs::absolute(library), images_in_use(), found);
+        add_folder(fs::absolute(library), images_in_use(), deadline, found);
     if (const std::string downloads = download_folder(); !library || downloads != library)
-        add_folder(downloads, {}, found);
+        add_folder(downloads, {}, deadline, found);
     std::sort(found.begin(), found.end(), [](const Installer &a, const Installer &b) {
         const int order = vercmp(a.version.c_str(), b.version.c_str());
         return order != 0 ? order > 0 : a.modified > b.modified;

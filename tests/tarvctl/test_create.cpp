@@ -21,15 +21,23 @@ protected:
     // An ISO 9660 image, with a boot catalog for the given platforms.
     void make_disc(const std::string &path, const std::vector<unsigned char> &platforms)
     {
+        constexpr size_t volume = 16 * 2048, boot = 17 * 2048, end = 18 * 2048, catalog = 19 * 2048;
         std::string disc(20 * 2048, '\0');
-        disc.replace(16 * 2048 + 1, 5, "CD001");
-        disc.replace(16 * 2048 + 40, 32, "Some System 12.5 x86            ");
-        disc.replace(17 * 2048 + 1, 5, "CD001");
-        disc.replace(17 * 2048 + 7, 9, "EL TORITO");
-        disc[17 * 2048 + 0x47] = 18;
-        disc[18 * 2048] = 1;
+        disc.replace(volume, 7, "\1CD001\1");
+        disc.replace(volume + 8, 64, 64, ' ');
+        disc.replace(volume + 40, 21, "Debian 11.5.0 amd64 n");
+        disc[volume + 80] = disc[volume + 87] = 20;  // blocks
+        disc[volume + 129] = disc[volume + 130] = 8; // bytes of a block: 2048
+        disc.replace(volume + 190, 512, 512, ' ');
+        disc.replace(boot, 7, std::string("\0CD001\1", 7));
+        disc.replace(boot + 7, 23,
+                     "EL TORITO SPECIF"
+                     "ICATION");
+        disc[boot + 0x47] = 19;
+        disc.replace(end, 7, "\377CD001\1");
+        disc[catalog] = 1;
         for (size_t index = 0; index < platforms.size(); ++index) {
-            const size_t entry = 18 * 2048 + (index == 0 ? 0 : 64 * index);
+            const size_t entry = catalog + (index == 0 ? 0 : 64 * index);
             disc[entry] = index == 0 ? '\1' : '\x91';
             disc[entry + 1] = static_cast<char>(platforms[index]);
             disc[entry + 2] = index == 0 ? '\0' : '\1';
@@ -240,8 +248,11 @@ TEST_F(CreateTest, offersImagesNewestFirst)
     std::ofstream(m_home.file("home/Downloads/broken.iso")) << "x";
     create("vm"); // its disk is none
     const std::string disc = "file://" + m_home.file("images/any.iso");
+    const bool named = access("/usr/bin/osinfo-detect", X_OK) == 0;
     EXPECT_EQ(ctl({"create", "--list"})["body"],
-              Json({{{"version", "12.5"}, {"build", "Some System 12.5 x86"}, {"url", disc}},
+              Json({{{"version", "11.5.0"},
+                     {"build", named ? "Debian 11 (x86_64)" : "Debian 11.5.0 amd64 n"},
+                     {"url", disc}},
                     {{"version", "9.10"},
                      {"build", "system-9.10.img"},
                      {"url", "file://" + m_home.file("home/Downloads/system-9.10.img")}}}));
