@@ -28,8 +28,8 @@ enum class CloneKind
 // A new layer above a source's disk: the source's own half of a linked clone.
 struct Layer
 {
-    struct kv *disk;   // of the source's configuration
-    std::string image; // in the image library
+    struct kv *disk;  // of the source's configuration
+    std::string rest; // of the image's name
 };
 
 class Cloning
@@ -45,10 +45,6 @@ public:
           m_ours(library.read_config(source))
     {
     }
-    ~Cloning();
-    Cloning(const Cloning &) = delete;
-    Cloning &operator=(const Cloning &) = delete;
-
     // Makes and publishes it; the identifier.
     std::string run();
 
@@ -68,7 +64,6 @@ private:
     Stage m_stage;
     KvOwner m_theirs, m_ours;
     std::vector<Layer> m_layers;
-    bool m_source_rewritten = false;
     Progress m_progress;
 };
 
@@ -109,14 +104,6 @@ void copy_file(const std::string &from, const std::string &to,
         done += got > 0 ? static_cast<uint64_t>(got) : 0;
         progress(static_cast<double>(done) / static_cast<double>(status.st_size));
     }
-}
-
-Cloning::~Cloning()
-{
-    // Layers that nobody writes to yet.
-    if (!m_source_rewritten)
-        for (const Layer &layer : m_layers)
-            unlink(image_path(layer.image).c_str());
 }
 
 std::string Cloning::run()
@@ -160,9 +147,9 @@ void Cloning::clone_disk(struct kv *theirs, struct kv *ours, size_t index)
     } else {
         // Relative, as in configurations: the image library may move.
         const std::string base = is_library_image(file) ? file : path;
-        const std::string layer = m_source.id + "-" + random_uuid().substr(0, 8) + ".qcow2";
+        const std::string layer = "source" + std::to_string(index) + ".qcow2";
         m_layers.push_back({theirs, layer});
-        for (const std::string &top : {target, image_path(layer)})
+        for (const std::string &top : {target, m_stage.add_image(layer)})
             run_qemu_img(
                 {"create", "-q", "-f", "qcow2", "-b", base, "-F", image_format(theirs, path), top});
     }
@@ -216,16 +203,14 @@ void Cloning::rewrite_source()
     if (m_layers.empty())
         return;
     for (const Layer &layer : m_layers) {
-        UniqueFd fd(open(image_path(layer.image).c_str(), O_RDONLY | O_CLOEXEC));
-        if (!fd || fsync(fd.get()) != 0)
-            throw system_failure(layer.image, errno);
-        kv_set_type(layer.disk, "file", layer.image.c_str(), KV_STRING);
+        kv_set_type(layer.disk, "file", m_stage.image_name(layer.rest).c_str(), KV_STRING);
         kv_free(kv_detach(layer.disk, "format"));
     }
     VmOwner vm = m_library.open(m_source);
     if (vm_write_config(vm.get(), m_theirs.get()) != 0)
         throw system_failure(m_source.label() + ": failed to write its configuration", errno);
-    m_source_rewritten = true;
+    for (const Layer &layer : m_layers)
+        m_stage.hand_over_image(layer.rest);
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <memory>
 #include <random>
+#include <set>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -42,12 +43,17 @@ void rename_path(const std::string &from, const std::string &to)
         throw system_failure(from, errno);
 }
 
-// Removes the images of a VM that was never published.
-void remove_images(const std::string &id)
+// Removes the images of a VM that was never published. A source that was given one of them before
+// its clone came to nothing keeps it.
+void remove_images(Library &library, const std::string &id)
 {
     const std::string directory = image_directory();
+    std::set<std::string> used;
+    const bool complete =
+        library.each_config([&](const struct kv *record) { used.merge(library_images(record)); });
     for (const std::string &name : names_in(directory))
-        if (name.starts_with(id + "-") || name.starts_with(std::string(prefix) + id + "-"))
+        if (name.starts_with(std::string(prefix) + id + "-") ||
+            (complete && name.starts_with(id + "-") && !used.contains(name)))
             unlink((directory + "/" + name).c_str());
 }
 
@@ -58,9 +64,9 @@ UniqueFd try_lock(const std::string &path)
         AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, FileLock::exclusive, 0));
 }
 
-void sweep_directory(const std::string &library, const std::string &name)
+void sweep_directory(Library &library, const std::string &name)
 {
-    const std::string path = library + "/" + name;
+    const std::string path = library.directory() + "/" + name;
     const bool in_the_making = name.starts_with(prefix);
     const bool unfinished = !in_the_making && is_own_image_name(name + "-") &&
                             access((path + "/config.new").c_str(), F_OK) == 0;
@@ -72,7 +78,7 @@ void sweep_directory(const std::string &library, const std::string &name)
     if (unfinished && access((path + "/config.yaml").c_str(), F_OK) != 0) {
         rename_path(path + "/config.new", path + "/config.yaml");
     } else if (in_the_making) {
-        remove_images(name.substr(prefix.size()));
+        remove_images(library, name.substr(prefix.size()));
         rmdirat(AT_FDCWD, path.c_str());
     }
 }
@@ -139,18 +145,28 @@ void Stage::publish(const struct kv *record, const std::function<void()> &before
     write_config(record);
     UniqueFd lock = m_library.lock();
     m_library.check_name_free(config_text(record, "name"));
+    rename_images();
     if (before)
         before();
-    rename_all();
+    rename_directory();
 }
 
-void Stage::rename_all()
+void Stage::hand_over_image(const std::string &rest)
+{
+    std::erase(m_images, rest);
+}
+
+void Stage::rename_images()
 {
     const std::string images = image_directory() + "/";
     for (const std::string &rest : m_images)
         rename_path(images + std::string(prefix) + image_name(rest), images + image_name(rest));
     if (!m_images.empty())
         sync_path(images);
+}
+
+void Stage::rename_directory()
+{
     const std::string final_directory = m_library.directory() + "/" + m_id;
     rename_path(m_directory, final_directory);
     m_directory = final_directory;
@@ -187,7 +203,7 @@ void sweep_leftovers(Library &library)
 {
     const std::string images = image_directory();
     for (const std::string &name : names_in(library.directory()))
-        sweep_directory(library.directory(), name);
+        sweep_directory(library, name);
     // An image in the making always has its VM's directory beside it.
     for (const std::string &name : names_in(images)) {
         if (!name.starts_with(prefix) || name.size() < prefix.size() + id_length)

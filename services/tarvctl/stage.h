@@ -31,13 +31,18 @@ public:
     // The name under which a configuration refers to it.
     std::string image_name(const std::string &rest) const { return m_id + "-" + rest; }
 
+    // Leaves an image to another VM: it stays also when this one comes to nothing.
+    void hand_over_image(const std::string &rest);
+
     // Makes it a VM of the library. Fails when the name is taken. `before` runs once the name is
-    // certain, while no other controller can publish; when it fails nothing has been published.
+    // certain and the images have theirs, just before the VM appears; when it fails nothing has
+    // been published.
     void publish(const struct kv *record, const std::function<void()> &before = {});
 
 private:
     void write_config(const struct kv *record);
-    void rename_all();
+    void rename_images();
+    void rename_directory();
     void discard();
 
     Library &m_library;

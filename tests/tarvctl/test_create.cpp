@@ -293,6 +293,35 @@ TEST_F(CreateTest, clonesShareUntilBothAreGone)
     EXPECT_THAT(names("images"), IsEmpty());
 }
 
+TEST_F(CreateTest, leavesSourceAndLibraryWholeWhenACloneIsKilled)
+{
+    const std::string source = create("vm");
+    const std::string before = record(source), first = names("images").front();
+    const std::string tool = m_home.file("tool");
+    std::ofstream(tool)
+        << "#!/bin/sh\nfor last; do :; done\necho part > \"$last\"\nexec sleep 1000\n";
+    std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+    m_home.set("qemu_img_executable", tool);
+    const pid_t pid = m_home.spawn({TARVCTL_PROGRAM, "clone", source, "twin"}, 2);
+    ASSERT_TRUE(wait_for([&] { return names("images").size() == 2; }));
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    m_home.set("qemu_img_executable", "/usr/bin/qemu-img");
+    EXPECT_EQ(record(source), before);
+    EXPECT_EQ(ctl({"list"})["body"].size(), 1u);
+
+    // Killed later: the source has its layer, the clone is not there yet.
+    ASSERT_EQ(ctl({"clone", source, "twin"})["exit"], 0);
+    const std::string twin = ctl({"show", "twin"})["body"]["id"];
+    const std::string layer = shown()["hard_drives"][0]["file"];
+    std::filesystem::rename(m_home.file("vms/" + twin), m_home.file("vms/.new-" + twin));
+    std::filesystem::remove(m_home.file("vms/.new-" + twin + "/config.yaml"));
+    const std::string other = create("other");
+    EXPECT_THAT(names("images"),
+                testing::UnorderedElementsAre(first, layer, other + "-disk0.qcow2"));
+    EXPECT_THAT(names("vms"), testing::UnorderedElementsAre(source, other));
+}
+
 TEST_F(CreateTest, copiesStandAloneAndKeepTheSavedState)
 {
     const std::string source = create("vm");
