@@ -1,12 +1,11 @@
 #include "app/shell/BackgroundWork.h"
 
+#include "app/shell/WorkerLane.h"
 #include "hostlib/config/config.h"
-#include "platform/thread.h"
 
 #include <QElapsedTimer>
 #include <QMetaObject>
 #include <QObject>
-#include <QThreadPool>
 #include <QTimer>
 
 #include <array>
@@ -18,7 +17,6 @@
 namespace {
 // How long the main thread runs continuations before it looks after events again.
 constexpr int slice_ms = 8;
-constexpr std::array<int, 4> lane_threads = {16, 32, 4, 8};
 
 // Settings expand a path when it is first asked for, and the environment must not change while
 // another thread reads it: both are settled before the first worker runs.
@@ -35,24 +33,17 @@ void settleWhatWorkersShare()
     (void)settled;
 }
 
-// A library of a thousand VMs keeps every processor busy for a while: the windows come first.
-void giveWay()
+// A library of a thousand VMs keeps every processor busy for a while: the windows come first. The
+// tools that read a guest's disk do not give way: somebody waits for the VM.
+WorkerLane &laneOf(BackgroundWork::Lane lane)
 {
-    thread_local const int gave = platform_thread_give_way();
-    (void)gave;
-}
-
-// The pools are never destroyed: their destructor would wait for a peer that never answers.
-QThreadPool &pool(BackgroundWork::Lane lane)
-{
-    static auto *const pools = [] {
-        auto *made = new std::array<QThreadPool, lane_threads.size()>;
-        for (size_t i = 0; i < made->size(); i++) {
-            made->at(i).setMaxThreadCount(lane_threads.at(i));
-        }
-        return made;
-    }();
-    return pools->at(static_cast<size_t>(lane));
+    static auto *const lanes = new std::array<WorkerLane, 4>{{
+        {16, /*giveWay=*/true}, // records
+        {32, /*giveWay=*/true}, // supervisors
+        {4, /*giveWay=*/true},  // launchService
+        {8, /*giveWay=*/false}, // guests
+    }};
+    return lanes->at(static_cast<size_t>(lane));
 }
 } // namespace
 
@@ -126,11 +117,8 @@ BackgroundWork::~BackgroundWork()
 
 void BackgroundWork::run(Lane lane, Work work, int priority)
 {
-    pool(lane).start(
-        [lane, mailbox = m_mailbox, work = std::move(work)] {
-            if (lane != Lane::guests) { // whose tools would give way too
-                giveWay();
-            }
+    laneOf(lane).add(
+        [mailbox = m_mailbox, work = std::move(work)] {
             if (Continuation continuation = work()) {
                 mailbox->add(std::move(continuation));
             }
