@@ -75,6 +75,7 @@ void kill_server(const VmRef &ref)
     poll(&ended, 1, 10'000);
 }
 
+// The answer of a running VM's supervisor; null when it left without one.
 Json ask_running(const VmRef &ref, const char *command, const Json &value, seconds patience)
 {
     auto answer = vm_request(ref.id, command, value, patience);
@@ -133,17 +134,18 @@ void suspend_one(const VmRef &ref)
 {
     service_ensure();
     check_running(ref);
-    ask_running(ref, "suspend", nullptr, suspend_patience);
+    const bool answered = !ask_running(ref, "suspend", nullptr, suspend_patience).is_null();
     wait_gone(ref);
     Library library;
-    if (!is_suspended(library.read_config(ref).get()))
+    if (!answered && !is_suspended(library.read_config(ref).get()))
         throw Failure(ExitStatus::failed, ref.label() + ": ended without a saved state");
 }
 
 void reboot_one(const VmRef &ref)
 {
     check_running(ref);
-    ask_running(ref, "reboot", nullptr, seconds(30));
+    if (ask_running(ref, "reboot", nullptr, seconds(30)).is_null())
+        throw Failure(ExitStatus::state, ref.label() + ": ended before it could be rebooted");
 }
 
 } // namespace
