@@ -1,0 +1,168 @@
+// A VM on screen with the real programs: pixels, keys, scaling, and a viewer that stands still.
+#include "tests/e2e/EndToEnd.h"
+
+#include <csignal>
+#include <cstdlib>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Where the guest's bars begin in a picture of its window (below the menu bar); null without.
+QPoint findBars(const QImage &picture)
+{
+    const int probe = GUEST_BARS_SIZE.width / GUEST_BAR_COUNT;
+    for (int y = 0; y + GUEST_BARS_SIZE.height <= picture.height(); ++y) {
+        for (int x = 0; x + GUEST_BARS_SIZE.width <= picture.width(); ++x) {
+            bool match = true;
+            for (int bar = 0; bar < GUEST_BAR_COUNT && match; ++bar) {
+                match = (picture.pixel(x + bar * probe, y) & 0xffffff) == GUEST_BARS[bar] &&
+                        (picture.pixel(x + (bar + 1) * probe - 1, y) & 0xffffff) == GUEST_BARS[bar];
+            }
+            if (match) {
+                return {x, y};
+            }
+        }
+    }
+    return {-1, -1};
+}
+
+bool barsAreExact(const QImage &picture, QPoint origin)
+{
+    for (int y = 0; y < GUEST_BARS_SIZE.height; ++y) {
+        for (int x = 0; x < GUEST_BARS_SIZE.width; ++x) {
+            if ((picture.pixel(origin.x() + x, origin.y() + y) & 0xffffff) !=
+                guest_bar_colour(GUEST_BARS_SIZE.width, x)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool blockIsShown(const QImage &picture, QPoint origin, uint8_t code, int count)
+{
+    const int x = origin.x() + guest_block_x(GUEST_BARS_SIZE, count);
+    const int y = origin.y() + guest_block_y(GUEST_BARS_SIZE, count);
+    const uint32_t colour = guest_block_colour(code, count);
+    return (picture.pixel(x, y) & 0xffffff) == colour &&
+           (picture.pixel(x + GUEST_BLOCK_SIZE - 1, y + GUEST_BLOCK_SIZE - 1) & 0xffffff) == colour;
+}
+
+int frameNumber(const QImage &picture, QPoint origin)
+{
+    int number = 0;
+    for (int bit = 0; bit < GUEST_COUNTER_BITS; ++bit) {
+        const QRgb pixel =
+            picture.pixel(origin + QPoint(bit * GUEST_COUNTER_STEP + GUEST_COUNTER_BLOCK / 2,
+                                          GUEST_COUNTER_BLOCK / 2));
+        number |= (qRed(pixel) > 127) << bit;
+    }
+    return number;
+}
+
+} // namespace
+
+class Screen : public EndToEnd
+{
+};
+
+TEST_F(Screen, showsTheGuestPixelForPixelTakesKeysAndScales)
+{
+    const QString id =
+        desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
+    desktop->startTarv();
+    const QString list = waitForWindow(QStringLiteral("^Tarv"));
+    ASSERT_FALSE(list.isEmpty()) << log("tarv");
+    ASSERT_TRUE(desktop->doubleClickVM(list, id)) << log("tarv");
+    const QString guest = waitForWindow(QStringLiteral("^bars$"));
+    ASSERT_FALSE(guest.isEmpty()) << log("tarv");
+
+    QPoint origin(-1, -1);
+    ASSERT_TRUE(waitUntil(90s, [&] {
+        const QImage picture = desktop->picture(guest);
+        origin = findBars(picture);
+        return origin.x() >= 0 && barsAreExact(picture, origin);
+    }));
+
+    desktop->xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), guest});
+    desktop->xdotool({QStringLiteral("key"), QStringLiteral("a")});
+    EXPECT_TRUE(waitUntil(30s, [&] {
+        const QImage picture = desktop->picture(guest);
+        return blockIsShown(picture, origin, 0x1e, 0) && blockIsShown(picture, origin, 0x9e, 1);
+    })) << "the letter a did not reach the guest";
+    desktop->xdotool({QStringLiteral("key"), QStringLiteral("Control_R")});
+    EXPECT_TRUE(waitUntil(30s, [&] {
+        const QImage picture = desktop->picture(guest);
+        return blockIsShown(picture, origin, 0xe0, 2) && blockIsShown(picture, origin, 0x1d, 3);
+    })) << "the right control key did not reach the guest as itself";
+
+    // Half as large: the bars must stand at half the places.
+    const QRect frame = desktop->geometry(guest);
+    const QSize size(GUEST_BARS_SIZE.width / 2, GUEST_BARS_SIZE.height / 2 + origin.y());
+    desktop->xdotool({QStringLiteral("windowsize"), guest, QString::number(size.width()),
+                      QString::number(size.height())});
+    EXPECT_TRUE(waitUntil(30s, [&] {
+        const QImage picture = desktop->picture(guest);
+        if (picture.size() == frame.size() || picture.isNull()) {
+            return false;
+        }
+        const double scale =
+            std::min(picture.width() / double(GUEST_BARS_SIZE.width),
+                     (picture.height() - origin.y()) / double(GUEST_BARS_SIZE.height));
+        const double left = (picture.width() - GUEST_BARS_SIZE.width * scale) / 2;
+        const double top =
+            origin.y() + (picture.height() - origin.y() - GUEST_BARS_SIZE.height * scale) / 2;
+        for (int bar = 0; bar < GUEST_BAR_COUNT; ++bar) {
+            const double centre = (bar + 0.5) * GUEST_BARS_SIZE.width / GUEST_BAR_COUNT;
+            const QRgb pixel = picture.pixel(int(left + centre * scale), int(top + 100 * scale));
+            if ((pixel & 0xffffff) != GUEST_BARS[bar]) {
+                return false;
+            }
+        }
+        return true;
+    })) << "a resized window does not show the whole guest scaled";
+
+    EXPECT_EQ(desktop->tarvctl({QStringLiteral("stop"), QStringLiteral("--force"), id}).status, 0);
+    EXPECT_TRUE(waitUntil(20s, [&] { return desktop->window(QStringLiteral("^bars$")).isEmpty(); }))
+        << "the window outlives its VM";
+}
+
+TEST_F(Screen, aStoppedViewerNeitherBloatsNorStallsTheGuest)
+{
+    const QString id =
+        desktop->addVM(QStringLiteral("repaint"), QStringLiteral(GUEST_DIR "/repaint20.img"));
+    QProcess *tarv = desktop->startTarv();
+    ASSERT_FALSE(waitForWindow(QStringLiteral("^Tarv")).isEmpty()) << log("tarv");
+    const Answer started = desktop->tarvctl({QStringLiteral("start"), QStringLiteral("-v"), id});
+    ASSERT_EQ(started.status, 0) << started.message.toStdString();
+    const QString guest = waitForWindow(QStringLiteral("^repaint$"));
+    ASSERT_FALSE(guest.isEmpty()) << log("tarv");
+    const QPoint origin(0, viewTop(guest, GUEST_REPAINT_SIZE));
+    ASSERT_TRUE(waitUntil(90s, [&] { return frameNumber(desktop->picture(guest), origin) > 20; }))
+        << "the guest's frames do not arrive";
+
+    const std::vector<pid_t> supervisors = desktop->processes(QStringLiteral("tarvvm"));
+    const std::vector<pid_t> engines = desktop->processes(QStringLiteral("qemu-system-x86_64"));
+    ASSERT_EQ(supervisors.size(), 1u);
+    ASSERT_EQ(engines.size(), 1u);
+    const qint64 supervisorBefore = residentBytes(supervisors[0]);
+    const qint64 engineBefore = residentBytes(engines[0]);
+    const int frameBefore = frameNumber(desktop->picture(guest), origin);
+
+    kill(pid_t(tarv->processId()), SIGSTOP);
+    waitUntil(10s, [] { return false; });
+    constexpr qint64 Allowance = 20 * 1024 * 1024;
+    EXPECT_LT(residentBytes(supervisors[0]) - supervisorBefore, Allowance);
+    EXPECT_LT(residentBytes(engines[0]) - engineBefore, Allowance);
+    kill(pid_t(tarv->processId()), SIGCONT);
+
+    // The first new frames must be those of now, not those of ten seconds ago one by one.
+    int frame = 0;
+    EXPECT_TRUE(waitUntil(5s,
+                          [&] {
+                              frame = frameNumber(desktop->picture(guest), origin);
+                              return frame > frameBefore + 40;
+                          }))
+        << "after 10 s the window shows frame " << frame << " where it had shown " << frameBefore;
+}
