@@ -84,7 +84,7 @@ def own_processes(session, names):
 
 def show_in_tarv(session, identifier):
     session.start("tarv", [str(session.bin / "tarv")])
-    screenshot.wait_for("the list", 60, lambda: session.window("^Tarv"))
+    screenshot.wait_for("the list", 60, lambda: session.window("^Virtual Machines$"))
     session.env["TARV_TARV_VIEWER"] = str(session.bin / "tarv")
     session.tarvctl("start", "-v", identifier)
     session.vm = identifier

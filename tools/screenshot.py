@@ -19,7 +19,7 @@ import tempfile
 import time
 
 TOOLS = pathlib.Path(__file__).resolve().parent
-SCREEN = "1280x800x24"
+SCREEN = "1480x620x24"
 
 
 class StepFailed(Exception):
@@ -122,11 +122,10 @@ class Session:
         values = dict(line.split("=") for line in text.split() if "=" in line)
         return tuple(int(values[k]) for k in ("X", "Y", "WIDTH", "HEIGHT"))
 
-    def lit_pixels(self, window):
-        """How many pixels of a window are not nearly black."""
-        picture = subprocess.run(["import", "-window", window, "-colorspace", "gray", "-depth", "8",
-                                  "gray:-"], env=self.env, capture_output=True, check=False).stdout
-        return sum(1 for value in picture if value > 96)
+    def grey(self, window):
+        """The window's pixels, one byte of grey each."""
+        return subprocess.run(["import", "-window", window, "-colorspace", "gray", "-depth", "8",
+                               "gray:-"], env=self.env, capture_output=True, check=False).stdout
 
     def end(self):
         if self.vm:
@@ -176,14 +175,14 @@ def start_from_list(session, arguments):
         if application.poll() is not None:
             raise StepFailed(f"starting tarv: it ended with {application.returncode}; "
                              + session.log("tarv"))
-        return session.window("^Tarv")
+        return session.window("^Virtual Machines$")
 
     window = wait_for("the VM list's window", 60, list_window)
     x, y, width, height = session.geometry(window)
-    session.run("xdotool", "windowmove", window, "40", "60")
+    session.run("xdotool", "windowmove", window, "24", "48")
     say("a double-click on the VM")
     # The row is found as a person would who can't see: one double-click after the other, downwards.
-    for step in range(8, height, 14):
+    for step in range(94, height, 14):
         x, y, width, height = session.geometry(window)
         session.run("xdotool", "mousemove", str(x + width // 3), str(y + step), "click",
                     "--repeat", "2", "--delay", "60", "1")
@@ -200,28 +199,45 @@ def running(session):
     return str(body.get("status", "")).lower() in ("running", "starting")
 
 
-def wait_for_picture(session, arguments, list_window):
+def echoes(session, window):
+    """Whether what is typed appears in the window; it is taken back.
+
+    The boot loader shows a menu first, in which "c" opens its prompt.
+    """
+    session.run("xdotool", "key", "c")
+    time.sleep(0.6)
+    before = session.grey(window)
+    session.run("xdotool", "type", "--delay", "40", "WWW")
+    time.sleep(0.6)
+    after = session.grey(window)
+    session.run("xdotool", "key", "--delay", "40", *["BackSpace"] * 4)
+    changed = sum(abs(a - b) > 64 for a, b in zip(after, before))
+    # Three letters change some dozens of pixels; a screen that is being drawn, far more.
+    return len(after) == len(before) and 50 < changed < 600
+
+
+def wait_for_prompt(session, arguments):
     say("the guest's picture")
     guest = wait_for("the VM's window", 120, lambda: session.window(f"^{arguments.name}$"))
-    _, _, width, height = session.geometry(guest)
-    session.run("xdotool", "windowmove", guest, str(1280 - width - 24), "90")
-    wait_for("the guest's picture in its window", 180, lambda: session.lit_pixels(guest) > 1500)
-    session.run("xdotool", "windowfocus", guest)
-    wait_for("the VM as running", 60, lambda: session.tarvctl("show", session.vm)["status"] == "running")
-    settle(session)
+    _, _, width, _ = session.geometry(guest)
+    session.run("xdotool", "windowmove", guest, str(1480 - width - 24), "48")
+    session.run("xdotool", "windowfocus", "--sync", guest)
+    say("the guest's prompt, which answers to the keyboard")
+    wait_for("the guest's prompt", 180, lambda: echoes(session, guest))
+    wait_for("the VM as running", 60,
+             lambda: session.tarvctl("show", session.vm)["status"] == "running")
+    session.run("xdotool", "type", "--delay", "60", "ls")
+    session.run("xdotool", "key", "Return")
+    settle(session, guest)
 
 
-def settle(session):
-    """Waits until two pictures of the screen, a second apart, are nearly the same."""
-    def picture():
-        return subprocess.run(["import", "-window", "root", "-resize", "160x100", "-depth", "8",
-                               "gray:-"], env=session.env, capture_output=True, check=False).stdout
-
-    before = picture()
+def settle(session, window):
+    """Waits until two pictures of a window, a second apart, are nearly the same."""
+    before = session.grey(window)
     for _ in range(20):
         time.sleep(1)
-        after = picture()
-        if len(after) == len(before) and sum(abs(a - b) > 24 for a, b in zip(after, before)) < 8:
+        after = session.grey(window)
+        if len(after) == len(before) and sum(abs(a - b) > 24 for a, b in zip(after, before)) < 40:
             return
         before = after
 
@@ -237,8 +253,8 @@ def main():
     try:
         session.open_desktop()
         prepare(session, arguments)
-        window = start_from_list(session, arguments)
-        wait_for_picture(session, arguments, window)
+        start_from_list(session, arguments)
+        wait_for_prompt(session, arguments)
         result = session.run("import", "-window", "root", f"png:{arguments.picture}")
         if result.returncode != 0:
             raise StepFailed(f"saving {arguments.picture}: {result.stderr.strip()}")

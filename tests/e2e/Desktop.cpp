@@ -299,7 +299,7 @@ bool Desktop::xdotool(const QStringList &arguments)
 bool Desktop::doubleClickVM(const QString &listWindow, const QString &id)
 {
     const QRect frame = geometry(listWindow);
-    for (int y = 8; y < frame.height(); y += 14) {
+    for (int y = 94; y < frame.height(); y += 14) {
         xdotool({QStringLiteral("mousemove"), QString::number(frame.x() + frame.width() / 3),
                  QString::number(frame.y() + y), QStringLiteral("click"),
                  QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),

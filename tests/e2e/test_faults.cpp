@@ -73,14 +73,14 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
     const QString id =
         desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
     desktop->startTarv();
-    ASSERT_FALSE(waitForWindow(QStringLiteral("^Tarv")).isEmpty()) << log("tarv");
+    ASSERT_FALSE(waitForWindow(QStringLiteral("^Virtual Machines$")).isEmpty()) << log("tarv");
     startAgain(id);
 
     // The application: the VM runs on, and the next one shows it.
     killAll("tarv");
     EXPECT_EQ(desktop->status(id), QStringLiteral("running"));
     desktop->startTarv();
-    const QString list = waitForWindow(QStringLiteral("^Tarv"));
+    const QString list = waitForWindow(QStringLiteral("^Virtual Machines$"));
     ASSERT_FALSE(list.isEmpty());
     EXPECT_TRUE(desktop->doubleClickVM(list, id));
     EXPECT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());

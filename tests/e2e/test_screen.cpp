@@ -72,7 +72,7 @@ TEST_F(Screen, showsTheGuestPixelForPixelTakesKeysAndScales)
     const QString id =
         desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
     desktop->startTarv();
-    const QString list = waitForWindow(QStringLiteral("^Tarv"));
+    const QString list = waitForWindow(QStringLiteral("^Virtual Machines$"));
     ASSERT_FALSE(list.isEmpty()) << log("tarv");
     ASSERT_TRUE(desktop->doubleClickVM(list, id)) << log("tarv");
     const QString guest = waitForWindow(QStringLiteral("^bars$"));
@@ -133,7 +133,7 @@ TEST_F(Screen, aStoppedViewerNeitherBloatsNorStallsTheGuest)
     const QString id =
         desktop->addVM(QStringLiteral("repaint"), QStringLiteral(GUEST_DIR "/repaint20.img"));
     QProcess *tarv = desktop->startTarv();
-    ASSERT_FALSE(waitForWindow(QStringLiteral("^Tarv")).isEmpty()) << log("tarv");
+    ASSERT_FALSE(waitForWindow(QStringLiteral("^Virtual Machines$")).isEmpty()) << log("tarv");
     const Answer started = desktop->tarvctl({QStringLiteral("start"), QStringLiteral("-v"), id});
     ASSERT_EQ(started.status, 0) << started.message.toStdString();
     const QString guest = waitForWindow(QStringLiteral("^repaint$"));
