@@ -21,7 +21,7 @@ struct Arguments
     std::string ram_size, disk_size, cpu_count, firmware;
     std::vector<std::string> pairs; // KEY VALUE KEY VALUE …
     std::string word;               // a sub-command
-    bool force = false, recovery = false, view = false, yes = false;
+    bool force = false, no_addons = false, recovery = false, view = false, yes = false;
     bool copy = false, list = false, command = false, quiet = false;
 };
 

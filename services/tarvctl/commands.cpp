@@ -40,9 +40,14 @@ void declare_create(CLI::App &app, Arguments &arguments)
 
 void declare_start(CLI::App &app, Arguments &arguments)
 {
-    auto *force = app.add_flag("-f,--force", arguments.force, "Start with mode 1 (forced)");
-    app.add_flag("-u,--recovery", arguments.recovery, "Start with mode 2 (recovery)")
-        ->excludes(force);
+    // The application passes -u for a guest without add-ons and -f for every other start.
+    auto *normal = app.add_flag("-f", arguments.force, "Start with mode 0 (normal), the default");
+    auto *forced = app.add_flag("-u", arguments.no_addons,
+                                "Start with mode 1 (forced): the guest has no add-ons")
+                       ->excludes(normal);
+    app.add_flag("--recovery", arguments.recovery, "Start with mode 2: afresh, from the CD first")
+        ->excludes(normal)
+        ->excludes(forced);
     app.add_flag("-v,--view", arguments.view,
                  "Then show the screen with the program of TARV_TARV_VIEWER");
     declare_vms(app, arguments);

@@ -90,8 +90,7 @@ void check_running(const VmRef &ref)
     if (!state.serves)
         throw Failure(ExitStatus::state, ref.label() + ": is not running");
     if (state.status == "malfunction")
-        throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not answer; "
-                                                         "tarvctl stop --force ends it");
+        throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
 }
 
 void stop_idle(Library &library, const VmRef &ref, bool force)

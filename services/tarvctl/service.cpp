@@ -90,8 +90,13 @@ std::optional<Json> vm_request(const std::string &id, const std::string &command
         return from_tree(answer.get());
     if (errno == ENOTCONN || errno == ECONNRESET)
         return {};
-    throw Failure(ExitStatus::service,
-                  "the supervisor of the VM does not answer: " + std::string(strerror(errno)));
+    throw Failure(ExitStatus::service, vm_socket_path(id) + ": no answer: " + strerror(errno));
+}
+
+std::string vm_silent_message(const std::string &label, const std::string &id)
+{
+    return label + ": what serves " + vm_socket_path(id) +
+           " does not answer; tarvctl stop --force ends a supervisor that hangs";
 }
 
 bool answer_ok(const Json &answer)

@@ -24,6 +24,9 @@ Json service_request(const std::string &command, const Json &value, std::chrono:
 std::optional<Json> vm_request(const std::string &id, const std::string &command, const Json &value,
                                std::chrono::seconds patience);
 
+// That whoever serves a VM's socket stays silent, and what to do about it.
+std::string vm_silent_message(const std::string &label, const std::string &id);
+
 // The text of an error answer.
 std::string answer_message(const Json &answer);
 bool answer_ok(const Json &answer);

@@ -102,8 +102,7 @@ void start_one(const VmRef &ref, int mode, bool view)
     UniqueFd lock = library.lock(ref);
     const VmState state = query_state(ref.id, false);
     if (state.status == "malfunction")
-        throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not answer; "
-                                                         "tarvctl stop --force ends it");
+        throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
     if (state.serves) {
         if (!view)
             throw Failure(ExitStatus::state, ref.label() + ": is already running");
@@ -124,7 +123,7 @@ void start_one(const VmRef &ref, int mode, bool view)
 
 Answer run_start(const Arguments &arguments)
 {
-    const int mode = arguments.recovery ? 2 : arguments.force ? 1 : 0;
+    const int mode = arguments.recovery ? 2 : arguments.no_addons ? 1 : 0;
     std::mutex notes_lock;
     std::string note;
     Answer answer = for_each_vm(arguments.vms, EachOrder::together, [&](const VmRef &ref) {

@@ -96,7 +96,7 @@ TEST_F(ControllerTest, startsWithTheModeAndShowsTheScreen)
     std::filesystem::permissions(viewer, std::filesystem::perms::owner_all);
     m_home.environment["TARV_TARV_VIEWER"] = viewer;
     EXPECT_EQ(ctl({"start", "-uv", id})["exit"], 0);
-    EXPECT_EQ(file_text(m_home.file("arguments")), "--mode\n2\n" + id + "\n");
+    EXPECT_EQ(file_text(m_home.file("arguments")), "--mode\n1\n" + id + "\n");
     const std::string url = "tarv:///tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) +
                             ".sock?vmid=" + id + "&d=0\n";
     EXPECT_TRUE(wait_for([&] { return file_text(m_home.file("url")) == url; }));
