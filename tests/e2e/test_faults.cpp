@@ -145,8 +145,8 @@ TEST_F(Faults, wrongInputIsNamedAndNothingIsLost)
     EXPECT_THAT(failureOf({QStringLiteral("create"), QStringLiteral("new"),
                            desktop->path(QStringLiteral("missing.iso"))}),
                 HasSubstr("missing.iso"));
-    EXPECT_EQ(desktop->tarvctl({QStringLiteral("list")}).body.toArray().size(), 2)
-        << "the two readable VMs, and no new one";
+    EXPECT_EQ(desktop->tarvctl({QStringLiteral("list")}).body.toArray().size(), 3)
+        << "the three VMs, the unreadable one too, and no new one";
 }
 
 TEST_F(Faults, anEngineThatCannotRunIsNamed)
