@@ -1,13 +1,18 @@
 #include "app/shell/EntryPoint.h"
 
+#include "app/kit/NotificationCenter.h"
 #include "app/shell/AppDelegate.h"
 #include "app/shell/AppLog.h"
 #include "app/shell/Arguments.h"
+#include "app/shell/BackgroundWork.h"
 #include "app/shell/SingleInstance.h"
 #include "app/shell/TarvApplication.h"
+#include "app/shell/TarvCLI.h"
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
 #include "tarvhv/tarvhv.h"
+
+#include <QFile>
 
 #include <cstdio>
 #include <cstdlib>
@@ -41,6 +46,33 @@ void appendPath(std::string *list, const char *path)
     *list += path;
 }
 
+// Starts the launch service where there is none; the list then asks again how its VMs ended.
+BackgroundWork::Continuation startServices()
+{
+    if (!TarvCLI::ensureLaunchService())
+        return {};
+    return [] {
+        NotificationCenter::defaultCenter().post(
+            QStringLiteral("com.quelda.tarvhv.notification.change"));
+    };
+}
+
+// VMs that run in the application's own care: who supervises them, and what is told of them.
+void takeVMsIntoCare()
+{
+    const char *setting = config_get_path("supervisor_executable");
+    const QByteArray beside =
+        QFile::encodeName(QCoreApplication::applicationDirPath() + QStringLiteral("/tarvvm"));
+    tarvhv_set_supervisor(setting ? setting : beside.constData());
+    tarvhv_set_observer([](const char *name, const std::string &id, bool failed) {
+        QVariantMap information;
+        if (failed)
+            information.insert(QStringLiteral("Error"), true);
+        NotificationCenter::defaultCenter().post(QString::fromUtf8(name),
+                                                 QString::fromStdString(id), information);
+    });
+}
+
 int runApplication(TarvApplication &application, const Arguments &arguments, AppParts (*parts)())
 {
     SingleInstance instance;
@@ -51,6 +83,8 @@ int runApplication(TarvApplication &application, const Arguments &arguments, App
         fprintf(stderr, "tarv: the running Tarv does not answer: %s\n", error.toLocal8Bit().data());
         return EXIT_FAILURE;
     }
+    takeVMsIntoCare();
+    BackgroundWork::shared().run(BackgroundWork::Lane::launchService, startServices);
     AppDelegate delegate(parts());
     application.setDelegate(&delegate);
     delegate.applicationWillFinishLaunching(&instance);

@@ -39,10 +39,10 @@ TarvError posixError(int code, const char *description)
 }
 
 // The controller starts the launch service where nobody listens.
-void startLaunchService()
+bool startLaunchService()
 {
-    if (const char *controller = config_get_path("tarvctl_executable"))
-        proc_exec(controller, nullptr, nullptr, 1, "ping");
+    const char *controller = config_get_path("tarvctl_executable");
+    return controller && proc_exec(controller, nullptr, nullptr, 1, "ping") == 0;
 }
 
 int connectToLaunchService(const char *command)
@@ -63,6 +63,12 @@ Json acceptance()
 }
 
 } // namespace
+
+bool TarvCLI::ensureLaunchService()
+{
+    const UniqueFd connection(cli2_connect(socketPath().c_str(), nullptr));
+    return !connection && (errno == ENOENT || errno == ECONNREFUSED) && startLaunchService();
+}
 
 bool TarvCLI::acceptEULA(TarvError *error)
 {

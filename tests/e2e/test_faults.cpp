@@ -74,6 +74,9 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
         desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
     desktop->startTarv();
     ASSERT_FALSE(waitForWindow(QStringLiteral("^Virtual Machines$")).isEmpty()) << log("tarv");
+    EXPECT_TRUE(waitUntil(20s, [this] {
+        return !desktop->processes(QStringLiteral("vlaunchd")).empty();
+    })) << "the list has no launch service to ask";
     startAgain(id);
 
     // The application: the VM runs on, and the next one shows it.
@@ -110,6 +113,21 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
     expectEngineGone(id);
     EXPECT_EQ(desktop->status(id), QStringLiteral("stopped"));
     EXPECT_FALSE(QFileInfo::exists(socketPath(id)));
+}
+
+TEST_F(Faults, aVMInTheApplicationsCareEndsWithIt)
+{
+    desktop->setVariable(QStringLiteral("TARV_HOST_ARM64"), QStringLiteral("1"));
+    const QString id =
+        desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
+    desktop->startTarv();
+    const QString list = waitForWindow(QStringLiteral("^Virtual Machines$"));
+    ASSERT_FALSE(list.isEmpty()) << log("tarv");
+    ASSERT_TRUE(desktop->doubleClickVM(list, id));
+    EXPECT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());
+    EXPECT_EQ(desktop->processes(QStringLiteral("tarvvm")).size(), 1u);
+    killAll("tarv");
+    expectEngineGone(id);
 }
 
 TEST_F(Faults, wrongInputIsNamedAndNothingIsLost)
