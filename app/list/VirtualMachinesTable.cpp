@@ -103,9 +103,27 @@ void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
     case Qt::Key_Escape:
         Q_EMIT escapePressed();
         return;
+    case Qt::Key_Up:
+    case Qt::Key_Down:
+    case Qt::Key_Home:
+    case Qt::Key_End:
+        if (selectCurrentRow())
+            return;
+        break;
     default:
-        QTableView::keyPressEvent(event);
+        break;
     }
+    QTableView::keyPressEvent(event);
+}
+
+// With nothing selected the keyboard comes back to where it was: an only row could not be selected
+// otherwise, since there is nowhere to move to.
+bool VirtualMachinesTable::selectCurrentRow()
+{
+    if (!selectionModel() || selectionModel()->hasSelection() || !model()->rowCount())
+        return false;
+    selectRow(currentIndex().isValid() ? currentIndex().row() : 0);
+    return true;
 }
 
 void VirtualMachinesTable::mouseDoubleClickEvent(QMouseEvent *event)
