@@ -11,6 +11,7 @@ dev` (the guests) and `--preset release` (the programs).
 import argparse
 import os
 import pathlib
+import re
 import shutil
 import signal
 import statistics
@@ -113,14 +114,18 @@ def engine_command(session, identifier, socket):
     """The engine's own command line, its display over SPICE instead."""
     command = session.tarvctl("show", "--command", identifier)
     line = [command["program"], *command["arguments"]]
-    kept, skip = [], False
-    for position, word in enumerate(line):
-        if skip:
-            skip = False
-        elif word in ("-display", "-qmp", "-chardev", "-mon", "-incoming"):
-            skip = True
+    kept = []
+    for word, value in zip(line, line[1:] + [""]):
+        if kept and kept[-1] is None:
+            kept[-1] = ""
+        elif word == "-S":
+            continue  # the supervisor lets it run once it listens
+        elif word == "-display" or (word in ("-chardev", "-mon") and "monitor" in value):
+            kept.append(None)  # this option's value goes too
         else:
-            kept.append(line[position])
+            kept.append(word)
+    # What the supervisor would have handed in as descriptors leads nowhere here.
+    kept = [re.sub(r"^socket,id=(\w+),fd=.*", r"null,id=\1", word) for word in kept if word]
     return kept + ["-display", "none", "-spice", f"unix=on,addr={socket},disable-ticketing=on"]
 
 
