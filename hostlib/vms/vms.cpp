@@ -167,11 +167,11 @@ int vms_wait(const char *id, unsigned timeout_s)
     if (const KvOwner status{vms_status(id)}) {
         const auto pid = static_cast<pid_t>(kv_get_int(status.get(), "pid", 0));
         while (pid_alive(pid)) {
-            usleep(100000);
             if (timeout_s > 0 && Clock::now() - start >= std::chrono::seconds(timeout_s)) {
                 errno = ETIMEDOUT;
                 return -1;
             }
+            usleep(100000);
         }
     }
     return vms_exit_status(id);
