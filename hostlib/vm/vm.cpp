@@ -138,8 +138,9 @@ const char *vm_gettag(const struct vm *vm)
 
 void vm_settag(struct vm *vm, const char *tag)
 {
+    char *const copy = tag ? strdup(tag) : nullptr; // the tag can be the record's own
     free(vm->tag);
-    vm->tag = tag ? strdup(tag) : nullptr;
+    vm->tag = copy;
 }
 
 const char *vm_config_path(struct vm *vm)
