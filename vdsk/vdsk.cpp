@@ -73,6 +73,8 @@ uint32_t vdsk_sectorsize(const struct vdsk *disk)
 uint64_t vdsk_sectors(const struct vdsk *disk)
 {
     const uint64_t size = disk->image->size();
+    if (size < disk->sector_size)
+        return 0;
     return size / disk->sector_size + (size % disk->sector_size != 0);
 }
 

@@ -14,7 +14,8 @@ struct vdsk;
 struct vdsk *vdsk_open(const char *path);
 // Bytes of one sector: 4096 for a disk whose partition table says so, else 512.
 uint32_t vdsk_sectorsize(const struct vdsk *disk);
-// Sectors of the disk; a last, partial sector counts and reads as if zeros followed.
+// Sectors of the disk; a last, partial sector counts and reads as if zeros followed. Less than one
+// sector is none: there is nothing of a disk in it.
 uint64_t vdsk_sectors(const struct vdsk *disk);
 // Reads `count` whole sectors from `first` on into `buffer`. The number of sectors read, fewer at
 // the end of the disk; -1 with errno set.

@@ -88,7 +88,7 @@ TEST_F(Addons, recordIsDecodedAndChecked)
     large.resize(4096);
     large += "EFI PART";
     large.resize(40960);
-    for (const std::string &bytes : {no_record, no_boot, large}) {
+    for (const std::string &bytes : {no_record, no_boot, large, std::string(511, 'x')}) {
         write_file(image, bytes);
         EXPECT_EQ(pyver_read(image.c_str()), nullptr);
     }
@@ -96,6 +96,7 @@ TEST_F(Addons, recordIsDecodedAndChecked)
     EXPECT_EQ(Home::get().takeLog(), "pyver: disk contains no version information\r\n"
                                      "pyver: disk contains no MBR partitions\r\n"
                                      "pyver: sector size != 512\r\n"
+                                     "pyver: failed to read MBR\r\n"
                                      "pyver: failed to open /nonexistent\r\n");
 }
 
