@@ -38,17 +38,17 @@ public:
 
     void setDelegate(TarvDisplayDelegate *value) override { delegate = value; }
     const void *surface() const override { return nullptr; }
-    const uint8_t *fbuf() const override { return hasBuffer ? image.constBits() : nullptr; }
-    const display_fbctl *fbctl() const override { return hasBuffer ? &control : nullptr; }
+    const uint8_t *fbuf() const override { return image.constBits(); }
+    const display_fbctl *fbctl() const override { return &control; }
     QString path() const override { return QStringLiteral("/nowhere"); }
     QString uuid() const override { return id; }
     QString name() const override { return QStringLiteral("mac"); }
-    unsigned totalDisplays() const override { return total; }
+    unsigned totalDisplays() const override { return 1; }
     unsigned index() const override { return 1; }
     int width() const override { return image.width(); }
     int height() const override { return image.height(); }
-    bool hdpi() const override { return isHdpi; }
-    bool allowsLiveResize() const override { return live; }
+    bool hdpi() const override { return false; }
+    bool allowsLiveResize() const override { return true; }
     uint32_t caps() const override { return capabilities; }
     bool absolutePointer() const override { return absolute; }
 
@@ -80,10 +80,6 @@ public:
     QImage image;
     display_fbctl control{};
     QString id = QStringLiteral("4a9e");
-    unsigned total = 1;
-    bool hasBuffer = true;
-    bool isHdpi = false;
-    bool live = true;
     bool absolute = true;
     uint32_t capabilities = 0;
     bool active = false;

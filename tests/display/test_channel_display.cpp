@@ -81,44 +81,6 @@ TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
         << "damage outside the picture is answered for without a paint";
 }
 
-TEST_F(ChannelDisplayTest, followsModePointerAndCapabilities)
-{
-    const QSignalSpy damaged(m_display.get(), &TarvDisplay::damaged);
-    const QSignalSpy pointer(m_display.get(), &TarvDisplay::pointerChanged);
-    const QSignalSpy mode(m_display.get(), &TarvDisplay::pointerModeChanged);
-    UniqueFd image(platform_memory_create("cursor", 4 * 4 * 4));
-    m_fake.send(DISPLAY_CURSOR, {4, 4, 9, 1}, std::move(image));
-    m_fake.send(DISPLAY_POINTER, {0});
-    m_fake.send(DISPLAY_CAPS, {0});
-    m_fake.changeMode(100, 80);
-    ASSERT_TRUE(spin_until([&] { return m_delegate.notifications > 0; }));
-    EXPECT_EQ(m_display->width(), 100);
-    EXPECT_EQ(m_display->height(), 80);
-    EXPECT_TRUE(damaged[0][0].toRect().isEmpty());
-    ASSERT_EQ(pointer.count(), 1);
-    EXPECT_EQ(pointer[0][0].value<QImage>().size(), QSize(4, 4));
-    EXPECT_EQ(pointer[0][1].toPoint(), QPoint(3, 1)) << "the hot spot is held inside";
-    EXPECT_EQ(mode.count(), 1);
-    EXPECT_FALSE(m_display->absolutePointer());
-    EXPECT_FALSE(m_display->preparePasteboardForPolling());
-}
-
-TEST_F(ChannelDisplayTest, asksForASizeOnceUntilTheGuestChanges)
-{
-    m_display->setWidth(64, 32, false); // the guest's own
-    m_display->setWidth(800, 600, false);
-    m_display->setWidth(800, 600, false);
-    ASSERT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 1; }));
-    m_fake.changeMode(640, 480); // by itself
-    ASSERT_TRUE(spin_until([&] { return m_display->width() == 640; }));
-    m_display->setWidth(800, 600, false);
-    EXPECT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 2; }));
-    m_display->setWidth(640, 480, false); // what it has until it follows
-    m_fake.changeMode(800, 600);
-    ASSERT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_RESIZE).size() == 3; }));
-    EXPECT_EQ(m_fake.received(DISPLAY_RESIZE)[2].arg[0], 640);
-}
-
 TEST_F(ChannelDisplayTest, carriesPasteboardsBothWays)
 {
     m_display->sendPasteboard(QByteArray("to the guest"));

@@ -87,19 +87,6 @@ TEST_F(View, repaintsTheDamagedPartOnceAndAnswersForIt)
     EXPECT_EQ(shown(39, 24), QColor(Qt::red));
 }
 
-TEST_F(View, scalesAndLetterboxesAnotherSize)
-{
-    m_display.setSize(400, 100);
-    m_display.paint(QRect(0, 0, 400, 100), Qt::green);
-    settle();
-    EXPECT_EQ(shown(100, 50), QColor(Qt::green));
-    EXPECT_EQ(shown(100, 24), QColor(Qt::black));
-    EXPECT_EQ(shown(100, 25), QColor(Qt::green));
-    EXPECT_EQ(shown(100, 75), QColor(Qt::black));
-    m_display.hasBuffer = false;
-    EXPECT_EQ(shown(100, 50), QColor(Qt::black)) << "a screen that is gone";
-}
-
 TEST_F(View, givesEveryKeyToTheGuest)
 {
     QTest::keyClick(m_view, Qt::Key_Tab);
@@ -146,16 +133,6 @@ TEST_F(View, releasesWhatIsPressedWhenItLosesTheKeyboard)
     QTest::mouseRelease(m_view, Qt::LeftButton, {}, QPoint(5, 6));
 }
 
-TEST_F(View, pointsAtGuestPixels)
-{
-    m_display.setSize(400, 200);
-    settle();
-    m_display.taken();
-    QTest::mouseMove(m_view, QPoint(50, 20));
-    QTest::mouseClick(m_view, Qt::RightButton, {}, QPoint(199, 99));
-    EXPECT_EQ(m_display.taken(), "position 100 40 0, position 398 198 4, position 398 198 0");
-}
-
 TEST_F(View, takesThePointerForAGuestWithoutPositions)
 {
     const QSignalSpy grabs(m_view, &TarvDisplayView::pointerGrabChanged);
@@ -173,17 +150,6 @@ TEST_F(View, takesThePointerForAGuestWithoutPositions)
     QTest::keyPress(m_view, Qt::Key_Alt);
     EXPECT_EQ(grabs.count(), 2);
     EXPECT_EQ(QWidget::mouseGrabber(), nullptr);
-}
-
-TEST_F(View, tellsWhetherSomebodyLooks)
-{
-    EXPECT_TRUE(m_display.active);
-    m_window.hide();
-    EXPECT_FALSE(m_display.active);
-    m_window.show();
-    EXPECT_TRUE(m_display.active);
-    m_window.showMinimized();
-    EXPECT_FALSE(m_display.active);
 }
 
 } // namespace

@@ -8,22 +8,6 @@
 
 using namespace Qt::StringLiterals;
 
-TEST(NotificationCenter, deliversAtOnceInOrderWithWhatWasPosted)
-{
-    NotificationCenter center;
-    QObject context;
-    QStringList seen;
-    center.addObserver(&context, u"a"_s, [&](const Notification &notification) {
-        seen << u"first "_s + notification.object.toString();
-    });
-    center.addObserver(&context, u"a"_s, [&](const Notification &notification) {
-        seen << u"second "_s + notification.userInfo.value(u"k"_s).toString();
-    });
-    center.addObserver(&context, u"b"_s, [&](const Notification &) { seen << u"other"_s; });
-    center.post(u"a"_s, u"x"_s, {{u"k"_s, u"v"_s}});
-    EXPECT_EQ(seen, (QStringList{u"first x"_s, u"second v"_s}));
-}
-
 TEST(NotificationCenter, standsChangesWhilePosting)
 {
     NotificationCenter center;

@@ -1,5 +1,3 @@
-#include "app/kit/Alert.h"
-#include "app/kit/FrameClock.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
@@ -7,9 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
-#include <QPushButton>
-#include <QTest>
+#include <QDialog>
 
 using namespace Qt::StringLiterals;
 
@@ -66,43 +62,4 @@ TEST_F(WindowControllerTest, sheetAnswersOnceAndEndsWithItsWindow)
     controller.beginSheet(&sheet, [&](int code) { codes << code; });
     controller.close();
     EXPECT_EQ(codes, (QList<int>{SheetContinue, SheetStop}));
-}
-
-TEST_F(WindowControllerTest, alertAnswersWithTheButtonsPlace)
-{
-    Controller controller;
-    controller.showWindow();
-    int result = 0;
-    const auto ask = [&] {
-        return Alert(u"<b>Delete?</b>"_s)
-            .addButton(u"Delete"_s)
-            .addButton(u"Cancel"_s)
-            .beginSheet(controller.window(), [&](int answer) { result = answer; });
-    };
-    QMessageBox *box = ask();
-    EXPECT_EQ(box->textFormat(), Qt::PlainText);
-    box->findChild<QPushButton *>(u"alertButton1"_s)->click();
-    EXPECT_EQ(result, AlertFirstButton);
-    QTest::keyClick(ask(), Qt::Key_Escape);
-    EXPECT_EQ(result, AlertFirstButton + 1);
-}
-
-TEST_F(WindowControllerTest, frameClockTicksOnlyWhenAskedAndMergesRequests)
-{
-    FrameClock clock;
-    int ticks = 0;
-    QObject::connect(&clock, &FrameClock::ticked, &clock, [&] { ++ticks; });
-    clock.requestTick();
-    EXPECT_FALSE(waitUntil([&] { return ticks > 0; }, 100)) << "not started";
-    clock.start();
-    clock.requestTick();
-    ASSERT_TRUE(waitUntil([&] { return ticks > 0; }));
-    EXPECT_FALSE(waitUntil([&] { return ticks > 1; }, 100)) << "nobody asked again";
-    QElapsedTimer timer;
-    timer.start();
-    while (ticks < 11) {
-        clock.requestTick();
-        ASSERT_TRUE(waitUntil([&, before = ticks] { return ticks > before; }));
-    }
-    EXPECT_GE(timer.elapsed(), 9 * 16) << "faster than the screen";
 }

@@ -7,7 +7,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QLabel>
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
@@ -69,16 +68,6 @@ protected:
     std::unique_ptr<QSignalSpy> m_reloads;
 };
 } // namespace
-
-TEST_F(Reload, showsTheLabelWhileThereAreNoVMs)
-{
-    open();
-    const auto *label = widget<QLabel>(u"noContainersLabel"_s);
-    EXPECT_FALSE(label->isHidden());
-    addVM(u"a"_s);
-    NotificationCenter::defaultCenter().post(VMServiceDidCreate);
-    EXPECT_TRUE(waitFor([&] { return label->isHidden(); }));
-}
 
 TEST_F(Reload, sortsByPlainComparisonAndMergesOnly)
 {

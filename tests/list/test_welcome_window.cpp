@@ -5,14 +5,11 @@
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/list/WelcomeWindow.h"
-#include "app/list/WelcomeWindowCloseButton.h"
 #include "app/list/WelcomeWindowController.h"
 #include "app/shell/TarvVM.h"
 #include "tests/list/fixture.h"
 
 #include <QApplication>
-#include <QHeaderView>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -20,7 +17,6 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <csignal>
 
 using namespace Qt::StringLiterals;
 
@@ -239,25 +235,6 @@ TEST_F(WelcomeWindowTest, cancelledSheetEndsTheCommand)
     EXPECT_FALSE(QTest::qWaitFor([&] { return m_reloads->count() > reloads; }, 300));
 }
 
-TEST_F(WelcomeWindowTest, sheetSentToTheBackgroundLeavesTheCommandAlone)
-{
-    controllerHangs();
-    select({m_one});
-    m_controller->stopVirtualMachine();
-    waitForSheet<LongOperationWindow>();
-    ASSERT_TRUE(waitForRecorded(1));
-    auto *runner = QCoreApplication::instance()->findChild<TarvCTL *>();
-    ASSERT_TRUE(runner);
-    const pid_t pid = runner->processIdentifier();
-    QTest::mouseClick(window()->findChild<QPushButton *>(u"backgroundButton"_s), Qt::LeftButton);
-    EXPECT_FALSE(WindowController::attachedSheet(window()));
-    m_controller.reset();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_FALSE(QCoreApplication::instance()->findChild<TarvCTL *>());
-    EXPECT_EQ(kill(pid, 0), 0) << "it runs on";
-    kill(pid, SIGKILL);
-}
-
 TEST_F(WelcomeWindowTest, deleteAsksFirst)
 {
     const auto answer = [this](const QString &question, const QString &button) {
@@ -295,43 +272,4 @@ TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)
     EXPECT_TRUE(isEnabled("performClose:"));
     EXPECT_TRUE(waitFor(
         [&] { return !window()->findChild<QPushButton *>(u"startButton"_s)->isEnabled(); }));
-}
-
-TEST_F(WelcomeWindowTest, closeButtonShowsUnderThePointer)
-{
-    EXPECT_EQ(window()->findChild<QLabel *>(u"versionLabel"_s)->text(),
-              u"Version "_s + QStringLiteral(TARV_VERSION));
-    auto *button = window()->findChild<WelcomeWindowCloseButton *>(u"closeButton"_s);
-    QWidget *area = window()->findChild<QWidget *>(u"infoView"_s);
-    EXPECT_TRUE(button->isHidden());
-    const auto enter = [](QWidget *widget) {
-        const QPointF at(1, 1);
-        QEnterEvent event(at, at, widget->mapToGlobal(at));
-        QApplication::sendEvent(widget, &event);
-    };
-    QEvent leave(QEvent::Leave);
-    enter(area);
-    EXPECT_FALSE(button->isHidden());
-    const QImage rest = button->icon().pixmap(20, 20).toImage();
-    enter(button);
-    EXPECT_NE(button->icon().pixmap(20, 20).toImage(), rest);
-    QApplication::sendEvent(button, &leave);
-    EXPECT_EQ(button->icon().pixmap(20, 20).toImage(), rest);
-    window()->resize(window()->width() + 20, window()->height());
-    QApplication::sendEvent(area, &leave);
-    EXPECT_TRUE(button->isHidden()) << "the new area takes the pointer as inside";
-    enter(area);
-    QTest::mouseClick(button, Qt::LeftButton);
-    EXPECT_FALSE(window()->isVisible());
-}
-
-TEST_F(WelcomeWindowTest, keepsItsSizeAndColumns)
-{
-    window()->resize(777, 555);
-    table()->setColumnWidth(0, 234);
-    m_controller->closeWindow();
-    m_controller.reset();
-    open();
-    EXPECT_EQ(window()->size(), QSize(777, 555));
-    EXPECT_EQ(table()->columnWidth(0), 234);
 }

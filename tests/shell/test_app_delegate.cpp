@@ -1,6 +1,5 @@
 #include "app/kit/MainMenu.h"
 #include "app/kit/NotificationCenter.h"
-#include "app/kit/Responder.h"
 #include "app/shell/AppDelegate.h"
 #include "tarvhv/tarvhv.h"
 #include "tests/display/FakeDisplay.h"
@@ -145,24 +144,6 @@ TEST_F(AppDelegateTest, theAgreementComesBeforeAnythingElse)
         MainMenu::of(delegate->welcomeController()->window())->actions().at(1)->isVisible());
 }
 
-TEST_F(AppDelegateTest, showsTheListAtLaunchAndMakesItAnewAfterItsClose)
-{
-    finishLaunching();
-    delegate->launch({});
-    WindowController *list = delegate->welcomeController();
-    ASSERT_TRUE(list);
-    delegate->showWelcomeWindow(nullptr);
-    EXPECT_EQ(delegate->welcomeController(), list);
-    list->close();
-    EXPECT_FALSE(delegate->welcomeController());
-    delegate->activate();
-    EXPECT_TRUE(delegate->welcomeController());
-    QAction item;
-    item.setProperty("action", u"newDocument:"_s);
-    EXPECT_FALSE(Responder::hasAction(delegate.get(), u"delete:"_s));
-    EXPECT_FALSE(delegate->validateMenuItem(&item)) << "nothing makes new VMs here";
-}
-
 TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
 {
     finishLaunching();
@@ -211,39 +192,6 @@ TEST_F(AppDelegateTest, aStartedVMGetsItsDisplayOnce)
     EXPECT_EQ(log().mid(19), u" tarv: failed to open display\r\n"_s);
 }
 
-TEST_F(AppDelegateTest, remembersHowAVMEnded)
-{
-    finishLaunching();
-    const QString name = QString::fromUtf8(TarvVMDidStopNotification);
-    NotificationCenter &center = NotificationCenter::defaultCenter();
-    center.post(name, vmid, {{u"Error"_s, u"x"_s}});
-    center.post(name, vmid);
-    center.post(name);
-    EXPECT_EQ(calls, (QStringList{u"status %1 1"_s.arg(vmid), u"status %1 0"_s.arg(vmid)}));
-}
-
-TEST_F(AppDelegateTest, opensFilesWithTheirSuffixAndSaysWhenItCanNot)
-{
-    std::optional<bool> answer;
-    const auto open = [&](const char *name) {
-        answer.reset();
-        delegate->applicationOpenFile(QLatin1String(name), [&](bool opened) { answer = opened; });
-        EXPECT_TRUE(waitUntil([&] { return answer.has_value(); }));
-    };
-    open("/tmp/p:2");
-    EXPECT_EQ(answer, true);
-    open("/tmp/p");
-    EXPECT_EQ(calls, (QStringList{u"display /tmp/p:2 2"_s, u"display /tmp/p 0"_s}));
-    displaysFail = true;
-    answerAlert(1);
-    open("/tmp/q");
-    EXPECT_EQ(answer, false);
-    EXPECT_EQ(alertText, u"Failed to open display"_s);
-    accepted = false;
-    open("/tmp/p");
-    EXPECT_EQ(answer, false);
-}
-
 TEST_F(AppDelegateTest, urlsStartVMsOrShowThemByHostType)
 {
     const QString url = u"tarv:///tmp/s.sock?vmid=X&a=1&d=3&o=%2Fpath&a=b=c"_s;
@@ -255,14 +203,6 @@ TEST_F(AppDelegateTest, urlsStartVMsOrShowThemByHostType)
     delegate->getUrl(url);
     EXPECT_EQ(calls, (QStringList{u"addons /path"_s, u"start X 1"_s}));
     EXPECT_FALSE(delegate->welcomeController());
-}
-
-TEST_F(AppDelegateTest, aRequestThatOpensNothingLeavesAWindowAllTheSame)
-{
-    displaysFail = true;
-    finishLaunching();
-    delegate->launch({QUrl(u"tarv:///tmp/none?d=0"_s)});
-    EXPECT_TRUE(waitUntil([this] { return delegate->welcomeController() != nullptr; }));
 }
 
 TEST_F(AppDelegateTest, asksBeforeItEndsRunningVMs)

@@ -4,11 +4,9 @@
 #include "tests/shell/shell_fixture.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <cstdlib>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -40,21 +38,6 @@ TEST_F(EntryPointTest, logsIntoTheLogFolderMakingIt)
     const QString line = QString::fromUtf8(file.readAll());
     EXPECT_EQ(line.mid(19), u" tarv: hello\r\n"_s);
     EXPECT_EQ(log_level, 0);
-}
-
-TEST_F(EntryPointTest, aTerminalTakesTheLogItself)
-{
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
-    if (terminal < 0 || !isatty(terminal)) {
-        close(terminal);
-        GTEST_SKIP() << "no pseudo-terminals here";
-    }
-    setSettings(u"log_dir = %1/unused"_s.arg(privateHome().path()));
-    log_fd = terminal;
-    openLog();
-    EXPECT_EQ(log_fd, terminal);
-    EXPECT_EQ(log_level, 2);
-    EXPECT_FALSE(QFileInfo::exists(path(u"unused"_s)));
 }
 
 TEST_F(EntryPointTest, startsWithoutALogThatCanNotBeOpened)

@@ -82,14 +82,6 @@ protected:
 
 } // namespace
 
-TEST_F(KeyboardRoutingTest, shortcutsGoToTheGuest)
-{
-    QTest::keyClick(window, Qt::Key_O, Qt::ControlModifier);
-    QTest::keyClick(window, Qt::Key_F, Qt::AltModifier);
-    EXPECT_EQ(seen(), (QStringList{u"press O"_s, u"release O"_s, u"press F"_s, u"release F"_s}));
-    EXPECT_EQ(QApplication::activePopupWidget(), nullptr);
-}
-
 TEST_F(KeyboardRoutingTest, pasteComesBeforeTheKeyOnPressAndRelease)
 {
     QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
@@ -108,17 +100,6 @@ TEST_F(KeyboardRoutingTest, copyComesAfterTheKeyOnPressAndRelease)
     EXPECT_TRUE(controller.copies.isEmpty());
     ASSERT_TRUE(waitUntil([this] { return controller.copies.size() == 2; }));
     EXPECT_GE(controller.copies[0], 195);
-}
-
-TEST_F(KeyboardRoutingTest, underASheetNothingIsRoutedAndPlainKeysNeverAre)
-{
-    QDialog sheet;
-    controller.beginSheet(&sheet, {});
-    QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
-    EXPECT_TRUE(seen().isEmpty());
-    sheet.done(0);
-    QTest::keyClick(window, Qt::Key_A);
-    EXPECT_EQ(seen(), (QStringList{u"press A"_s, u"release A"_s}));
 }
 
 TEST_F(KeyboardRoutingTest, theFirstItemThatMatchesDecides)

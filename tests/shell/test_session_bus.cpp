@@ -1,6 +1,4 @@
-#include "app/kit/NotificationCenter.h"
 #include "app/shell/AdministratorRight.h"
-#include "app/shell/ServiceNotifications.h"
 #include "app/shell/SingleInstance.h"
 #include "tests/shell/shell_fixture.h"
 
@@ -105,31 +103,6 @@ TEST_F(SessionBusTest, runsAloneWithoutABus)
     EXPECT_EQ(alone.claim(), SingleInstance::Role::alone);
     EXPECT_TRUE(log().contains("no session bus"_L1));
     QDBusConnection::disconnectFromBus(u"none"_s);
-}
-
-TEST_F(SessionBusTest, repostsTheServicesNotificationsWithoutAnObject)
-{
-    ServiceNotifications notifications(connect("receiver"));
-    QStringList received;
-    QObject context;
-    for (const QString &name : {VMServiceDidStart, VMServiceDidStop, VMServiceDidCreate,
-                                VMServiceDidDelete, VMServiceDidChange})
-        NotificationCenter::defaultCenter().addObserver(
-            &context, name, [&](const Notification &notification) {
-                EXPECT_FALSE(notification.object.isValid());
-                received << notification.name.section(QLatin1Char('.'), -1);
-            });
-    const QDBusConnection sender = connect("sender");
-    const QStringList members = {u"start"_s,  u"other"_s,  u"stop"_s,
-                                 u"create"_s, u"delete"_s, u"change"_s};
-    for (const QString &member : members)
-        sender.send(QDBusMessage::createSignal(u"/com/quelda/tarvhv"_s,
-                                               u"com.quelda.tarvhv.notification"_s, member)
-                    << u"id"_s);
-    EXPECT_TRUE(waitUntil([&] { return received.size() == 5; }));
-    QStringList expected = members;
-    expected.removeAll(u"other"_s);
-    EXPECT_EQ(received, expected);
 }
 
 TEST_F(SessionBusTest, theAdministratorRightIsPolkitsAnswer)

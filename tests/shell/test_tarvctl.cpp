@@ -7,7 +7,6 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QTest>
-#include <QTimer>
 
 #include <csignal>
 #include <optional>
@@ -32,13 +31,10 @@ protected:
     void run(const QStringList &arguments,
              const std::optional<TarvCTL::Environment> &environment = std::nullopt)
     {
-        runner->execute(arguments, environment, handler());
-    }
-    TarvCTL::CompletionHandler handler()
-    {
-        return [this](const QJsonValue &body, const std::optional<TarvError> &error) {
-            outcome = Outcome{body, error};
-        };
+        runner->execute(arguments, environment,
+                        [this](const QJsonValue &body, const std::optional<TarvError> &error) {
+                            outcome = Outcome{body, error};
+                        });
     }
     bool waitForOutcome()
     {
@@ -146,36 +142,6 @@ TEST_F(TarvCTLTest, aFailureIsLoggedAndShownOnTheKeyWindowBeforeItIsHandled)
     }
 }
 
-TEST_F(TarvCTLTest, withoutAKeyWindowTheAlertIsModal)
-{
-    setController(u"exit 1\n"_s);
-    ASSERT_EQ(QApplication::activeWindow(), nullptr);
-    bool modal = false;
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &poll, [&] {
-        if (QMessageBox *box = alert()) {
-            modal = box->isModal() && !box->parentWidget();
-            box->buttons().constFirst()->click();
-        }
-    });
-    poll.start(10);
-    run({u"list"_s});
-    ASSERT_TRUE(waitForOutcome());
-    EXPECT_TRUE(modal);
-}
-
-TEST_F(TarvCTLTest, aSilentFailureIsOnlyLogged)
-{
-    setController(u"exit 4\n"_s);
-    runner->setSilent(true);
-    run({u"list"_s});
-    ASSERT_TRUE(waitUntil([] { return log().contains("with status 4"_L1); }));
-    waitUntil([this] { return runner->processIdentifier() == -1; });
-    EXPECT_FALSE(outcome);
-    EXPECT_EQ(alert(), nullptr);
-    EXPECT_EQ(runner->exitStatus(), 4);
-}
-
 TEST_F(TarvCTLTest, aControllerThatCanNotBeStartedIsAnErrorOfItsOwn)
 {
     write(u"settings.ini"_s, "[tarv]\ntarvctl_executable = /nowhere/tarvctl\n");
@@ -223,35 +189,4 @@ TEST_F(TarvCTLTest, aDetachedCommandRunsOnUnfollowedAndAnAbandonedOneIsKilled)
     ASSERT_TRUE(waitUntil([=] { return kill(detached, 0) != 0; })) << "reaped all the same";
     EXPECT_FALSE(outcome);
     EXPECT_FALSE(log().contains("command failed"_L1));
-}
-
-TEST_F(TarvCTLTest, aClassCommandLivesUntilItsEndAndNeedsNoHandler)
-{
-    setController(u"print {\"body\": true}\nexit 0\n"_s);
-    TarvCTL::executeCommand({u"clone"_s});
-    TarvCTL::executeCommand({u"clone"_s}, std::nullopt, handler());
-    ASSERT_TRUE(waitForOutcome());
-    EXPECT_TRUE(outcome->body.toBool());
-}
-
-TEST(TypedValues, answerOnlyTheirOwnType)
-{
-    const QJsonObject map{{u"text"_s, u"7"_s},
-                          {u"number"_s, 7.9},
-                          {u"large"_s, qint64(9007199254740993)},
-                          {u"huge"_s, 1e300},
-                          {u"yes"_s, true}};
-    const auto integer = [&](const char *key) {
-        return typedValues::integerForKey(map, QLatin1String(key));
-    };
-    EXPECT_EQ(integer("text"), 9223372036854775807);
-    EXPECT_EQ(integer("absent"), 9223372036854775807);
-    EXPECT_EQ(typedValues::integerForKey(map, u"text"_s, -1), -1);
-    EXPECT_EQ(integer("number"), 7);
-    EXPECT_EQ(integer("large"), 9007199254740993);
-    EXPECT_EQ(integer("huge"), 9223372036854775807);
-    EXPECT_EQ(integer("yes"), 1);
-    EXPECT_EQ(typedValues::stringForKey(map, u"text"_s), u"7"_s);
-    EXPECT_EQ(typedValues::stringForKey(map, u"number"_s), std::nullopt);
-    EXPECT_EQ(typedValues::objectOfClass<QJsonArray>(map, u"text"_s), std::nullopt);
 }
