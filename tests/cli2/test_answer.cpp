@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -87,17 +86,6 @@ TEST(Answer, failsByWhatThePeerDid)
     EXPECT_EQ(error_of("{\"a\":" + std::string(CLI2_DEPTH_MAX, '[')), EMSGSIZE);
 }
 
-TEST(Answer, countsAPeerThatLeftTheRequestUnreadAsGone)
-{
-    Peer peer([](int fd) {
-        char byte;
-        recv(fd, &byte, 1, 0);
-    });
-    send_text(peer.fd(), "status\r\n");
-    EXPECT_EQ(cli2_recv_json_to(peer.fd(), minute), nullptr);
-    EXPECT_EQ(errno, ENOTCONN);
-}
-
 TEST(Answer, hasOneDeadlineHoweverThePeerTrickles)
 {
     Peer peer([](int fd) {
@@ -129,23 +117,4 @@ TEST(Answer, survivesSignalsAndPassesThroughSmallBuffers)
     setitimer(ITIMER_REAL, &none, nullptr);
     sigaction(SIGALRM, &old, nullptr);
     EXPECT_EQ(json_find_str(tree.get(), "body.text", ""), text);
-}
-
-TEST(Answer, carriesDescriptorsUpToTheRoomForThem)
-{
-    Peer peer([](int fd) {
-        const UniqueFd null(open("/dev/null", O_RDONLY)), zero(open("/dev/zero", O_RDONLY));
-        const int fds[] = {zero.get(), null.get(), null.get()};
-        EXPECT_EQ(cli2_answer(fd, nullptr, fds, 3), 0);
-    });
-    int fds[] = {-1, -1};
-    size_t count = 1;
-    const Tree tree(cli2_recv_json_fds(peer.fd(), minute, fds, &count), json_delete);
-    EXPECT_STREQ(json_find_str(tree.get(), "status", ""), "OK");
-    ASSERT_EQ(count, 1u);
-    const UniqueFd owner(fds[0]);
-    char byte = 1;
-    EXPECT_EQ(read(fds[0], &byte, 1), 1);
-    EXPECT_EQ(fcntl(fds[0], F_GETFD), FD_CLOEXEC);
-    EXPECT_EQ(fds[1], -1);
 }

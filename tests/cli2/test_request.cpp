@@ -77,14 +77,6 @@ TEST(Request, endsByItsOwnSyntaxHoweverItArrives)
     }
 }
 
-TEST(Request, takesAnOptionalValueThatFollowsAtOnce)
-{
-    EXPECT_EQ(feed("stop\r\n{\"force\":true}", 100).kind, JSON_OBJECT);
-    const Outcome half = feed("stop\r\n{\"force\":", 100);
-    EXPECT_EQ(half.result, 0);
-    EXPECT_EQ(half.command, "stop");
-}
-
 TEST(Request, refusesWhatIsNone)
 {
     const struct

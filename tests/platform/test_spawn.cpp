@@ -6,10 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <string>
-#include <sys/syscall.h>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -70,19 +67,6 @@ TEST(spawn_bound, keeps_only_the_descriptors_it_is_told_to)
     EXPECT_EQ(errno, EBADF);
 }
 
-TEST(spawn_bound, says_why_a_program_does_not_start)
-{
-    char path[] = "/nowhere/tool";
-    char *const argv[] = {path, nullptr};
-    const platform_launch launch = {path, argv, nullptr};
-    EXPECT_EQ(platform_spawn_bound(launch, nullptr, 0), -1);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(platform_spawn(launch), -1);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD);
-}
-
 TEST(spawn_bound, ends_with_the_process_that_started_it)
 {
     Tool tool({"ignore-term"});
@@ -106,24 +90,6 @@ TEST(spawn_bound, ends_with_the_process_that_started_it)
     waitpid(supervisor, nullptr, 0);
     // Its output ends when it does.
     EXPECT_EQ(tool.output(), "");
-}
-
-TEST(process, is_not_a_thread)
-{
-    std::atomic<pid_t> number = 0;
-    std::atomic<bool> done = false;
-    std::thread thread([&] {
-        number = pid_t(syscall(SYS_gettid));
-        number.notify_one();
-        done.wait(false);
-    });
-    number.wait(0);
-    EXPECT_EQ(platform_process_state(number), 0);
-    EXPECT_EQ(platform_process_state(getpid()), PROCESS_RUNNING);
-    EXPECT_EQ(platform_process_identity(number), 0u);
-    done = true;
-    done.notify_one();
-    thread.join();
 }
 
 } // namespace

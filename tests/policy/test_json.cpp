@@ -68,31 +68,4 @@ TEST(Json, printsOneLineThatReadsBack)
     EXPECT_EQ(json_print(nullptr), "null");
 }
 
-TEST(Json, buildsTreesAndRefusesWhatDoesNotFit)
-{
-    const Tree tree(json_mkobject(), json_delete);
-    EXPECT_EQ(json_append_str(tree.get(), "action", "accept"), 0);
-    json *const list = json_mkarray();
-    EXPECT_EQ(json_append(tree.get(), "list", list), 0);
-    EXPECT_EQ(json_append_int64(list, nullptr, 12), 0);
-    EXPECT_EQ(json_print(tree.get()), R"({"action":"accept","list":[12]})");
-
-    EXPECT_EQ(json_append_bool(tree.get(), nullptr, true), -1) << "a member needs a name";
-    EXPECT_EQ(json_append_str(json_first_child(tree.get()), "a", "b"), -1);
-    EXPECT_EQ(json_append(list, nullptr, tree.get()), -1) << "a tree can't hold itself";
-    EXPECT_EQ(json_append(tree.get(), "again", list), -1) << "it has its place";
-    EXPECT_EQ(json_print(tree.get()), R"({"action":"accept","list":[12]})");
-}
-
-TEST(Json, walksChildrenInOrderWithTheirNames)
-{
-    const Tree tree = parse(R"({"z":1,"a":[2]})");
-    const json *const first = json_first_child(tree.get());
-    EXPECT_STREQ(json_name(first), "z");
-    const json *const second = json_next(first);
-    EXPECT_STREQ(json_name(second), "a");
-    EXPECT_EQ(json_name(json_first_child(second)), nullptr) << "an item has no name";
-    EXPECT_EQ(json_next(second), nullptr);
-    EXPECT_EQ(json_first_child(first), nullptr);
-}
 } // namespace

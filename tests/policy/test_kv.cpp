@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <memory>
 #include <string>
 
@@ -38,17 +37,6 @@ TEST(Kv, replacesAValueInItsPlace)
     EXPECT_EQ(keys(tree.get()), "b c a ");
 }
 
-TEST(Kv, keepsChildrenWithoutAKeyInAnyContainer)
-{
-    for (const uint32_t type : {KV_MAP, KV_LIST}) {
-        const Tree tree(kv_new_type(type), kv_free);
-        kv_set_type(tree.get(), nullptr, "one", KV_STRING);
-        kv_set_type(tree.get(), nullptr, "two", KV_STRING);
-        EXPECT_EQ(keys(tree.get()), "- - ");
-        EXPECT_STREQ(kv_str(kv_find(tree.get(), "[1]"), ""), "two");
-    }
-}
-
 TEST(Kv, findsByExactKeyFirstAndByPathElse)
 {
     const Tree tree = mapping();
@@ -66,29 +54,4 @@ TEST(Kv, findsByExactKeyFirstAndByPathElse)
     EXPECT_STREQ(kv_get_str(nullptr, "a.b", "default"), "default");
 }
 
-TEST(Kv, handsOutWhatItDetaches)
-{
-    const Tree tree = mapping();
-    kv_set_type(tree.get(), "a", "x", KV_STRING);
-    const Tree node(kv_detach(tree.get(), "a"), kv_free);
-    EXPECT_STREQ(kv_str(node.get(), ""), "x");
-    EXPECT_EQ(kv_count(tree.get()), 0u);
-    EXPECT_EQ(kv_next(node.get()), nullptr);
-    EXPECT_EQ(kv_detach(tree.get(), "a"), nullptr);
-}
-
-TEST(Kv, refusesValuesThatDoNotFit)
-{
-    const Tree tree = mapping();
-    kv *const list = kv_new_type(KV_LIST);
-    ASSERT_EQ(kv_set(tree.get(), "list", list), 0);
-    EXPECT_EQ(kv_set(list, nullptr, tree.get()), -1) << "a tree can't hold itself";
-    EXPECT_EQ(kv_set(tree.get(), "again", list), -1) << "it has its place";
-    EXPECT_EQ(kv_set(tree.get(), "x", nullptr), -1);
-    EXPECT_EQ(kv_set_type(nullptr, "x", "y", KV_STRING), -1);
-    EXPECT_EQ(kv_set_type(tree.get(), "x", "12", KV_INT), -1);
-    EXPECT_EQ(kv_new_type(5), nullptr);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(keys(tree.get()), "list ");
-}
 } // namespace

@@ -1,6 +1,5 @@
 #include "tests/support/service_home.h"
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -9,7 +8,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -121,37 +119,17 @@ pid_t ServiceHome::spawn(const std::vector<std::string> &argv, int out, int err)
 ProgramResult ServiceHome::run(const std::vector<std::string> &argv) const
 {
     ProgramResult result;
-    const std::array<std::string *, 2> texts = {&result.out, &result.err};
-    std::array<int, 2> readers, writers;
-    for (size_t index = 0; index < 2; ++index) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            return result;
-        readers[index] = ends[0];
-        writers[index] = ends[1];
-    }
-    const pid_t pid = spawn(argv, writers[0], writers[1]);
-    for (int fd : writers)
-        close(fd);
-    for (size_t open = 2; open > 0;) {
-        pollfd waits[] = {{readers[0], POLLIN, 0}, {readers[1], POLLIN, 0}};
-        poll(waits, 2, -1);
-        for (size_t index = 0; index < 2; ++index) {
-            char bytes[4096];
-            const ssize_t got =
-                waits[index].revents ? read(readers[index], bytes, sizeof bytes) : -1;
-            if (got > 0) {
-                texts[index]->append(bytes, static_cast<size_t>(got));
-            } else if (got == 0) {
-                close(readers[index]);
-                readers[index] = -1;
-                --open;
-            }
-        }
-    }
+    const std::string out = file("run.out"), err = file("run.err");
+    const int out_fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int err_fd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const pid_t pid = spawn(argv, out_fd, err_fd);
+    close(out_fd);
+    close(err_fd);
     int status = 0;
     if (pid > 0 && waitpid(pid, &status, 0) == pid)
         result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.out = file_text(out);
+    result.err = file_text(err);
     return result;
 }
 

@@ -11,7 +11,7 @@
 
 // Waits until the condition holds; false after a generous deadline.
 bool wait_for(const std::function<bool()> &condition,
-              std::chrono::seconds patience = std::chrono::seconds(40));
+              std::chrono::seconds patience = std::chrono::seconds(60));
 
 struct ProgramResult
 {

@@ -1,6 +1,6 @@
 // Stands in for the supervisor of a VM: it serves the VM's socket, and behaves as the VM's name
 // asks for: "plain", "slow" (starts slowly), "fail" (does not start), "hang" (accepts and never
-// answers), "refuse" (answers every command but status with an error).
+// answers).
 #include "hostlib/vm/owners.h"
 #include "hostlib/vm/vmlib.h"
 #include "policy/owners.h"
@@ -81,14 +81,12 @@ void serve(int listener, struct vm *vm, const std::string &id, const std::string
         const std::string command = receive(fd);
         if (command == "status")
             answer_status(fd, name == "slow" && ++asked < 5 ? "starting" : "running");
-        else if (name == "refuse" && !command.empty())
-            cli2_answer_error(fd, 5, "not now", nullptr);
         else if (!command.empty())
             cli2_answer(fd, nullptr, nullptr, 0);
-        if (command == "suspend" && name != "refuse")
+        if (command == "suspend")
             suspend(vm, id);
         close(fd);
-        if (name != "refuse" && (command == "stop" || command == "suspend"))
+        if (command == "stop" || command == "suspend")
             leave(0, "");
     }
 }

@@ -2,7 +2,6 @@
 
 #include <csignal>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
@@ -235,30 +234,6 @@ TEST_F(CreateTest, finishesWhatWasKilledWhilePublishing)
     EXPECT_EQ(status(id), "gone");
     create("other");
     EXPECT_EQ(status(id), "stopped");
-}
-
-TEST_F(CreateTest, offersImagesNewestFirst)
-{
-    make_disc(m_home.file("images/any.iso"), {0});
-    std::filesystem::create_directory(m_home.file("home/Downloads"));
-    std::ofstream(m_home.file("home/user-dirs.dirs"))
-        << "XDG_DOWNLOAD_DIR=\"" << m_home.file("home/Downloads") << "\"\n";
-    m_home.environment["XDG_CONFIG_HOME"] = m_home.file("home");
-    std::ofstream(m_home.file("home/Downloads/system-9.10.img")) << std::string(4096, 'x');
-    std::ofstream(m_home.file("home/Downloads/broken.iso")) << "x";
-    create("vm"); // its disk is none
-    const std::string disc = "file://" + m_home.file("images/any.iso");
-    const bool named = access("/usr/bin/osinfo-detect", X_OK) == 0;
-    EXPECT_EQ(ctl({"create", "--list"})["body"],
-              Json({{{"version", "11.5.0"},
-                     {"build", named ? "Debian 11 (x86_64)" : "Debian 11.5.0 amd64 n"},
-                     {"url", disc}},
-                    {{"version", "9.10"},
-                     {"build", "system-9.10.img"},
-                     {"url", "file://" + m_home.file("home/Downloads/system-9.10.img")}}}));
-    ASSERT_EQ(ctl({"create", "newest", "latest"})["exit"], 0);
-    EXPECT_EQ(ctl({"show", "newest"})["body"]["configuration"]["cdrom"],
-              m_home.file("images/any.iso"));
 }
 
 // ---- clones -----------------------------------------------------------------------------------

@@ -1,64 +1,34 @@
 #include "tests/tarvvm/live_vm.h"
 
-#include "hostlib/utils/utils.h"
 #include "platform/memory.h"
 #include "tarvhv/cli2.h"
 #include "tests/guest/guests.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstring>
-#include <poll.h>
-#include <spawn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <thread>
-#include <uuid/uuid.h>
+#include <unistd.h>
 
-bool wait_until(const std::function<bool()> &condition, int seconds)
+LiveVm::LiveVm(const std::string &disk, const std::string &config)
+    : m_id(file_text("/proc/sys/kernel/random/uuid").substr(0, 36))
 {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
-}
-
-uint64_t private_memory(pid_t pid)
-{
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    std::string name;
-    for (uint64_t kilobytes = 0; file >> name; file.ignore(1000, '\n'))
-        if (name == "RssAnon:" && file >> kilobytes)
-            return kilobytes * 1024;
-    return 0;
-}
-
-LiveVm::LiveVm(const std::string &disk, const std::string &config, const std::string &settings)
-{
-    uuid_t uuid;
-    char text[37];
-    uuid_generate(uuid);
-    uuid_unparse_lower(uuid, text);
-    m_id = text;
-    std::filesystem::create_directories(m_directory.path("images"));
     const std::filesystem::path guest = TARV_GUEST_DIR "/" + disk + ".img";
     if (std::filesystem::exists(guest))
-        std::filesystem::copy_file(guest, m_directory.path("images/disk.img"));
-    m_directory.write("vms/" + m_id + "/config.yaml",
-                      "name: live\nram: {size: 67108864}\nhard_drives:\n- {file: disk.img}\n" +
-                          config);
-    std::string ini = "[tarv]\nengine_accel = tcg\nstop_wait = 1\n";
-    for (const auto &[key, value] :
-         {std::pair("vm_lib_dir", "vms"), std::pair("img_lib_dir", "images"),
-          std::pair("log_dir", "logs"), std::pair("vm_lock_dir", "locks")})
-        ini += std::string(key) + " = " + m_directory.path(value) + "\n";
-    m_directory.write("settings.ini", ini + settings);
+        std::filesystem::copy_file(guest, file("images/disk.img"));
+    std::filesystem::create_directory(file("vms/" + m_id));
+    write("vms/" + m_id + "/config.yaml",
+          "name: live\nram: {size: 67108864}\nhard_drives:\n- {file: disk.img}\n" + config);
+    m_home.set("vm_lock_dir", file("locks"));
+    m_home.environment["TARV_JOB_REPORT"] = file("report");
+    m_home.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + file("no-bus");
 }
 
 LiveVm::~LiveVm()
@@ -77,39 +47,29 @@ void LiveVm::start(const std::vector<std::string> &arguments)
     std::vector<std::string> words = {TARVVM_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     words.push_back(m_id);
-    std::vector<std::string> variables = {"PATH=/usr/bin:/bin", "HOME=" + m_directory.path(),
-                                          "TARV_CONFIG_PATH=" + m_directory.path("settings.ini"),
-                                          "TARV_JOB_REPORT=" + m_directory.path("report"),
-                                          "DBUS_SESSION_BUS_ADDRESS=unix:path=" +
-                                              m_directory.path("no-bus")};
-    std::vector<char *> argv, envp;
-    for (std::string &word : words)
-        argv.push_back(word.data());
-    for (std::string &variable : variables)
-        envp.push_back(variable.data());
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 2, m_directory.path("stderr").c_str(),
-                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
-    std::error_code ignored;
-    std::filesystem::remove(m_directory.path("report"), ignored);
-    EXPECT_EQ(posix_spawn(&m_pid, TARVVM_PROGRAM, &actions, nullptr, argv.data(), envp.data()), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    std::filesystem::remove(file("report"));
+    const UniqueFd log(
+        open(file("log/stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    m_pid = m_home.spawn(words, -1, log.get());
+    EXPECT_GT(m_pid, 0);
+}
+
+void LiveVm::write(const std::string &name, const std::string &text) const
+{
+    std::ofstream(file(name)) << text;
 }
 
 bool LiveVm::startAndRun()
 {
     start();
-    return wait_until([this] { return state() == "running"; });
+    return wait_for([this] { return state() == "running"; });
 }
 
 int LiveVm::wait()
 {
     int status = -1;
     pid_t ended = 0;
-    wait_until([&] { return (ended = waitpid(m_pid, &status, WNOHANG)) != 0; });
+    wait_for([&] { return (ended = waitpid(m_pid, &status, WNOHANG)) != 0; });
     if (ended != m_pid)
         return -1;
     m_pid = -1;
@@ -142,17 +102,17 @@ int64_t LiveVm::status(const char *name) const
 
 std::string LiveVm::log() const
 {
-    return m_directory.read("stderr");
+    return file_text(file("log/stderr"));
 }
 
 std::string LiveVm::report() const
 {
-    return m_directory.read("report");
+    return file_text(file("report"));
 }
 
 std::string LiveVm::config() const
 {
-    return m_directory.read("vms/" + m_id + "/config.yaml");
+    return file_text(file("vms/" + m_id + "/config.yaml"));
 }
 
 std::string LiveVm::socketPath() const
@@ -211,14 +171,6 @@ uint32_t LiveViewer::at(uint32_t x, uint32_t y) const
     return pixel & 0xffffff;
 }
 
-int LiveViewer::frameNumber() const
-{
-    int number = 0;
-    for (int bit = 0; bit < GUEST_COUNTER_BITS; bit++)
-        number |= int(at(uint32_t(bit * GUEST_COUNTER_STEP + 8), 8) & 1) << bit;
-    return number;
-}
-
 void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments)
 {
     display_packet packet{type, {}};
@@ -247,7 +199,6 @@ bool LiveViewer::take()
             memory.reset(fd);
         }
         if (packet.type == DISPLAY_DAMAGE) {
-            m_damage++;
             if (packet.arg[5])
                 send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});
         } else if (packet.type == DISPLAY_MODE) {
@@ -260,5 +211,5 @@ bool LiveViewer::take()
 
 bool LiveViewer::shows(const std::function<bool()> &condition)
 {
-    return wait_until([&] { return take() && condition(); });
+    return wait_for([&] { return take() && condition(); });
 }

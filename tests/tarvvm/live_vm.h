@@ -4,17 +4,12 @@
 #include "platform/unique_fd.h"
 #include "services/engine/trees.h"
 #include "tarvhv/cli2/display_protocol.h"
-#include "tests/support/scratch.h"
+#include "tests/support/service_home.h"
 
 #include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
-
-// Waits until a condition holds, for a loaded machine's patience.
-bool wait_until(const std::function<bool()> &condition, int seconds = 60);
-// Memory that a process has to itself, in bytes; 0 when it is gone.
-uint64_t private_memory(pid_t pid);
 
 // An answer of the service socket with its descriptors; no tree when there was none.
 struct LiveAnswer
@@ -29,9 +24,8 @@ struct LiveAnswer
 class LiveVm
 {
 public:
-    // `disk` names a guest; `config` is added to the configuration, `settings` to the settings.
-    explicit LiveVm(const std::string &disk, const std::string &config = "",
-                    const std::string &settings = "");
+    // `disk` names a guest; `config` is added to the configuration.
+    explicit LiveVm(const std::string &disk, const std::string &config = "");
     ~LiveVm(); // ends what still runs
     LiveVm(const LiveVm &) = delete;
     LiveVm &operator=(const LiveVm &) = delete;
@@ -55,10 +49,12 @@ public:
     const std::string &id() const { return m_id; }
     std::string socketPath() const;
     pid_t pid() const { return m_pid; }
-    ScratchDirectory &directory() { return m_directory; }
+    ServiceHome &home() { return m_home; }
+    std::string file(const std::string &name) const { return m_home.file(name); }
+    void write(const std::string &name, const std::string &text) const;
 
 private:
-    ScratchDirectory m_directory;
+    ServiceHome m_home;
     std::string m_id;
     pid_t m_pid = -1;
 };
@@ -72,12 +68,9 @@ public:
     LiveViewer(const LiveViewer &) = delete;
     LiveViewer &operator=(const LiveViewer &) = delete;
 
-    bool connected() const { return bool(m_channel); }
     uint32_t width() const { return m_control ? m_control->width : 0; }
     uint32_t height() const { return m_control ? m_control->height : 0; }
     uint32_t at(uint32_t x, uint32_t y) const;
-    // The number that the repainting guest shows.
-    int frameNumber() const;
 
     void send(uint32_t type, std::initializer_list<int32_t> arguments);
     void key(int32_t number, bool down) { send(DISPLAY_KEY, {number, down}); }
@@ -87,7 +80,6 @@ public:
     bool take();
     // The reason of the last goodbye, or -1.
     int closedReason() const { return m_closed; }
-    uint64_t damagePackets() const { return m_damage; }
 
 private:
     bool map(UniqueFd memory);
@@ -96,5 +88,4 @@ private:
     const display_fbctl *m_control = nullptr;
     size_t m_size = 0;
     int m_closed = -1;
-    uint64_t m_damage = 0;
 };

@@ -131,16 +131,6 @@ TEST_F(Vdsk, readsARawImageAndItsPartialLastSector)
     EXPECT_EQ(vdsk_read(disk.get(), found.data(), UINT64_MAX, SIZE_MAX), 0);
 }
 
-TEST_F(Vdsk, takesTheSectorSizeFromThePartitionTable)
-{
-    write("large.raw", "\x55\xaa", 510);
-    write("large.raw", "EFI PART" + std::string(4088, '\0'), 4096);
-    const Disk disk(vdsk_open(at("large.raw").c_str()), vdsk_close);
-    ASSERT_TRUE(disk) << vdsk_error();
-    EXPECT_EQ(vdsk_sectorsize(disk.get()), 4096u);
-    EXPECT_EQ(vdsk_sectors(disk.get()), 2u);
-}
-
 TEST_F(Vdsk, refusesWhatIsNoImage)
 {
     expectRefused("nothing", ENOENT, "No such file");

@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -31,10 +30,8 @@ protected:
     }
     Json start(const std::string &label, const std::vector<std::string> &arguments)
     {
-        return ask("start", {{"label", label},
-                             {"program", JOBTOOL_PROGRAM},
-                             {"arguments", arguments},
-                             {"environment", {{"FLAG", "set"}}}});
+        return ask("start",
+                   {{"label", label}, {"program", JOBTOOL_PROGRAM}, {"arguments", arguments}});
     }
     // The status answer once the job has ended.
     Json ended(const std::string &label)
@@ -79,15 +76,6 @@ TEST_F(VlaunchdTest, tellsHowJobsEnded)
     EXPECT_EQ(ended("job")["message"], "job was killed by signal 9");
     EXPECT_EQ(ended("job")["body"]["status"], 137);
     EXPECT_EQ(ask("list")["body"]["jobs"], Json::parse(R"([{"label":"job","status":137}])"));
-}
-
-TEST_F(VlaunchdTest, startsJobsInASessionOfTheirOwnWithTheGivenEnvironment)
-{
-    m_home.start_vlaunchd();
-    ASSERT_EQ(start("com.quelda.tarvhv.some-vm", {"show"})["status"], "OK");
-    ended("com.quelda.tarvhv.some-vm");
-    EXPECT_THAT(file_text(m_home.file("log/some-vm.log")),
-                HasSubstr("session 1 cwd / term 1 flag set"));
 }
 
 TEST_F(VlaunchdTest, refusesWhatCanNotBeRun)
@@ -192,38 +180,6 @@ TEST_F(VlaunchdTest, neverTakesAnotherProcessForItsJob)
     kill(other, SIGKILL);
 }
 
-TEST_F(VlaunchdTest, endsCleanlyAndLeavesItsJobs)
-{
-    m_home.start_vlaunchd();
-    const pid_t job = pid_of(start("job", {"wait"}));
-    m_home.end_vlaunchd(SIGTERM);
-    EXPECT_FALSE(std::filesystem::exists(m_home.file("vlaunchd")));
-    EXPECT_EQ(kill(job, 0), 0);
-    m_home.start_vlaunchd();
-    EXPECT_EQ(pid_of(ask("status", "job")), job);
-    EXPECT_EQ(m_home.run({VLAUNCHD_PROGRAM}).status, 1) << "a second service on the same socket";
-    EXPECT_EQ(pid_of(ask("status", "job")), job);
-}
-
-TEST_F(VlaunchdTest, takesTheSocketOfAServiceManagerAndLeavesItInPlace)
-{
-    if (access("/usr/bin/systemd-socket-activate", X_OK) != 0)
-        GTEST_SKIP() << "systemd-socket-activate is not on this machine";
-    std::vector<std::string> argv = {"/usr/bin/systemd-socket-activate", "--listen",
-                                     m_home.file("vlaunchd")};
-    for (const auto &[name, value] : m_home.environment)
-        argv.push_back("--setenv=" + name + "=" + value);
-    argv.push_back(VLAUNCHD_PROGRAM);
-    const pid_t service = m_home.spawn(argv);
-    ASSERT_TRUE(wait_for([&] { return m_home.ask("list\r\n") != ""; }));
-    const pid_t job = pid_of(start("job", {"wait"}));
-    kill(service, SIGTERM);
-    ASSERT_EQ(waitpid(service, nullptr, 0), service);
-    EXPECT_TRUE(std::filesystem::exists(m_home.file("vlaunchd")));
-    m_home.start_vlaunchd();
-    EXPECT_EQ(pid_of(ask("status", "job")), job);
-}
-
 TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
 {
     m_home.start_vlaunchd();
@@ -255,21 +211,6 @@ TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
     EXPECT_GT(recv(slow, answer, sizeof answer - 1, 0), 0);
     EXPECT_THAT(answer, StartsWith("{\"status\":\"OK\""));
     close(slow);
-}
-
-TEST_F(VlaunchdTest, recordsTheAgreementOrSaysWhyNot)
-{
-    const std::string support = m_home.file("made/here");
-    m_home.environment["TARV_SUPPORT_DIR"] = support;
-    m_home.start_vlaunchd();
-    EXPECT_EQ(ask("eula", {{"action", "accept"}}), Json({{"status", "OK"}}));
-    EXPECT_TRUE(std::filesystem::exists(support + "/.TarvEulaAccepted"));
-    std::filesystem::remove_all(m_home.file("made"));
-    std::ofstream(m_home.file("made")) << "a file";
-    const Json refused = ask("eula", {{"action", "accept"}});
-    EXPECT_EQ(refused["status"], "ERROR");
-    EXPECT_EQ(refused["error"], ENOTDIR);
-    EXPECT_EQ(refused["message"], support + ": Not a directory");
 }
 
 TEST_F(VlaunchdTest, doesNotServeWhereItsRecordsAreNotItsOwn)

@@ -119,17 +119,3 @@ TEST_F(Addons, firmwareVariablesAreReadInListingOrder)
     EXPECT_EQ(errno, EFAULT);
     EXPECT_EQ(Home::get().takeLog(), "vm: fvutil exit status 4\r\n");
 }
-
-TEST_F(Addons, firmwareVariablesAreSetAndDeleted)
-{
-    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "v"), -1);
-    EXPECT_EQ(errno, ENOEXEC);
-    EXPECT_NE(Home::get().takeLog().find("vm: fvutil not configured\r\n"), std::string::npos);
-    Home::get().setTool("fvutil_executable", R"(echo "$@"; test "$3" != bad || exit 5)");
-    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "v w"), 0);
-    EXPECT_EQ(vm_write_nvram(vm.get(), "n", nullptr), 0);
-    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "bad"), -1);
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(Home::get().takeLog(), "nvram n v w\n-d nvram n\nnvram n bad\n"
-                                     "vm: failed to set nvram variable n: error 5\r\n");
-}

@@ -5,7 +5,6 @@
 #include "tests/vm/home.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -36,11 +35,6 @@ protected:
         return kv_get_str(config.get(), "name", "none");
     }
     std::string queue() const { return read_file(Home::get().images / ".removal-queue"); }
-    void set_time(const fs::path &path, long nanoseconds) const
-    {
-        const timespec times[2] = {{1000, nanoseconds}, {1000, nanoseconds}};
-        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    }
 
     const fs::path dir = Home::get().vms / id;
 };
@@ -65,19 +59,6 @@ TEST_F(Record, settlesItsConfigurationFileOnce)
 
     fs::rename(dir, Home::get().vms / "moved");
     EXPECT_EQ(name_of(older.get()), "older");
-}
-
-TEST_F(Record, logsWhatCannotBeOpened)
-{
-    EXPECT_EQ(vm_openat(AT_FDCWD, "/nonexistent/vm"), nullptr);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(vm_openat(-1, nullptr), nullptr);
-    EXPECT_EQ(Home::get().takeLog(), "vm: /nonexistent/vm: No such file or directory\r\n"
-                                     "vm: (null): No such file or directory\r\n");
-    write_file(dir / "config.yaml", "name: [\n");
-    EXPECT_EQ(vm_read_config(open().get()), nullptr);
-    EXPECT_EQ(vm_stop_date(open().get()), -1);
-    EXPECT_TRUE(Home::get().takeLog().starts_with("vm: " + id + ": failed to read config: "));
 }
 
 TEST_F(Record, rewritesWhatItReadAndNothingElse)
@@ -161,35 +142,4 @@ TEST_F(Record, removesItsSuspendedStateFromBothPlaces)
     EXPECT_EQ(vm_remove_state(vm.get()), 0);
     EXPECT_EQ(read_file(dir / "config.yaml"), "{ name:   a }");
     EXPECT_FALSE(fs::exists(dir / "state.yaml"));
-}
-
-TEST_F(Record, datesItselfByItsFilesAndDisks)
-{
-    const VmOwner vm = open();
-    const fs::path disk = Home::get().images / "a.img";
-    write_file(dir / "config.yaml", "hard_drives:\n  - {file: /none}\n  - {file: http://none}\n"
-                                    "  - {file: a.img}\n  - {}\n  - {file: never-looked-at}\n");
-    timespec time{};
-    EXPECT_EQ(vm_mtime(vm.get(), &time), -1);
-    write_file(dir / "nvram", "");
-    EXPECT_EQ(vm_mtime(vm.get(), &time), -1);
-    write_file(disk, "");
-    set_time(dir / "config.yaml", 5);
-    set_time(dir / "nvram", 7);
-    set_time(disk, 9);
-    EXPECT_EQ(vm_mtime(vm.get(), &time), 0);
-    EXPECT_EQ(time.tv_nsec, 9);
-    set_time(dir / "nvram", 11);
-    EXPECT_EQ(vm_atime(vm.get(), &time), 0);
-    EXPECT_EQ(time.tv_nsec, 11);
-
-    Home::get().takeLog();
-    EXPECT_EQ(vm_stop_date(vm.get()), -1);
-    EXPECT_EQ(Home::get().takeLog(),
-              "vm: " + id + ": failed to stat /none: No such file or directory\r\n");
-    write_file(dir / "config.yaml", "hard_drives: [{file: a.img}]\n");
-    EXPECT_EQ(vm_stop_date(vm.get()), 1000);
-    write_file(dir / "config.yaml", "hard_drives: [{}, {file: a.img}]\n");
-    EXPECT_EQ(vm_stop_date(vm.get()), -1);
-    EXPECT_EQ(Home::get().takeLog(), "");
 }

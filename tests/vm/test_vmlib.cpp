@@ -2,10 +2,8 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/vm/owners.h"
-#include "policy/owners.h"
 #include "tests/vm/home.h"
 
-#include <cerrno>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -96,31 +94,6 @@ TEST_F(Vmlib, findsByIdentifierOfAnyCaseAndByExactName)
     Home::get().takeLog();
     EXPECT_EQ(vmlib_tag_first(lib.get(), "none"), nullptr);
     EXPECT_EQ(Home::get().takeLog(), "vmlib: none: failed to open: No such file or directory\r\n");
-}
-
-TEST_F(Vmlib, createsAndReopens)
-{
-    const VmOwner made(vmlib_create(lib.get(), nullptr, nullptr));
-    ASSERT_TRUE(made);
-    const std::string id = vm_getid(made.get());
-    EXPECT_THAT(id, testing::MatchesRegex("[0-9a-f-]{36}"));
-    EXPECT_EQ(fs::status(dir / id).permissions(), fs::perms(0755));
-    EXPECT_TRUE(list().empty());
-    const VmOwner again(vmlib_create(lib.get(), id.c_str(), "1.0"));
-    EXPECT_EQ(vm_getid(again.get()), id);
-    EXPECT_STREQ(vm_gettag(again.get()), "1.0");
-    EXPECT_TRUE(fs::is_directory(dir / id / "1.0"));
-    write_file(dir / "file", "");
-    Home::get().takeLog();
-    EXPECT_EQ(vmlib_create(lib.get(), "file/x", nullptr), nullptr);
-    EXPECT_EQ(Home::get().takeLog(), "vmlib: file/x: failed to create: Not a directory\r\n");
-
-    const Library none(vmlib_open("/nonexistent"), vmlib_close);
-    EXPECT_EQ(vmlib_next(none.get()), nullptr);
-    EXPECT_EQ(vmlib_create(none.get(), "a", nullptr), nullptr);
-    EXPECT_EQ(Home::get().takeLog(),
-              "vmlib: /nonexistent: failed to open: No such file or directory\r\n");
-    EXPECT_STREQ(vmlib_vm_dir(none.get(), "a"), "/nonexistent/a");
 }
 
 TEST_F(Vmlib, deletesWithTheResultThatLogsGive)

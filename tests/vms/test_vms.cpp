@@ -1,6 +1,5 @@
 #include "hostlib/vms/vms.h"
 
-#include "hostlib/config/config.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "policy/owners.h"
@@ -111,20 +110,6 @@ protected:
 
 } // namespace
 
-TEST_F(Vms, aVmWithoutSocketDoesNotRun)
-{
-    EXPECT_EQ(vms_status(id.c_str()), nullptr);
-    EXPECT_EQ(vms_isrunning(id.c_str()), 0);
-    EXPECT_EQ(vms_getpid(id.c_str()), -1);
-    EXPECT_EQ(vms_status(nullptr), nullptr);
-    EXPECT_EQ(vms_isrunning(nullptr), 0);
-    EXPECT_EQ(vms_getpid(nullptr), -1);
-    EXPECT_EQ(errno, ESRCH);
-    EXPECT_EQ(vms_exit_status(nullptr), -1);
-    EXPECT_EQ(errno, ECHILD);
-    EXPECT_EQ(Home::get().takeLog(), "");
-}
-
 TEST_F(Vms, statusTellsTheProcessAndWhatItReports)
 {
     const Service service(vm_socket, "status\r\n",
@@ -197,24 +182,6 @@ TEST_F(Vms, stopRemovesTheSocketOnceTheJobIsGone)
     EXPECT_TRUE(fs::exists(vm_socket));
     EXPECT_EQ(ask(vms_stop, "remove", R"({"status":"OK"})"), "0;");
     EXPECT_FALSE(fs::exists(vm_socket));
-}
-
-TEST_F(Vms, onArmTheSupervisorIsAsked)
-{
-    EXPECT_EQ(wait_child(run_child([this] {
-                  setenv("TARV_HOST_ARM64", "1", 1);
-                  if (config_get_platform() != 2)
-                      return 2;
-                  {
-                      const Service service(vm_socket, "status\r\n", R"({"body":{"pid":4}})");
-                      if (vms_getpid(id.c_str()) != 4)
-                          return 3;
-                  }
-                  const Service service(vm_socket, "stop\r\n", "{}");
-                  const bool stopped = ask(vms_stop, "remove", R"({"status":"OK"})") == "0;";
-                  return stopped && !fs::exists(vm_socket) && !HasFailure() ? 0 : 4;
-              })),
-              0);
 }
 
 TEST_F(Vms, waitFollowsTheProcessOrGivesUp)
