@@ -4,6 +4,8 @@
 
 #include "platform/host.h"
 
+#include <cerrno>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <pwd.h>
 
@@ -80,6 +82,38 @@ TEST(config, takes_overrides_only_for_keys_of_a_file)
     EXPECT_FALSE(fs::exists(home.path("two")));
 }
 
+TEST(config, expands_paths_and_keeps_those_it_is_given)
+{
+    const ScratchDirectory home;
+    const std::string line(600, 'x');
+    home.write(".tarv/settings.ini",
+               "[tarv]\na = ~/x\nb = ~x\nc = x/~\nten = /234567890\nimage = ~/i\n"
+               "img_path = /a/bc\nimg_lib_dir = /a/b\ntag_lib_dir = ~/t\n"
+               "long = /" +
+                   line + "\n");
+    const std::string answer = in_new_process(home, [] {
+        char path[16];
+        std::string all;
+        for (const char *key : {"a", "b", "c", "long"})
+            all += text(config_get_path(key)) + "\n";
+        errno = 0;
+        for (const char *key : {"ten", "long", "absent"}) {
+            all += std::to_string(config_get_path_r(key, path, 10));
+            all += " " + std::to_string(errno) + "\n";
+        }
+        const char *before = config_get_path("image");
+        config_set_path("image", "/new");
+        config_set_path("absent", "/new");
+        all += text(before) + text(config_get_path("image")) + text(config_get_str("image"));
+        config_set_path("image", nullptr);
+        return all + text(config_get_path("image")) + "\n" + text(config_img_path());
+    });
+    EXPECT_EQ(answer, home.path("x") + "\n~x\nx/~\n/" + line + "\n10 0\n-1 " +
+                          std::to_string(ENOBUFS) + "\n-1 " + std::to_string(ENOENT) + "\n" +
+                          home.path("i") + "/new~/i" + home.path("i") +
+                          "\n/a/bc:" + home.path("t"));
+}
+
 TEST(config, reads_numbers_and_truth_values)
 {
     const struct
@@ -131,6 +165,24 @@ TEST(config, ends_the_process_when_settings_can_not_be_read)
         return int(config_get_long("a"));
     });
     EXPECT_NE(log.text().find("failed to read config: Not a directory"), std::string::npos);
+}
+
+TEST(config, asks_the_installer_for_the_version_of_the_add_ons)
+{
+    const ScratchDirectory home;
+    home.write(".tarv/settings.ini", "[tarv]\naddons_pkg = com.quelda.addons\n");
+    const auto ask = [&] {
+        return in_new_process(home, [] {
+            platform_set_path(PlatformPath::pkgutil, TARV_PROCTOOL);
+            const Capture log(2);
+            const std::string version = text(config_get_str("addons-version"));
+            return version + log.text();
+        });
+    };
+    EXPECT_EQ(ask(), "10.2.3");
+    home.write(".tarv/settings.ini", "[tarv]\naddons_pkg = unknown\n");
+    EXPECT_EQ(ask(), "(null)No receipt for 'unknown' found\nconfig: failed to get addons version: "
+                     "pkgutil tool ended with status 1\r\n");
 }
 
 } // namespace

@@ -1,10 +1,12 @@
 #include "platform/file.h"
 
+#include "platform/host.h"
 #include "tests/support/scratch.h"
 
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -31,6 +33,38 @@ TEST(file, is_not_emptied_before_its_lock_is_held)
     EXPECT_EQ(found, std::filesystem::canonical(path));
     ASSERT_EQ(platform_fd_path(writer.get(), cut, sizeof cut), 0);
     EXPECT_EQ(std::strlen(cut), 7u);
+}
+
+TEST(file, keeps_its_length_when_space_is_reserved)
+{
+    const ScratchDirectory directory;
+    directory.write("file", "text");
+    const UniqueFd fd(open(directory.path("file").c_str(), O_RDWR));
+    if (platform_reserve(fd.get(), 1 << 20) != 0) {
+        ASSERT_EQ(errno, ENOTSUP);
+        GTEST_SKIP() << "this file system reserves nothing";
+    }
+    struct stat status;
+    ASSERT_EQ(fstat(fd.get(), &status), 0);
+    EXPECT_EQ(status.st_size, 4);
+    EXPECT_GE(status.st_blocks * 512, 1 << 20);
+    EXPECT_EQ(platform_reserve(fd.get(), uint64_t(1) << 60), -1);
+    EXPECT_TRUE(errno == ENOSPC || errno == EFBIG) << std::strerror(errno);
+    EXPECT_EQ(platform_reserve(fd.get(), 0), 0);
+}
+
+TEST(path, can_be_moved)
+{
+    unsetenv("TARV_SUPPORT_DIR");
+    EXPECT_STREQ(platform_path(PlatformPath::support_dir),
+                 "/Library/Application Support/Quelda/Tarv");
+    setenv("TARV_SUPPORT_DIR", "/moved", 1);
+    EXPECT_STREQ(platform_path(PlatformPath::support_dir), "/moved");
+    platform_set_path(PlatformPath::support_dir, "/given");
+    EXPECT_STREQ(platform_path(PlatformPath::support_dir), "/given");
+    platform_set_path(PlatformPath::support_dir, nullptr);
+    EXPECT_STREQ(platform_path(PlatformPath::support_dir), "/moved");
+    unsetenv("TARV_SUPPORT_DIR");
 }
 
 } // namespace

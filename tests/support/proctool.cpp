@@ -3,6 +3,8 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -109,6 +111,17 @@ int hang()
         pause();
 }
 
+// The installer's tool, asked about a package.
+int package_info(const std::string &package)
+{
+    if (package == "unknown") {
+        say(STDERR_FILENO, "No receipt for '" + package + "' found\n");
+        return 1;
+    }
+    say(STDOUT_FILENO, "package-id: " + package + "\nversion: 10.2.3 \t\nlocation: /\n");
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -136,6 +149,10 @@ int main(int argc, char **argv)
         return die(std::atoi(value));
     if (mode == "flood")
         return flood(std::strtoul(value, nullptr, 10));
+    if (mode == "out")
+        return say(STDOUT_FILENO, value), 0;
+    if (mode == "err")
+        return say(STDERR_FILENO, value), 0;
     if (mode == "both")
         return say(STDOUT_FILENO, "out\n"), say(STDERR_FILENO, "err\n"), 0;
     if (mode == "cat")
@@ -146,8 +163,12 @@ int main(int argc, char **argv)
         return close_output();
     if (mode == "grandchild")
         return leave_grandchild();
+    if (mode == "hang")
+        return hang();
     if (mode == "ignore-term")
         return std::signal(SIGTERM, SIG_IGN), hang();
+    if (mode == "--pkg-info")
+        return package_info(value);
     say(STDERR_FILENO, "proctool: unknown mode " + mode + "\n");
     return 97;
 }

@@ -18,6 +18,83 @@ unsigned mode_of(const std::string &path)
     return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
 
+TEST(openx, creates_parents_under_the_home_directory)
+{
+    const ScratchDirectory home;
+    umask(022);
+    EXPECT_EQ(in_home(home,
+                      [] {
+                          const UniqueFd file(openx("~/a/b/c.txt", O_WRONLY | O_CREAT, 0600));
+                          return file && home_fd() >= 0 ? 0 : 1;
+                      }),
+              0);
+    EXPECT_EQ(mode_of(home.path("a/b")), 0755u);
+    EXPECT_EQ(mode_of(home.path("a/b/c.txt")), 0600u);
+    EXPECT_EQ(in_home(home,
+                      [] {
+                          if (openx("~/x/y", O_WRONLY) != -1 || errno != ENOENT)
+                              return 1;
+                          return renamex("~/a/b/c.txt", "~/a/moved");
+                      }),
+              0);
+    EXPECT_FALSE(fs::exists(home.path("x")));
+    EXPECT_TRUE(fs::exists(home.path("a/moved")));
+
+    EXPECT_EQ(openx(nullptr, O_RDONLY), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(fopenat, appends_to_what_is_opened_for_writing_alone)
+{
+    const ScratchDirectory directory;
+    const UniqueFd dirfd(open(directory.path().c_str(), O_RDONLY));
+    directory.write("file", "first");
+    const auto put = [&](int flags, const char *text) {
+        FILE *stream = fopenat(dirfd.get(), "file", flags, 0600);
+        ASSERT_NE(stream, nullptr);
+        std::fputs(text, stream);
+        _auto_file_close(&stream);
+    };
+    put(O_WRONLY, "+second");
+    EXPECT_EQ(directory.read("file"), "first+second");
+    put(O_RDWR, "FIRST");
+    EXPECT_EQ(directory.read("file"), "FIRST+second");
+    put(O_RDWR | O_APPEND, "+third");
+    EXPECT_EQ(directory.read("file"), "FIRST+second+third");
+    EXPECT_EQ(fopenat(dirfd.get(), nullptr, O_RDONLY), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(mkdirat_p, makes_parents_first_and_accepts_what_exists)
+{
+    const ScratchDirectory directory;
+    umask(022);
+    const UniqueFd dirfd(open(directory.path().c_str(), O_RDONLY));
+    EXPECT_EQ(mkdirat_p(dirfd.get(), "x/y/z", 0750), 0);
+    EXPECT_EQ(mode_of(directory.path("x")), 0750u);
+    EXPECT_EQ(mkdirat_p(dirfd.get(), "x/y/z", 0750), 0);
+    EXPECT_EQ(mkdirat_p(AT_FDCWD, directory.path("q/").c_str(), 0755), 0);
+    directory.write("file", "");
+    EXPECT_EQ(mkdirat_p(dirfd.get(), "file/sub", 0755), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+}
+
+TEST(rmdirat, removes_wide_and_deep_trees_and_keeps_errno)
+{
+    const ScratchDirectory directory;
+    std::string deep = "tree";
+    for (int level = 0; level < 200; level++)
+        deep += "/level";
+    fs::create_directories(directory.path(deep));
+    for (int i = 0; i < 10000; i++)
+        std::ofstream(directory.path("tree/level/" + std::to_string(i)));
+    const UniqueFd dirfd(open(directory.path().c_str(), O_RDONLY));
+    errno = EDOM;
+    EXPECT_EQ(rmdirat(dirfd.get(), "tree"), 0);
+    EXPECT_EQ(errno, EDOM);
+    EXPECT_FALSE(fs::exists(directory.path("tree")));
+}
+
 TEST(rmdirat, does_not_follow_links)
 {
     const ScratchDirectory directory;
@@ -50,6 +127,20 @@ TEST(rmdirat, says_what_can_not_be_removed)
                               directory.path("absent") + ": No such file or directory\r\n");
 }
 
+// Waits, with a deadline, until a process waits for somebody's lock.
+bool is_blocked(pid_t pid)
+{
+    const std::string number = " " + std::to_string(pid) + " ";
+    for (int i = 0; i < 20000; i++, usleep(1000)) {
+        std::ifstream locks("/proc/locks");
+        for (std::string line; std::getline(locks, line);) {
+            if (line.find("-> FLOCK") != line.npos && line.find(number) != line.npos)
+                return true;
+        }
+    }
+    return false;
+}
+
 TEST(flock, is_shared_or_exclusive_between_processes)
 {
     const ScratchDirectory home;
@@ -63,8 +154,21 @@ TEST(flock, is_shared_or_exclusive_between_processes)
         flock_unlock(second);
         if (flock_trylock("one", true) != -1 || errno != EWOULDBLOCK)
             return 2;
-        flock_unlock(shared);
-        return 0;
+        // A waiting lock is granted once the holder, here a process that ends, lets go.
+        int ready[2];
+        if (pipe(ready) != 0)
+            return 3;
+        const pid_t holder = fork();
+        if (holder == 0) {
+            const int held = flock_lock("two", true);
+            _exit(held >= 0 && write(ready[1], "", 1) == 1 && is_blocked(getppid()) ? 0 : 1);
+        }
+        char byte;
+        if (read(ready[0], &byte, 1) != 1 || flock_lock("two", false) < 0)
+            return 4;
+        flock_unlock(-1);
+        int status;
+        return waitpid(holder, &status, 0) == holder && status == 0 ? 0 : 5;
     });
     unsetenv("TARV_CONFIG_PATH");
     EXPECT_EQ(failed_check, 0);

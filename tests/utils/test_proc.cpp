@@ -138,6 +138,26 @@ TEST(proc, takes_descriptors_that_are_swapped_or_closed)
     }
 }
 
+TEST(proc, cuts_output_into_lines)
+{
+    std::vector<std::string> lines;
+    const proc_line_closure closure = [&](const char *line, size_t length) {
+        lines.emplace_back(line, length);
+    };
+    EXPECT_EQ(proc_getln_b(tool, closure, 2, "out", "one\n\nthree"), 0);
+    EXPECT_THAT(lines, ElementsAre("one\n", "\n", "three"));
+
+    lines.clear();
+    EXPECT_EQ(proc_getln_b(tool, closure, PROC_ERR2OUT | 1, "both"), 0);
+    EXPECT_THAT(lines, ElementsAre("out\n", "err\n"));
+
+    lines.clear();
+    const Capture err(2);
+    EXPECT_EQ(proc_getln_b(tool, closure, 2, "err", "only here\n"), 0);
+    EXPECT_THAT(lines, ElementsAre());
+    EXPECT_EQ(err.text(), "only here\n");
+}
+
 TEST(proc, keeps_up_with_a_tool_that_floods_both_streams)
 {
     constexpr size_t size = 64 << 20;
@@ -146,6 +166,16 @@ TEST(proc, keeps_up_with_a_tool_that_floods_both_streams)
     EXPECT_EQ(proc_exec(tool, count_bytes, counted, 2, "flood", bytes.c_str()), 0);
     EXPECT_EQ(counted[0], size);
     EXPECT_EQ(counted[1], size);
+
+    size_t length = 0;
+    const UniqueFd before(fcntl(2, F_DUPFD_CLOEXEC, 3));
+    const UniqueFd null(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(null.get(), 2);
+    const int status = proc_getln_b(
+        tool, [&](const char *, size_t part) { length += part; }, 2, "flood", bytes.c_str());
+    dup2(before.get(), 2);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(length, size);
 }
 
 TEST(proc, waits_for_the_tool_and_for_whoever_holds_its_output)
@@ -160,6 +190,18 @@ TEST(proc, waits_for_the_tool_and_for_whoever_holds_its_output)
     input = Ends();
     EXPECT_EQ(proc_getln_b(tool, release, PROC_STDIN | 1, "grandchild", input.read.get()), 0);
     EXPECT_THAT(lines, ElementsAre("closing\n", "orphan\n", "late\n"));
+}
+
+TEST(proc, answers_the_pid_at_once_when_asked_to)
+{
+    const Ends input;
+    const pid_t pid = proc_exec(tool, nullptr, nullptr, PROC_NOWAIT | PROC_STDIN | 1,
+                                "close-output", input.read.get());
+    ASSERT_GT(pid, 0);
+    int status;
+    EXPECT_EQ(waitpid(pid, &status, WNOHANG), 0);
+    kill(pid, SIGTERM);
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
 }
 
 TEST(proc, leaves_nothing_behind)

@@ -1,7 +1,12 @@
 #include "hostlib/utils/utils.h"
 
+#include <arpa/inet.h>
+#include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +39,31 @@ TEST(atover, packs_what_is_in_the_slice)
     EXPECT_EQ(packed("1.65537"), 0x0002000100000000u);
     EXPECT_EQ(atover("12.34", 2), uint64_t(12) << 48);
     EXPECT_EQ(vertoa(1), nullptr);
+}
+
+TEST(snscanf, stops_at_the_length_and_at_a_zero)
+{
+    int a = 0, b = 0;
+    EXPECT_EQ(snscanf("12 345", 5, "%d %d", &a, &b), 2);
+    EXPECT_EQ(a, 12);
+    EXPECT_EQ(b, 34);
+    EXPECT_EQ(snscanf("7\0 8", 4, "%d %d", &a, &b), 1);
+    EXPECT_EQ(snscanf("", 0, "%d", &a), EOF);
+}
+
+TEST(inet_prim_addr, fails_without_a_network)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+            _exit(77);
+        _exit(inet_prim_addr() == INADDR_NONE && errno == ENOPROTOOPT ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "no new network namespace is to be had here";
+    EXPECT_EQ(status, 0);
 }
 
 } // namespace
