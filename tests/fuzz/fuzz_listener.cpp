@@ -9,7 +9,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static MemoryScreen screen; // large: made once
     screen.rects.clear();
     screen.cursors.clear();
-    screen.sent.clear();
     ListenerReader reader(input, screen);
     while (reader.readMessage())
         ;

@@ -18,10 +18,10 @@ int main()
     json *object = json_mkobject();
     json_append_int64(object, "cpu", 2);
     kv_set_json(tree, object);
-    const bool whole = kv_get_int(tree, "cpu", 0) == 2 && vercmp("10.15", "10.15.0") == 0 &&
-                       proc_exec("/bin/true", nullptr, nullptr, 0) == 0 &&
-                       vdsk_open("/nonexistent") == nullptr && vmlib_open("/nonexistent") != nullptr &&
-                       cli2_connect("/nonexistent", nullptr) == -1;
+    const bool whole =
+        kv_get_int(tree, "cpu", 0) == 2 && vercmp("10.15", "10.15.0") == 0 &&
+        proc_exec("/bin/true", nullptr, nullptr, 0) == 0 && vdsk_open("/nonexistent") == nullptr &&
+        vmlib_open("/nonexistent") != nullptr && cli2_connect("/nonexistent", nullptr) == -1;
     json_delete(object);
     kv_free(tree);
     return whole ? 0 : 1;
