@@ -165,8 +165,8 @@ def main():
             ratios.append(ours / theirs)
             print(f"  ratio          {ratios[-1]:.3f}")
         print(f"median ratio {statistics.median(ratios):.3f} (goal: at most 0.45)")
-        print("idle: the text guest, nothing moves")
-        run_tarv(arguments, arguments.guests / "text.img")
+        print("idle: the bars, nothing moves")
+        run_tarv(arguments, arguments.guests / "bars.img")
         return 0
     except screenshot.StepFailed as failure:
         print(f"compare_viewers: {failure}", file=sys.stderr)
