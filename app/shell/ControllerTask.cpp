@@ -9,8 +9,11 @@
 #include <QMetaObject>
 #include <QObject>
 
+#include <mutex>
+#include <set>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <csignal>
@@ -24,11 +27,43 @@ constexpr qsizetype outputMax = 16 * 1024 * 1024;
 // A command's own children may hold its output open; they are not waited for.
 constexpr int afterEnd_ms = 2000;
 
-// Where threads post to. Never destroyed: a thread may end after the application object.
-QObject *mainThreadReceiver()
+// The tasks that are followed, and where their ends are posted to. Never destroyed: a thread may
+// end after the application object. What has not been delivered by then never is, but stays held.
+struct Followed
 {
-    static auto *receiver = new QObject;
-    return receiver;
+    std::mutex mutex;
+    std::set<std::shared_ptr<ControllerTask>> tasks;
+    QObject *receiver = nullptr; // lives on the main thread, as long as the application object
+};
+
+Followed &followed()
+{
+    static auto *all = new Followed;
+    return *all;
+}
+
+// With the application object goes the receiver, and with it the ends on their way to it.
+void closeReceiver()
+{
+    const std::lock_guard lock(followed().mutex);
+    delete std::exchange(followed().receiver, nullptr);
+}
+
+void addFollowed(const std::shared_ptr<ControllerTask> &task)
+{
+    const std::lock_guard lock(followed().mutex);
+    if (!followed().receiver) {
+        followed().receiver = new QObject;
+        qAddPostRoutine(closeReceiver);
+    }
+    followed().tasks.insert(task);
+}
+
+// On the main thread.
+void removeFollowed(const std::shared_ptr<ControllerTask> &task)
+{
+    const std::lock_guard lock(followed().mutex);
+    followed().tasks.erase(task);
 }
 
 // The texts of an argument vector or environment, and the pointers to them.
@@ -116,7 +151,6 @@ ControllerLaunch controllerLaunch(const QStringList &arguments,
 std::shared_ptr<ControllerTask> ControllerTask::launch(const ControllerLaunch &launch,
                                                        Reader reader, Ended ended)
 {
-    mainThreadReceiver();
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) < 0)
         return nullptr;
@@ -128,6 +162,7 @@ std::shared_ptr<ControllerTask> ControllerTask::launch(const ControllerLaunch &l
     if (task->m_pid < 0)
         return nullptr;
     task->m_watch.reset(platform_watch_process(task->m_pid));
+    addFollowed(task);
     try {
         std::thread([task, output = std::move(output), reader = std::move(reader)]() mutable {
             follow(task, std::move(output), reader);
@@ -135,6 +170,7 @@ std::shared_ptr<ControllerTask> ControllerTask::launch(const ControllerLaunch &l
     } catch (const std::system_error &) {
         ::kill(task->m_pid, SIGKILL);
         task->reap();
+        removeFollowed(task);
         errno = EAGAIN;
         return nullptr;
     }
@@ -149,9 +185,13 @@ void ControllerTask::follow(const std::shared_ptr<ControllerTask> &task, UniqueF
     task->reap();
     if (reader)
         reader(text);
+    const std::lock_guard lock(followed().mutex);
+    if (!followed().receiver)
+        return;
     QMetaObject::invokeMethod(
-        mainThreadReceiver(),
+        followed().receiver,
         [task] {
+            removeFollowed(task);
             if (const Ended ended = std::exchange(task->m_ended, nullptr))
                 ended();
         },
