@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr int LISTENER_BUFFER = 1 << 20;
 constexpr uint32_t WIDTH_MIN = 640; // below, guests come up with a mode of their own
 constexpr uint32_t HEIGHT_MIN = 480;
 constexpr uint32_t SIZE_UNKNOWN_WIDTH = 640;
@@ -109,6 +110,8 @@ void Screen::startListener()
         return;
     }
     const UniqueFd theirs(ends[1]);
+    // Best effort: the more of a frame fits, the fewer times QEMU and the feed wait for each other.
+    setsockopt(theirs.get(), SOL_SOCKET, SO_SNDBUF, &LISTENER_BUFFER, sizeof LISTENER_BUFFER);
     if (!m_feed->start(UniqueFd(ends[0]))) {
         listenerEnded(std::strerror(errno));
         return;
