@@ -22,6 +22,8 @@ void tarvhv_set_observer(tarvhv_observer observer);
 int TarvHVStartVM(const char *id, int32_t options);
 // VMs that run in this process's care.
 unsigned TarvHVGetNumberOfVMsRunning();
+// Tells them to end, in an orderly way; each counts as running until it has. Main thread.
+void tarvhv_end_vms();
 
 // Names of the notifications posted in this process when such a VM starts (its first screen can be
 // opened) and stops; their object is the VM identifier.

@@ -35,6 +35,8 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
     box->setObjectName(QStringLiteral("alert"));
     box->setWindowTitle(QCoreApplication::applicationName());
     box->setIcon(m_icon);
+    // Not a window that keeps the application: its end is not that of the last one.
+    box->setAttribute(Qt::WA_QuitOnClose, false);
     // Names of VMs come from files: never taken for markup.
     box->setTextFormat(Qt::PlainText);
     box->setText(m_message);

@@ -15,9 +15,11 @@
 #include <QApplication>
 #include <QMessageBox>
 #include <QPointer>
+#include <QTimer>
 #include <QUuid>
 
 #include <algorithm>
+#include <chrono>
 
 #include <unistd.h>
 
@@ -26,6 +28,9 @@ namespace {
 const QString gettingStartedIntel =
     QStringLiteral("https://quelda.com/tarv/getting-started/x86-64");
 const QString gettingStartedArm = QStringLiteral("https://quelda.com/tarv/getting-started/arm64");
+
+// Longer than a supervisor tries to end its VM; what is left then ends with this process.
+constexpr std::chrono::seconds endWait{12};
 
 // The identifier that a notification is about: a UUID or a text; null for anything else.
 QString identifierOf(const QVariant &object)
@@ -181,7 +186,7 @@ void AppDelegate::virtualMachineDidStart(const Notification &notification)
         }
     }
     const QString path = QStringLiteral("/tmp/com.quelda.tarvhv.%1.%2.sock").arg(id).arg(getuid());
-    createDisplay(path, 0, [](bool opened) {
+    shareDisplay(path, 0, [](bool opened) {
         if (!opened)
             appLog("tarv", QStringLiteral("failed to open display"));
     });
@@ -192,6 +197,8 @@ void AppDelegate::virtualMachineDidStop(const Notification &notification)
     const QString id = identifierOf(notification.object);
     if (!id.isNull())
         m_parts.setVMStatus(id, notification.userInfo.contains(QStringLiteral("Error")) ? 1 : 0);
+    if (m_termination == Termination::agreed && m_parts.runningVMs() == 0)
+        QCoreApplication::exit(0);
 }
 
 void AppDelegate::applicationOpenFile(const QString &name, std::function<void(bool)> answer)
@@ -244,10 +251,11 @@ void AppDelegate::viewDisplay(const QString &path, int index, std::function<void
             return;
         }
     }
-    createDisplay(path, index, std::move(done));
+    shareDisplay(path, index, std::move(done));
 }
 
-void AppDelegate::createDisplay(const QString &path, int index, std::function<void(bool)> done)
+// Several requests for a display that is not there yet are one.
+void AppDelegate::shareDisplay(const QString &path, int index, std::function<void(bool)> done)
 {
     for (Request &request : m_requests) {
         if (request.path == path && request.index == index) {
@@ -255,6 +263,11 @@ void AppDelegate::createDisplay(const QString &path, int index, std::function<vo
             return;
         }
     }
+    createDisplay(path, index, std::move(done));
+}
+
+void AppDelegate::createDisplay(const QString &path, int index, std::function<void(bool)> done)
+{
     m_requests.push_back({path, index, {std::move(done)}});
     m_parts.createDisplay(path, unsigned(index), this,
                           [this, path, index](std::unique_ptr<TarvDisplay> display, int) {
@@ -271,21 +284,20 @@ void AppDelegate::displayCreated(const QString &path, int index,
         });
     const Request answered = std::move(*request);
     m_requests.erase(request);
-    const bool shown = display && showDisplay(path, index, std::move(display));
+    const bool shown = display != nullptr;
+    if (display)
+        showDisplay(path, index, std::move(display));
     for (const auto &done : answered.waiting)
         if (done)
             done(shown);
 }
 
-bool AppDelegate::showDisplay(const QString &path, int index, std::unique_ptr<TarvDisplay> display)
+void AppDelegate::showDisplay(const QString &path, int index, std::unique_ptr<TarvDisplay> display)
 {
     const QString uuid = display->uuid();
     Owned controller(m_parts.makeDisplayController(std::move(display)));
-    if (!controller)
-        return false;
     m_displays.push_back({std::move(controller), path, uuid, index});
     m_displays.back().controller->showWindow();
-    return true;
 }
 
 void AppDelegate::showWelcomeWindow(QObject *)
@@ -339,10 +351,18 @@ bool AppDelegate::applicationShouldTerminate()
 
 bool AppDelegate::requestTermination()
 {
-    if (!applicationShouldTerminate())
-        return false;
-    QCoreApplication::exit(0);
-    return true;
+    if (m_termination != Termination::none)
+        return m_termination == Termination::agreed;
+    m_termination = Termination::asked;
+    const bool agreed = applicationShouldTerminate();
+    m_termination = agreed ? Termination::agreed : Termination::none;
+    if (agreed && m_parts.runningVMs() == 0) {
+        QCoreApplication::exit(0);
+    } else if (agreed) {
+        m_parts.endVMs();
+        QTimer::singleShot(endWait, this, [] { QCoreApplication::exit(0); });
+    }
+    return agreed;
 }
 
 void AppDelegate::terminate(QObject *)

@@ -32,6 +32,7 @@ struct AppParts
         createDisplay;
     std::function<int()> hostType; // 1 or 2
     std::function<unsigned()> runningVMs;
+    std::function<void()> endVMs;                       // tells these to end
     std::function<void(const QString &id)> removeState; // drops a VM's suspended state
     std::function<void(const QString &id, int options)> startVM;
     std::function<void(const QString &id, int status)> setVMStatus; // of its last end
@@ -64,7 +65,8 @@ public:
     bool applicationSupportsSecureRestorableState() const { return true; }
     // Opens "path" or "path:index". The answer, whether a window opened, comes later.
     void applicationOpenFile(const QString &name, std::function<void(bool)> answer = {});
-    // Quits, if applicationShouldTerminate agrees; whether it does.
+    // Quits, if applicationShouldTerminate agrees; whether it does. The VMs in the application's
+    // care are told to end first, and are not waited for longer than a while.
     bool requestTermination();
 
     Q_INVOKABLE void showWelcomeWindow(QObject *sender);
@@ -95,6 +97,12 @@ private:
         QString uuid;
         int index;
     };
+    enum class Termination
+    {
+        none,
+        asked, // the user has yet to answer
+        agreed // VMs are ending
+    };
     struct Request
     {
         QString path;
@@ -109,11 +117,13 @@ private:
     Owned m_creation;
     Owned m_eula;
     std::unique_ptr<ServiceNotifications> m_services;
+    Termination m_termination = Termination::none;
 
     void windowWillClose(const QWidget *window);
     void displayWindowWillClose(const QWidget *window);
+    void shareDisplay(const QString &path, int index, std::function<void(bool)> done);
     void createDisplay(const QString &path, int index, std::function<void(bool)> done);
     void displayCreated(const QString &path, int index, std::unique_ptr<TarvDisplay> display);
-    bool showDisplay(const QString &path, int index, std::unique_ptr<TarvDisplay> display);
+    void showDisplay(const QString &path, int index, std::unique_ptr<TarvDisplay> display);
     void showIfNothingIsOpen();
 };

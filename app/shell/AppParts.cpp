@@ -3,6 +3,7 @@
 #include "app/display/TarvWindowController.h"
 #include "app/list/WelcomeWindowController.h"
 #include "app/shell/AppDelegate.h"
+#include "app/shell/BackgroundWork.h"
 #include "app/shell/EULAWindowController.h"
 #include "app/shell/TarvCTL.h"
 #include "app/shell/TarvVM.h"
@@ -14,6 +15,9 @@
 #include <QDesktopServices>
 
 namespace {
+
+// Ahead of every refresh of the list.
+constexpr int statePriority = 20;
 
 void removeState(const QString &id)
 {
@@ -45,7 +49,15 @@ AppParts applicationParts()
     parts.createDisplay = TarvDisplayCreateAsync;
     parts.hostType = config_get_platform;
     parts.runningVMs = TarvHVGetNumberOfVMsRunning;
-    parts.removeState = removeState;
+    parts.endVMs = tarvhv_end_vms;
+    // The record may be locked by another program: not for the main thread.
+    parts.removeState = [](const QString &id) {
+        const auto remove = [id] {
+            removeState(id);
+            return BackgroundWork::Continuation();
+        };
+        BackgroundWork::shared().run(BackgroundWork::Lane::records, remove, statePriority);
+    };
     parts.startVM = startVM;
     parts.setVMStatus = TarvVM::setVM;
     parts.setAddonsImage = [](const QString &path) {

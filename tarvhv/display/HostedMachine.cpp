@@ -73,8 +73,14 @@ HostedMachine::~HostedMachine()
 {
     if (m_pid < 0)
         return;
-    platform_watch_signal(m_watch.get(), SIGTERM);
+    end();
     wait_for(m_pid, nullptr);
+}
+
+void HostedMachine::end()
+{
+    if (m_pid >= 0)
+        platform_watch_signal(m_watch.get(), SIGTERM);
 }
 
 void HostedMachine::tryScreen()

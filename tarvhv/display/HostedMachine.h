@@ -33,6 +33,8 @@ public:
     ~HostedMachine() override;
 
     const std::string &id() const { return m_id; }
+    // Asks the supervisor to end its VM; ended() follows.
+    void end();
 
 Q_SIGNALS:
     void started();

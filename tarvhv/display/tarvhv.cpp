@@ -109,6 +109,12 @@ unsigned TarvHVGetNumberOfVMsRunning()
     return unsigned(hosted().machines.size());
 }
 
+void tarvhv_end_vms()
+{
+    for (const auto &machine : hosted().machines)
+        machine->end();
+}
+
 void display_log(const char *format, ...)
 {
     char text[512];

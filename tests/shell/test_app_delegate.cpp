@@ -72,6 +72,7 @@ protected:
         };
         parts.hostType = [this] { return host; };
         parts.runningVMs = [this] { return running; };
+        parts.endVMs = [this] { calls << u"end"_s; };
         parts.removeState = [this](const QString &id) { calls << u"state "_s + id; };
         parts.startVM = [this](const QString &id, int options) {
             calls << u"start %1 %2"_s.arg(id).arg(options);
@@ -160,10 +161,15 @@ TEST_F(AppDelegateTest, opensEachDisplayOnceAndForgetsItAfterItsClose)
     EXPECT_EQ(delegate->displayCount(), 2u) << "not in the middle of its own close";
     EXPECT_TRUE(waitForDisplays(1));
     EXPECT_FALSE(displays[1]->window()->isHidden());
+    delegate->applicationOpenFile(u"p:2"_s);
+    delegate->applicationOpenFile(u"p:2"_s);
+    EXPECT_TRUE(waitForDisplays(3)) << "a file is opened each time";
+    EXPECT_EQ(calls.last(), u"display p:2 2"_s);
     displaysFail = true;
-    delegate->viewDisplay(u"/tmp/gone"_s, 0);
-    waitUntil([this] { return calls.size() == 3; });
-    EXPECT_EQ(delegate->displayCount(), 1u);
+    bool opened = true;
+    delegate->viewDisplay(u"/tmp/gone"_s, 0, [&](bool answer) { opened = answer; });
+    EXPECT_TRUE(waitUntil([&] { return !opened; }));
+    EXPECT_EQ(delegate->displayCount(), 3u);
     EXPECT_TRUE(log().isEmpty()) << log().toStdString();
 }
 
@@ -215,5 +221,7 @@ TEST_F(AppDelegateTest, asksBeforeItEndsRunningVMs)
     EXPECT_FALSE(delegate->applicationShouldTerminate());
     EXPECT_EQ(alertText, u"2 VM(s) are running. Do you want to quit and terminate them?"_s);
     answerAlert(2);
-    EXPECT_TRUE(delegate->applicationShouldTerminate());
+    EXPECT_TRUE(delegate->requestTermination());
+    EXPECT_TRUE(delegate->requestTermination()) << "asked once";
+    EXPECT_EQ(calls, QStringList{u"end"_s});
 }
