@@ -168,20 +168,6 @@ void MainMenu::applyRestriction()
         menus[i]->setVisible(!g_restricted);
 }
 
-void MainMenu::validate()
-{
-    for (QAction *top : actions())
-        if (top->menu())
-            validateMenu(top->menu());
-}
-
-void MainMenu::release()
-{
-    for (QAction *top : actions())
-        if (top->menu())
-            enableMenu(top->menu());
-}
-
 QAction *MainMenu::itemWithAction(const QString &action) const
 {
     for (QAction *top : actions())

@@ -28,10 +28,6 @@ public:
     // Hides every menu from the second on, in all windows and those to come.
     static void setRestricted(bool restricted);
 
-    // Brings enabled states and check marks of all items up to date, until release() lets the
-    // shortcuts of disabled ones through again (they are validated when they act).
-    void validate();
-    void release();
     // The item with an action, or null. The first one where there are several.
     QAction *itemWithAction(const QString &action) const;
 

@@ -2,8 +2,6 @@
 
 #include "app/kit/WindowController.h"
 
-#include <QApplication>
-#include <QClipboard>
 #include <QLineEdit>
 #include <QMetaMethod>
 #include <QPlainTextEdit>
@@ -44,7 +42,7 @@ bool canEdit(const Edit *edit, const QByteArray &name)
         return writable && cursor.hasSelection();
     if (name == "copy")
         return cursor.hasSelection();
-    return name != "paste" || edit->canPaste();
+    return name != "paste" || writable;
 }
 
 bool canEditLine(const QLineEdit *edit, const QByteArray &name)
@@ -59,10 +57,11 @@ bool canEditLine(const QLineEdit *edit, const QByteArray &name)
         return writable && readable;
     if (name == "copy")
         return readable;
-    return name != "paste" || (writable && !QApplication::clipboard()->text().isEmpty());
+    return name != "paste" || writable;
 }
 
-// Qt's text widgets have the standard editing actions but do not say when they can be used.
+// Qt's text widgets have the standard editing actions but do not say when they can be used. What is
+// on the pasteboard is not asked for: the program that it comes from may not answer.
 bool widgetAllows(const QObject *object, const QByteArray &name)
 {
     if (const auto *line = qobject_cast<const QLineEdit *>(object))

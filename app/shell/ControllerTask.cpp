@@ -103,6 +103,16 @@ QMap<QByteArray, QByteArray> encoded(const QMap<QString, QString> &environment)
     return map;
 }
 
+// Asked for once: a directory service may be slow to tell.
+const QByteArray &ownName()
+{
+    static const QByteArray name = [] {
+        const char *user = platform_user_name(getuid());
+        return user ? QByteArray(user) : QByteArray::number(getuid());
+    }();
+    return name;
+}
+
 pid_t spawn(const ControllerLaunch &launch, int output)
 {
     const QByteArray program = launch.program.toLocal8Bit();
@@ -143,8 +153,7 @@ ControllerLaunch controllerLaunch(const QStringList &arguments,
     launch.environment = environment ? encoded(*environment) : ownEnvironment();
     launch.environment["TARV_MACHINE_READABLE"] = "1";
     launch.environment["TARV_TARV_VIEWER"] = QCoreApplication::applicationFilePath().toLocal8Bit();
-    const char *user = platform_user_name(getuid());
-    launch.environment["USER"] = user ? QByteArray(user) : QByteArray::number(getuid());
+    launch.environment["USER"] = ownName();
     return launch;
 }
 

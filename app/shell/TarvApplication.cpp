@@ -97,13 +97,9 @@ bool TarvApplication::notify(QObject *receiver, QEvent *event)
 
 bool TarvApplication::sendToGuest(QWidget *window, QWindow *receiver, QKeyEvent *event)
 {
-    QAction *item = nullptr;
-    if (MainMenu *menu = MainMenu::of(window)) {
-        menu->validate();
-        item = NSMenuItemForEvent(menu, event);
-        menu->release();
-    }
-    const QString action = Responder::actionOf(item);
+    QAction *item = NSMenuItemForEvent(MainMenu::of(window), event);
+    const QString action =
+        Responder::validate(window, item) ? Responder::actionOf(item) : QString();
     const QPointer<WindowController> target(WindowController::forWindow(window));
     if (action == QLatin1String("paste:"))
         Responder::tryToPerform(target, action, item);

@@ -93,7 +93,7 @@ bool TarvCLI::acceptEULA(TarvError *error)
     Json answer(nullptr, json_delete);
     if (cli2_send_json(connection.get(), acceptance().get()) == 0)
         answer.reset(cli2_recv_json_to(connection.get(), answerWait));
-    const int current = errno;
+    const int current = errno != 0 ? errno : EPROTO;
     if (strcasecmp(json_find_str(answer.get(), "status", "ERROR"), "OK") == 0)
         return true;
     const int code = int(json_find_int64(answer.get(), "error", current));
