@@ -1,11 +1,19 @@
 // What the VM list costs: reload of a large library, start-up to a painted list, and the longest
-// stall of the event loop while one supervisor of a hundred never answers. Prints figures.
+// stall of the event loop while one supervisor of a hundred never answers and while ten thousand
+// notifications arrive. Prints figures.
+#include "app/kit/NotificationCenter.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/list/WelcomeWindowController.h"
+#include "app/shell/AppDelegate.h"
+#include "app/shell/AppParts.h"
+#include "app/shell/EntryPoint.h"
+#include "app/shell/ServiceNotifications.h"
+#include "tests/kit/PrivateBus.h"
 #include "tests/list/fake_service.h"
 
 #include <QApplication>
+#include <QDBusConnection>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -13,6 +21,7 @@
 #include <QProcess>
 #include <QScrollBar>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QUuid>
 
 #include <algorithm>
@@ -68,6 +77,9 @@ void makeHome(const QString &home)
     qputenv("XDG_CONFIG_HOME", home.toUtf8());
     qputenv("TARV_CONFIG_PATH", (home + u"/settings.ini"_s).toUtf8());
     qputenv("TARV_HOST_ARM64", "0");
+    QDir(home).mkpath(u"support"_s);
+    write(home + u"/support/.TarvEulaAccepted"_s, {});
+    qputenv("TARV_SUPPORT_DIR", (home + u"/support"_s).toUtf8());
 }
 
 int64_t ownTime_ns()
@@ -237,18 +249,88 @@ void benchHung(int count)
            count, right, heartbeat.longest_ms(), heartbeat.longestOwn_ms());
 }
 
-// Shows the list and says when it has been painted with all its rows.
-int paintList(int count)
+void benchStorm(int count)
 {
+    constexpr int signals_sent = 10000;
+    const PrivateBus bus;
+    const QString name = u"storm"_s;
+    const ServiceNotifications notifications(QDBusConnection::connectToBus(bus.address(), name));
+    const QStringList ids = makeLibrary(qEnvironmentVariable("HOME"), count);
+    const FakeService launch(qEnvironmentVariable("HOME") + u"/launch"_s, ended);
     const auto list = openList(count);
-    list->window()->repaint();
-    printf("painted\n");
-    return 0;
+    int received = 0;
+    int reloads = 0;
+    for (const QString &each : {VMServiceDidStart, VMServiceDidStop, VMServiceDidChange,
+                                VMServiceDidCreate, VMServiceDidDelete}) {
+        NotificationCenter::defaultCenter().addObserver(list.get(), each,
+                                                        [&](const Notification &) { received++; });
+    }
+    QObject::connect(list.get(), &WelcomeWindowController::listReloaded, list.get(),
+                     [&] { reloads++; });
+    Heartbeat heartbeat;
+    printIdle(heartbeat);
+    QProcess sender;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, bus.address());
+    sender.setProcessEnvironment(environment);
+    sender.start(QStringLiteral(NOTIFICATION_STORM), {QString::number(signals_sent), ids.first()});
+    waitFor([&] { return received > 0; });
+    const double took = waitFor([&] { return received == signals_sent; });
+    runFor(1000);
+    sender.waitForFinished(deadline_ms);
+    QDBusConnection::disconnectFromBus(name);
+    printf("%d notifications within %.0f ms, %d VMs: %d reloads; longest stall %.1f ms, own work "
+           "%.1f ms\n",
+           signals_sent, took, count, reloads, heartbeat.longest_ms(), heartbeat.longestOwn_ms());
+}
+
+// Says when a list has been painted with all its rows, and ends the program.
+class PaintWatch : public QObject
+{
+public:
+    PaintWatch(WelcomeWindowController *list, int count)
+        : QObject(list), m_list(list), m_count(count)
+    {
+        list->virtualMachinesTableView()->viewport()->installEventFilter(this);
+    }
+
+protected:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint &&
+            m_list->virtualMachinesController()->count() == m_count) {
+            QTimer::singleShot(0, this, [] {
+                printf("painted\n");
+                QCoreApplication::exit(0);
+            });
+        }
+        return false;
+    }
+
+private:
+    WelcomeWindowController *m_list;
+    const int m_count;
+};
+
+int paint_count = 0;
+
+// The application's own parts, with a watch on the list.
+AppParts watchedParts()
+{
+    AppParts parts = applicationParts();
+    parts.makeWelcomeController = [] {
+        WelcomeWindowController *list = WelcomeWindowController::controller();
+        new PaintWatch(list, paint_count);
+        return list;
+    };
+    return parts;
 }
 
 void benchStartUp(const QString &program, int count)
 {
     makeLibrary(qEnvironmentVariable("HOME"), count);
+    const PrivateBus bus;
+    qputenv("DBUS_SESSION_BUS_ADDRESS", bus.address().toLocal8Bit());
     std::vector<double> times;
     for (int i = 0; i < 7; i++) {
         QElapsedTimer timer;
@@ -264,7 +346,7 @@ void benchStartUp(const QString &program, int count)
 
 } // namespace
 
-// bench_list [reload|hung|start-up [COUNT]]; all three without arguments, each in a process and
+// bench_list [reload|hung|storm|start-up [COUNT]]; all without arguments, each in a process and
 // home of its own.
 int main(int argc, char **argv)
 {
@@ -275,11 +357,12 @@ int main(int argc, char **argv)
     const QString what = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     const int count = argc > 2 ? atoi(argv[2]) : what == "reload"_L1 ? 1000 : 100;
     if (what == "paint"_L1) {
-        const QApplication application(argc, argv);
-        return paintList(count);
+        paint_count = count;
+        argc = 1;
+        return tarvMain(argc, argv, watchedParts);
     }
     if (what.isEmpty()) {
-        for (const QString &each : {u"reload"_s, u"hung"_s, u"start-up"_s}) {
+        for (const QString &each : {u"reload"_s, u"hung"_s, u"storm"_s, u"start-up"_s}) {
             QProcess::execute(QString::fromLocal8Bit(argv[0]), {each});
         }
         return 0;
@@ -291,6 +374,8 @@ int main(int argc, char **argv)
         benchReload(count);
     } else if (what == "hung"_L1) {
         benchHung(count);
+    } else if (what == "storm"_L1) {
+        benchStorm(count);
     } else {
         benchStartUp(QCoreApplication::applicationFilePath(), count);
     }

@@ -45,8 +45,8 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
 {
     LibraryRecord result;
     result.id = QFile::decodeName(id);
-    errno = 0;
-    const Record record(vmlib_get(library, id.constData(), nullptr), &vm_close);
+    errno = ENOENT; // stays so where the library itself is gone
+    const Record record(library ? vmlib_get(library, id.constData(), nullptr) : nullptr, &vm_close);
     if (!record) {
         result.vanished = errno == ENOENT;
         result.problem = reason(errno);
@@ -109,10 +109,7 @@ void LibraryReader::readRecords(const QByteArrayList &ids)
         m_work.run(BackgroundWork::Lane::records,
                    [this, id, place, pass = m_pass]() -> BackgroundWork::Continuation {
                        const Library library(vmlib_open(nullptr), &vmlib_close);
-                       LibraryRecord record;
-                       if (library) {
-                           record = readLibraryRecord(library.get(), id);
-                       }
+                       const LibraryRecord record = readLibraryRecord(library.get(), id);
                        return [this, place, pass, record] { take(place, pass, record); };
                    });
     }

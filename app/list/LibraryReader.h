@@ -26,7 +26,8 @@ struct LibraryRecord
     bool vanished = false; // deleted since the library was listed
 };
 
-// Reads one VM of an open library. Blocks while another program writes the VM's files.
+// Reads one VM of a library (null: one that is gone). Blocks while another program writes the VM's
+// files.
 LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id);
 
 // Passes over the library, one at a time. A VM whose files are locked for long does not hold up the

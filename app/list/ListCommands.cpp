@@ -120,5 +120,8 @@ bool isListActionEnabled(const QString &action, const QStringList &statuses)
     if (needRunning.contains(action)) {
         return running > 0;
     }
+    if (action == "renameVirtualMachine:"_L1) {
+        return statuses.size() == 1;
+    }
     return action != "delete:"_L1 || !statuses.isEmpty();
 }

@@ -183,6 +183,8 @@ QVariant VirtualMachinesController::data(const QModelIndex &index, int role) con
     switch (role) {
     case Qt::DisplayRole:
         return text(row, index.column());
+    case Qt::EditRole:
+        return index.column() == NameColumn ? row.vm->name() : QVariant();
     case Qt::ToolTipRole:
         return index.column() == NameColumn ? row.vm->displayName().trimmed() : QVariant();
     case Qt::DecorationRole:
@@ -196,6 +198,24 @@ QVariant VirtualMachinesController::data(const QModelIndex &index, int role) con
     default:
         return {};
     }
+}
+
+bool VirtualMachinesController::setData(const QModelIndex &index, const QVariant &value, int role)
+{
+    TarvVM *vm = objectAt(index.row());
+    const QString name = value.toString().trimmed();
+    if (!vm || role != Qt::EditRole || index.column() != NameColumn || name.isEmpty() ||
+        name == vm->name()) {
+        return false;
+    }
+    vm->setName(name);
+    return true;
+}
+
+Qt::ItemFlags VirtualMachinesController::flags(const QModelIndex &index) const
+{
+    const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    return index.column() == NameColumn ? flags | Qt::ItemIsEditable : flags;
 }
 
 QVariant VirtualMachinesController::headerData(int section, Qt::Orientation orientation,

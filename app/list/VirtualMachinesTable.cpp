@@ -76,6 +76,13 @@ QList<int> VirtualMachinesTable::selectedRows() const
     return rows;
 }
 
+void VirtualMachinesTable::editName(int row)
+{
+    const QModelIndex name = model()->index(row, VirtualMachinesController::NameColumn);
+    selectionModel()->setCurrentIndex(name, QItemSelectionModel::NoUpdate);
+    edit(name);
+}
+
 QByteArray VirtualMachinesTable::saveColumns() const
 {
     return horizontalHeader()->saveState();
@@ -102,6 +109,9 @@ void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
         return;
     case Qt::Key_Escape:
         Q_EMIT escapePressed();
+        return;
+    case Qt::Key_F2:
+        Q_EMIT renamePressed();
         return;
     case Qt::Key_Up:
     case Qt::Key_Down:

@@ -16,6 +16,9 @@ public:
     // All selected rows, from top to bottom.
     QList<int> selectedRows() const;
 
+    // Lets the name of a row be edited in place.
+    void editName(int row);
+
     // Column widths, and what restores them.
     QByteArray saveColumns() const;
     void restoreColumns(const QByteArray &state);
@@ -25,6 +28,7 @@ Q_SIGNALS:
     void returnPressed();
     void deletePressed();
     void escapePressed();
+    void renamePressed();
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;

@@ -58,6 +58,12 @@ void WelcomeWindowController::virtualMachinesTableDoubleClickAction()
     startByAddons(vm);
 }
 
+void WelcomeWindowController::virtualMachinesTableReturnAction()
+{
+    const auto selected = selectedObjects().size();
+    selected == 1 ? virtualMachinesTableDoubleClickAction() : openDocument();
+}
+
 void WelcomeWindowController::startByAddons(TarvVM *vm)
 {
     const QString vmid = vm->uuid();
@@ -195,6 +201,11 @@ void WelcomeWindowController::cloneVirtualMachine(QObject *)
     }
 }
 
+void WelcomeWindowController::renameVirtualMachine(QObject *)
+{
+    virtualMachinesTableView()->editName(virtualMachinesTableView()->selectedRow());
+}
+
 void WelcomeWindowController::delete_(QObject *)
 {
     const QStringList arguments = deleteArguments(selectedIdentifiers());
@@ -203,7 +214,7 @@ void WelcomeWindowController::delete_(QObject *)
     }
     QStringList names;
     for (const TarvVM *vm : selectedObjects()) {
-        names.append(vm->name());
+        names.append(vm->name().isEmpty() ? vm->uuid() : vm->name()); // as its row says
     }
     Alert alert(deleteQuestion(names));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));

@@ -25,14 +25,16 @@ namespace {
 const QString geometryKey = u"VirtualMachinesWindowGeometry"_s;
 const QString columnsKey = u"VirtualMachinesTableColumns"_s;
 constexpr int icon_size = 44; // logical pixels
+constexpr int changes_gather_ms = 200;
 
 struct MenuItem
 {
     const char *title; // null: a separator
     const char *action;
+    const char *key = ""; // of the table, told beside the title
 };
 constexpr MenuItem menu_items[] = {
-    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Start"), "openDocument:"},
+    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Start"), "openDocument:", "Return"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Force Start"), "forceStartVirtualMachine:"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Start in Recovery"), "recoverVirtualMachine:"},
     {nullptr, nullptr},
@@ -41,9 +43,10 @@ constexpr MenuItem menu_items[] = {
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Stop"), "stopVirtualMachine:"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Force Stop"), "forceStopVirtualMachine:"},
     {nullptr, nullptr},
+    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Rename"), "renameVirtualMachine:", "F2"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Clone"), "cloneVirtualMachine:"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Copy"), "copyVirtualMachine:"},
-    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Delete …"), "delete:"},
+    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Delete …"), "delete:", "Del"},
     {nullptr, nullptr},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "New VM …"), "newDocument:"},
 };
@@ -119,11 +122,19 @@ void WelcomeWindowController::connectTable()
     connect(table, &VirtualMachinesTable::doubleClickedRow, this,
             &WelcomeWindowController::virtualMachinesTableDoubleClickAction);
     connect(table, &VirtualMachinesTable::returnPressed, this,
-            [this] { perform(u"openDocument:"_s); });
+            &WelcomeWindowController::virtualMachinesTableReturnAction);
     connect(table, &VirtualMachinesTable::deletePressed, this, [this] { perform(u"delete:"_s); });
+    connect(table, &VirtualMachinesTable::renamePressed, this,
+            [this] { perform(u"renameVirtualMachine:"_s); });
     connect(table, &VirtualMachinesTable::escapePressed, this, [this] { cancelOperation(); });
     connect(table, &QWidget::customContextMenuRequested, this,
             &WelcomeWindowController::showContextMenu);
+    m_changesGather.setSingleShot(true);
+    connect(&m_changesGather, &QTimer::timeout, this, [this] {
+        if (std::exchange(m_changed, false)) {
+            virtualMachineDidChange();
+        }
+    });
     m_buttonsDue.setSingleShot(true);
     connect(&m_buttonsDue, &QTimer::timeout, this, &WelcomeWindowController::updateButtons);
     const auto look = [this] { m_buttonsDue.start(0); };
@@ -143,6 +154,7 @@ void WelcomeWindowController::makeActions()
         QAction *action = m_menu->addAction(tr(item.title));
         action->setProperty(Responder::actionProperty, QString::fromLatin1(item.action));
         action->setObjectName(u"context_"_s + QString::fromLatin1(item.action).chopped(1));
+        action->setShortcut(QKeySequence(QString::fromLatin1(item.key)));
         connect(action, &QAction::triggered, this,
                 [this, action] { Responder::perform(window(), action); });
     }
@@ -226,6 +238,11 @@ void WelcomeWindowController::reloadVirtualMachines()
 
 void WelcomeWindowController::virtualMachineDidChange()
 {
+    if (m_changesGather.isActive()) {
+        m_changed = true;
+        return;
+    }
+    m_changesGather.start(changes_gather_ms);
     reloadVirtualMachines();
 }
 
@@ -362,6 +379,11 @@ bool WelcomeWindowController::validateMenuItem(QAction *item)
 void WelcomeWindowController::cancelOperation(QObject *)
 {
     m_ui->virtualMachinesTableView->clearSelection();
+}
+
+void WelcomeWindowController::selectAll(QObject *)
+{
+    m_ui->virtualMachinesTableView->selectAll();
 }
 
 void WelcomeWindowController::closeWindow(QObject *)

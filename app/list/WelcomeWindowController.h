@@ -44,6 +44,8 @@ public:
     // Reads the library again and merges it into the list; never removes a VM from the list. It
     // returns at once; `listReloaded` follows.
     Q_INVOKABLE void reloadVirtualMachines();
+    // Reloads, at once when nothing changed lately; however many changes follow, they share the
+    // next reload.
     Q_INVOKABLE void virtualMachineDidChange();
     // VMs left out of the list, by identifier, with the reason.
     const QMap<QString, QString> &unreadableVirtualMachines() const { return m_problems; }
@@ -51,6 +53,8 @@ public:
     // Starts the double-clicked VM: forced while Option (Alt) is held, or where the VM has no guest
     // add-ons.
     Q_INVOKABLE void virtualMachinesTableDoubleClickAction();
+    // Return does to one selected VM what a double-click does; several are opened.
+    Q_INVOKABLE void virtualMachinesTableReturnAction();
     Q_INVOKABLE void openDocument(QObject *sender = nullptr);
     Q_INVOKABLE void forceStartVirtualMachine(QObject *sender = nullptr);
     Q_INVOKABLE void recoverVirtualMachine(QObject *sender = nullptr);
@@ -61,6 +65,9 @@ public:
     Q_INVOKABLE void delete_(QObject *sender = nullptr);
     Q_INVOKABLE void cloneVirtualMachine(QObject *sender = nullptr);
     Q_INVOKABLE void copyVirtualMachine(QObject *sender = nullptr);
+    // Lets the selected VM's name be edited in its row.
+    Q_INVOKABLE void renameVirtualMachine(QObject *sender = nullptr);
+    Q_INVOKABLE void selectAll(QObject *sender = nullptr);
     // Clears the selection.
     Q_INVOKABLE void cancelOperation(QObject *sender = nullptr);
     Q_INVOKABLE void closeWindow(QObject *sender = nullptr);
@@ -122,7 +129,9 @@ private:
     TrackingArea *m_infoViewTrackingArea = nullptr;
     LibraryReader m_library;
     StatusReader m_statuses;
-    QTimer m_buttonsDue; // many changes of rows, one look at the buttons
+    QTimer m_buttonsDue;    // many changes of rows, one look at the buttons
+    QTimer m_changesGather; // runs for a while after a reload that a change caused
+    bool m_changed = false; // a change came while it ran
     QMap<QString, QString> m_problems;
     QSet<QString> m_starting; // double-clicked, add-ons version being read
     bool m_preparing = false; // a command waits for the statuses of its VMs

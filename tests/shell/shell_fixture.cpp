@@ -8,9 +8,7 @@
 
 #include <QFile>
 
-#include <csignal>
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -38,21 +36,6 @@ QStringList recorded(const QString &kind)
 }
 
 } // namespace
-
-PrivateBus::PrivateBus()
-{
-    m_daemon.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    m_daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
-    m_daemon.waitForReadyRead(30000);
-    m_address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
-    EXPECT_FALSE(m_address.isEmpty());
-}
-
-PrivateBus::~PrivateBus()
-{
-    m_daemon.terminate();
-    m_daemon.waitForFinished();
-}
 
 ShellTest::ShellTest()
 {

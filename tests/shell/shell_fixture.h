@@ -1,27 +1,14 @@
 // A private home, settings, log, session bus and recording controller for tests of the shell.
 #pragma once
 
+#include "tests/kit/PrivateBus.h"
 #include "tests/kit/application.h"
 
 #include <gtest/gtest.h>
 
-#include <QProcess>
 #include <QStringList>
 
 #include <memory>
-
-// A message bus of the test's own.
-class PrivateBus
-{
-public:
-    PrivateBus();
-    ~PrivateBus();
-    QString address() const { return m_address; }
-
-private:
-    QProcess m_daemon;
-    QString m_address;
-};
 
 // The log of the process goes to a file of its own, the settings name the recording controller.
 class ShellTest : public ApplicationTest

@@ -1,0 +1,17 @@
+// A message bus of a test's own.
+#pragma once
+
+#include <QProcess>
+
+// The bus ends with the object, or with the test's process.
+class PrivateBus
+{
+public:
+    PrivateBus();
+    ~PrivateBus();
+    QString address() const { return m_address; } // empty when there is no bus
+
+private:
+    QProcess m_daemon;
+    QString m_address;
+};
