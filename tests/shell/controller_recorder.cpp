@@ -1,5 +1,6 @@
-// Plays the controller: stores its arguments and environment beside itself in "record", then does
-// what the lines of the file "mode" say.
+// Plays the controller: stores its arguments and environment beside itself in "record", each text
+// with its kind before it and a null byte after it, then does what the lines of the file "mode"
+// say.
 //
 //   print TEXT   write TEXT          flood N   write N bytes
 //   ignore-term  ignore SIGTERM      hang      wait for a signal
@@ -20,9 +21,9 @@ int main(int argc, char **argv)
     {
         std::ofstream record(folder + "record.new");
         for (int i = 1; i < argc; ++i)
-            record << "argument " << argv[i] << '\n';
+            record << "argument " << argv[i] << '\0';
         for (char **entry = environ; *entry; ++entry)
-            record << "environment " << *entry << '\n';
+            record << "environment " << *entry << '\0';
     }
     std::ifstream mode(folder + "mode");
     std::string line;

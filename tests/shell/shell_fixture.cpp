@@ -29,7 +29,7 @@ QStringList recorded(const QString &kind)
     if (!file.open(QIODevice::ReadOnly))
         return {};
     QStringList lines;
-    for (const QString &line : QString::fromLocal8Bit(file.readAll()).split(QLatin1Char('\n')))
+    for (const QString &line : QString::fromLocal8Bit(file.readAll()).split(QChar(u'\0')))
         if (line.startsWith(kind))
             lines << line.mid(kind.size());
     return lines;
