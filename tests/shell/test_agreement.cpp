@@ -1,6 +1,11 @@
+#include "app/shell/EULAWindowController.h"
 #include "app/shell/TarvCLI.h"
 #include "tests/list/fake_service.h"
 #include "tests/shell/shell_fixture.h"
+
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTextBrowser>
 
 #include <cerrno>
 #include <string>
@@ -10,6 +15,31 @@
 using namespace Qt::StringLiterals;
 
 using AgreementTest = ShellTest;
+
+TEST_F(AgreementTest, aRefusalIsShownOnTheWindowAndOnlySuccessClosesIt)
+{
+    bool right = false;
+    const auto accept = [&](TarvError *error) {
+        error->description = u"The administrator right was refused"_s;
+        return right;
+    };
+    EULAWindowController controller(QStringLiteral(LICENSE_TEXT), accept);
+    controller.showWindow();
+    const auto *text = controller.window()->findChild<QTextBrowser *>(u"eulaView"_s);
+    EXPECT_EQ(text->document()->find(u"Tarv Agreement"_s).charFormat().fontWeight(), QFont::Bold);
+    auto *button = controller.window()->findChild<QPushButton *>(u"acceptButton"_s);
+    button->click();
+    EXPECT_FALSE(button->isEnabled()) << "once at a time";
+    const auto sheet = [&] {
+        return qobject_cast<QMessageBox *>(WindowController::attachedSheet(controller.window()));
+    };
+    ASSERT_TRUE(waitUntil([&] { return sheet() != nullptr; }));
+    EXPECT_EQ(sheet()->text(), u"The administrator right was refused"_s);
+    sheet()->buttons().constFirst()->click();
+    right = true;
+    button->click();
+    EXPECT_TRUE(waitUntil([&] { return controller.window()->isHidden(); }));
+}
 
 TEST_F(AgreementTest, asksTheLaunchServiceAndPassesItsErrorOn)
 {

@@ -4,6 +4,7 @@
 #include "tarvhv/display/TarvDisplayView.h"
 #include "tests/shell/shell_fixture.h"
 
+#include <QDialog>
 #include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QLayout>
@@ -90,6 +91,18 @@ TEST_F(KeyboardRoutingTest, pasteComesBeforeTheKeyOnPressAndRelease)
     controller.mayPaste = false;
     QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
     EXPECT_EQ(seen(), (QStringList{u"press V"_s, u"release V"_s}));
+}
+
+TEST_F(KeyboardRoutingTest, otherShortcutsAreTheGuestsUnlessASheetIsUp)
+{
+    for (const Qt::Key key : {Qt::Key_Q, Qt::Key_O})
+        QTest::keyClick(window, key, Qt::ControlModifier);
+    EXPECT_EQ(seen(), (QStringList{u"press Q"_s, u"release Q"_s, u"press O"_s, u"release O"_s}));
+    seen().clear();
+    QDialog sheet;
+    controller.beginSheet(&sheet, {});
+    QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(seen().count(u"paste"_s), 0);
 }
 
 TEST_F(KeyboardRoutingTest, copyComesAfterTheKeyOnPressAndRelease)
