@@ -14,7 +14,6 @@
 
 #include <QApplication>
 #include <QMessageBox>
-#include <QPointer>
 #include <QTimer>
 #include <QUuid>
 
@@ -68,6 +67,7 @@ void AppDelegate::applicationWillFinishLaunching(SingleInstance *instance)
         if (self)
             self->viewDisplay(path, index);
     });
+    m_instance = instance;
     if (!instance)
         return;
     connect(instance, &SingleInstance::activationRequested, this, &AppDelegate::activate);
@@ -359,6 +359,8 @@ bool AppDelegate::requestTermination()
     if (agreed && m_parts.runningVMs() == 0) {
         QCoreApplication::exit(0);
     } else if (agreed) {
+        if (m_instance)
+            m_instance->release();
         m_parts.endVMs();
         QTimer::singleShot(endWait, this, [] { QCoreApplication::exit(0); });
     }

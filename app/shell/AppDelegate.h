@@ -8,6 +8,7 @@
 #include <QAction>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QUrl>
 
 #include <functional>
@@ -117,6 +118,7 @@ private:
     Owned m_creation;
     Owned m_eula;
     std::unique_ptr<ServiceNotifications> m_services;
+    QPointer<SingleInstance> m_instance;
     Termination m_termination = Termination::none;
 
     void windowWillClose(const QWidget *window);

@@ -80,8 +80,11 @@ int runApplication(TarvApplication &application, const Arguments &arguments, App
         QString error;
         if (instance.handOver(arguments.open, &error))
             return EXIT_SUCCESS;
-        fprintf(stderr, "tarv: the running Tarv does not answer: %s\n", error.toLocal8Bit().data());
-        return EXIT_FAILURE;
+        if (instance.claim() == SingleInstance::Role::second) { // else it has just quit
+            fprintf(stderr, "tarv: the running Tarv does not answer: %s\n",
+                    error.toLocal8Bit().data());
+            return EXIT_FAILURE;
+        }
     }
     takeVMsIntoCare();
     BackgroundWork::shared().run(BackgroundWork::Lane::launchService, startServices);

@@ -7,6 +7,8 @@
 #include <QDBusMessage>
 #include <QDBusReply>
 
+#include <utility>
+
 namespace {
 
 const QString busName = QStringLiteral("com.quelda.Tarv");
@@ -86,9 +88,19 @@ SingleInstance::SingleInstance(QDBusConnection bus, QObject *parent)
 
 SingleInstance::~SingleInstance()
 {
-    if (m_owner)
-        m_bus.unregisterService(busName);
+    release();
     m_bus.unregisterObject(objectPath);
+}
+
+void SingleInstance::release()
+{
+    if (!std::exchange(m_owner, false))
+        return;
+    // Not waited for: windows may still be open.
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("ReleaseName"));
+    m_bus.send(call << busName);
 }
 
 SingleInstance::Role SingleInstance::claim()

@@ -25,6 +25,8 @@ public:
     ~SingleInstance() override;
 
     Role claim();
+    // Gives the name up: the next start is a first one.
+    void release();
     // Asks the running application to open these, or to come to the front when there are none.
     // Waits for its answer. False with a reason.
     bool handOver(const QList<QUrl> &urls, QString *error);

@@ -95,6 +95,8 @@ TEST_F(SessionBusTest, aSecondStartHandsOverToTheFirst)
     }
     EXPECT_TRUE(waitUntil([&] { return activated == 1; }));
     EXPECT_EQ(opened, urls);
+    first.release();
+    EXPECT_TRUE(waitUntil([&] { return second.claim() == SingleInstance::Role::first; }));
 }
 
 TEST_F(SessionBusTest, runsAloneWithoutABus)
