@@ -1,0 +1,57 @@
+// What the Linux guest said on its serial line, as the VM's log has it.
+#pragma once
+
+#include "tests/support/service_home.h"
+
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#define SKIP_WITHOUT_LINUX_GUEST()                                                                 \
+    if (access(TARV_GUEST_DIR "/linux.img", R_OK) != 0)                                            \
+    GTEST_SKIP() << "the Linux guest is missing: tools/fetch-guest, then build again"
+
+// One "tick" line.
+struct Tick
+{
+    long number = 0;
+    long clock = 0, rtc = 0; // seconds since the epoch
+};
+
+class Serial
+{
+public:
+    explicit Serial(std::string log) : m_log(std::move(log)) {}
+
+    std::string text() const { return file_text(m_log); }
+    // Waits until something was said after the part that earlier waits have found.
+    bool says(const std::string &what)
+    {
+        return wait_for([&] {
+            const size_t at = text().find("guest: " + what, m_seen);
+            if (at != std::string::npos)
+                m_seen = at + 1;
+            return at != std::string::npos;
+        });
+    }
+    std::vector<Tick> ticks() const
+    {
+        std::vector<Tick> result;
+        const std::string all = text();
+        for (size_t at = 0; (at = all.find("guest: tick ", at)) != std::string::npos; at++)
+            if (Tick tick; sscanf(all.c_str() + at, "guest: tick %ld clock %ld rtc %ld",
+                                  &tick.number, &tick.clock, &tick.rtc) == 3)
+                result.push_back(tick);
+        return result;
+    }
+    // Waits for `more` ticks beyond those that there are.
+    bool goesOn(size_t more)
+    {
+        const size_t wanted = ticks().size() + more;
+        return wait_for([&] { return ticks().size() >= wanted; });
+    }
+
+private:
+    std::string m_log;
+    size_t m_seen = 0;
+};

@@ -1,0 +1,120 @@
+// One VM's whole life by the controller's command line, with a guest that answers.
+#include "tests/engine/serial.h"
+#include "tests/guest/guests.h"
+#include "tests/tarvctl/controller_home.h"
+
+#include <gmock/gmock.h>
+
+#include <ctime>
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class LinuxStory : public ControllerTest
+{
+protected:
+    LinuxStory() { m_home.set("stop_wait", "100"); }
+
+    // Runs the controller, which must succeed; the answer's body.
+    Json done(const std::vector<std::string> &arguments)
+    {
+        const Json answer = ctl(arguments);
+        EXPECT_EQ(answer.value("exit", -1), 0) << arguments[0] << ": " << answer << m_error;
+        return answer.contains("body") ? answer["body"] : Json();
+    }
+    std::string log(const std::string &id) const { return m_home.file("log/" + id + ".log"); }
+    std::string socket(const std::string &id) const
+    {
+        return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
+    }
+    std::string stateFile(const std::string &id) const
+    {
+        const std::string text = record(id), key = "state_file: ";
+        const size_t at = text.find(key);
+        return at == std::string::npos
+                   ? ""
+                   : text.substr(at + key.size(), text.find('\n', at) - at - key.size());
+    }
+};
+
+TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsClonesAndGoes)
+{
+    SKIP_WITHOUT_LINUX_GUEST();
+    const std::string id = done({"create", "--ram-size", "256M", "--disk-size", "64M",
+                                 "--cpu-count", "1", "linux", TARV_GUEST_DIR "/linux.img"})
+                               .value("id", "");
+    const std::string disk = id + "-disk0.qcow2";
+    EXPECT_THAT(names("images"), UnorderedElementsAre(disk));
+    Serial serial(log(id));
+    done({"start", "-fv", id});
+    ASSERT_TRUE(serial.says("boot 1")) << serial.text();
+    ASSERT_TRUE(serial.goesOn(3));
+
+    done({"suspend", "linux"});
+    const size_t said = serial.ticks().size();
+    const Tick before = serial.ticks().back();
+    EXPECT_EQ(status(id), "suspended");
+    const std::string state = stateFile(id), state_path = m_home.file("images/" + state);
+    EXPECT_THAT(names("images"), UnorderedElementsAre(disk, state));
+    EXPECT_THAT(names("vms/" + id), UnorderedElementsAre("config.yaml"));
+    EXPECT_FALSE(fs::exists(socket(id)));
+
+    // A state of which the end is lost can't be resumed, and stays.
+    fs::copy_file(state_path, m_home.file("whole"));
+    fs::resize_file(state_path, fs::file_size(state_path) / 2);
+    const Json refused = ctl({"start", id});
+    EXPECT_NE(refused["exit"], 0);
+    EXPECT_THAT(refused.value("message", ""), HasSubstr("the saved state is kept; "));
+    EXPECT_EQ(stateFile(id), state);
+    fs::rename(m_home.file("whole"), state_path);
+
+    const std::string copy = done({"clone", "--copy", id, "copy"}).value("id", "");
+    const std::string copied_disk = copy + "-disk0.qcow2";
+    EXPECT_THAT(names("images"), UnorderedElementsAre(disk, state, copied_disk, stateFile(copy)));
+    const time_t resumed = time(nullptr);
+    Serial copied(log(copy));
+    done({"start", copy, id});
+    ASSERT_TRUE(serial.goesOn(2));
+    ASSERT_TRUE(copied.goesOn(2));
+    EXPECT_EQ(status(copy), "running");
+    for (const Tick &after : {serial.ticks().at(said), copied.ticks().front()}) {
+        EXPECT_EQ(after.number, before.number + 1) << "the guest did not go on where it was";
+        EXPECT_GE(after.clock, before.clock);
+        EXPECT_GE(after.rtc, resumed) << "the CMOS clock stood still";
+    }
+    EXPECT_THAT(names("images"), UnorderedElementsAre(disk, copied_disk)) << "a state is left";
+    done({"stop", "--force", copy});
+    done({"delete", "--yes", copy});
+    EXPECT_THAT(names("images"), UnorderedElementsAre(disk));
+
+    done({"reboot", id});
+    ASSERT_TRUE(serial.says("boot 2")) << serial.text();
+    ASSERT_TRUE(serial.says("tick 1 "));
+    ASSERT_TRUE(serial.says("input Power Button"));
+    done({"stop", id});
+    EXPECT_EQ(status(id), "stopped");
+    EXPECT_THAT(serial.text(), HasSubstr("asking the guest to power off"));
+    EXPECT_THAT(serial.text(), HasSubstr("guest: power button"));
+    EXPECT_THAT(serial.text(), HasSubstr("the guest is off: guest-shutdown"));
+    EXPECT_THAT(serial.text(), Not(HasSubstr("to the engine"))) << "no signal was needed";
+
+    const std::string clone = done({"clone", id, "clone"}).value("id", "");
+    EXPECT_EQ(names("images").size(), 3u) << "the shared image and a layer of each";
+    done({"delete", "--yes", id});
+    Serial cloned(log(clone));
+    done({"start", clone});
+    EXPECT_TRUE(cloned.says("boot 3")) << cloned.text();
+    done({"stop", "--force", clone});
+    done({"delete", "--yes", clone});
+    EXPECT_TRUE(names("images").empty());
+    EXPECT_TRUE(names("vms").empty());
+    for (const std::string &each : {id, copy, clone})
+        EXPECT_FALSE(fs::exists(socket(each)));
+}
+
+} // namespace
