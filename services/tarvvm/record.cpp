@@ -1,5 +1,6 @@
 #include "services/tarvvm/record.h"
 
+#include "hostlib/vm/img.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
 #include "services/engine/trees.h"
@@ -67,4 +68,9 @@ bool VmRecord::writeState(const std::string &name)
 void VmRecord::removeState()
 {
     vm_remove_state(m_vm.get());
+    // It has the size of the guest's memory, and nobody else's record names it. What else is queued
+    // may be needed.
+    img_purge(
+        [](const char *name, void *state) { return *static_cast<std::string *>(state) != name; },
+        &m_machine.state_file);
 }
