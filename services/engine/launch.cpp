@@ -167,6 +167,16 @@ void add_audio(Arguments &arguments, const Machine &machine, const EngineHost &h
         .add({"-device", "intel-hda", "-device", "hda-duplex,audiodev=sound"});
 }
 
+// The port on which a guest's agent shares the pasteboard. Last, so that it takes no device's place
+// on the bus.
+void add_agent(Arguments &arguments, const LaunchOptions &options)
+{
+    arguments.add({"-chardev", "socket,id=agent,fd=" + std::to_string(options.agent_fd)})
+        .add({"-device", "virtio-serial-pci,id=ports"})
+        .add({"-device",
+              "virtserialport,bus=ports.0,id=agent-port,chardev=agent,name=com.redhat.spice.0"});
+}
+
 std::string shell_word(const std::string &word)
 {
     constexpr std::string_view plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
@@ -191,6 +201,7 @@ Launch engine_launch(const Machine &machine, const EngineHost &host, const Launc
     add_cdrom(arguments, machine, host, options);
     add_networks(arguments, machine, host, options);
     add_audio(arguments, machine, host);
+    add_agent(arguments, options);
     return {host.qemu, std::move(arguments.list), host.environment};
 }
 

@@ -40,6 +40,7 @@ struct LaunchOptions
     StartMode mode = StartMode::normal;
     int monitor_fd = 3;    // the machine protocol's end of a socket pair
     int console_fd = 4;    // the serial port's end of a socket pair
+    int agent_fd = 5;      // the end of one of the port that the guest's agent opens
     bool incoming = false; // waits for a saved state
 };
 

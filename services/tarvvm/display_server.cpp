@@ -11,8 +11,9 @@ constexpr const char *FD_NAME = "display";
 
 } // namespace
 
-DisplayServer::DisplayServer(sd_event *loop, const Machine &machine, Screen::Log log)
-    : m_loop(loop), m_machine(machine), m_log(std::move(log))
+DisplayServer::DisplayServer(sd_event *loop, const Machine &machine, GuestPasteboard &pasteboard,
+                             Screen::Log log)
+    : m_loop(loop), m_machine(machine), m_pasteboard(pasteboard), m_log(std::move(log))
 {
 }
 
@@ -67,7 +68,7 @@ void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Don
             break;
         const MachineDisplay &display = m_machine.displays[number];
         std::unique_ptr<Screen> screen =
-            Screen::create(m_loop, *m_bus, console, display.hdpi, m_log);
+            Screen::create(m_loop, *m_bus, console, display.hdpi, m_pasteboard, m_log);
         if (!screen) {
             done(std::strerror(errno));
             return;
@@ -114,7 +115,7 @@ JsonTree DisplayServer::addViewer(size_t index, int *frame, UniqueFd *channel)
     json_append_int64(body.get(), "height", screen.frame().height());
     json_append_bool(body.get(), "hdpi", screen.mode().hdpi);
     json_append_bool(body.get(), "live_resize", screen.mode().live_resize);
-    json_append_int64(body.get(), "caps", 0);
+    json_append_int64(body.get(), "caps", m_pasteboard.caps());
     json_append_bool(body.get(), "absolute", screen.absolute());
     screen.addViewer(UniqueFd(ends[0]));
     return body;

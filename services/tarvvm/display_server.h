@@ -16,7 +16,8 @@ class DisplayServer
 public:
     using Done = std::function<void(const std::string &error)>; // an empty error is success
 
-    DisplayServer(sd_event *loop, const Machine &machine, Screen::Log log);
+    DisplayServer(sd_event *loop, const Machine &machine, GuestPasteboard &pasteboard,
+                  Screen::Log log);
     DisplayServer(const DisplayServer &) = delete;
     DisplayServer &operator=(const DisplayServer &) = delete;
 
@@ -36,6 +37,7 @@ private:
 
     sd_event *m_loop;
     const Machine &m_machine;
+    GuestPasteboard &m_pasteboard;
     Screen::Log m_log;
     std::unique_ptr<DisplayBus> m_bus; // outlives the screens
     std::vector<std::unique_ptr<Screen>> m_screens;

@@ -56,7 +56,8 @@ std::string end_text(int status)
 bool EngineProcess::Channels::make()
 {
     return socket_pair(&monitor, &engine_monitor) && socket_pair(&console, &engine_console) &&
-           set_nonblocking(monitor.get()) && set_nonblocking(console.get());
+           socket_pair(&agent, &engine_agent) && set_nonblocking(monitor.get()) &&
+           set_nonblocking(console.get()) && set_nonblocking(agent.get());
 }
 
 std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch &launch,
@@ -76,12 +77,14 @@ std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch
     const std::vector<char *> envp = pointers(environment);
     const platform_launch plan{launch.program.c_str(), argv.data(),    envp.data(), AT_FDCWD, -1,
                                words_end.get(),        words_end.get()};
-    const int kept[] = {channels->engine_monitor.get(), channels->engine_console.get()};
-    self->m_pid = platform_spawn_bound(plan, kept, 2);
+    const int kept[] = {channels->engine_monitor.get(), channels->engine_console.get(),
+                        channels->engine_agent.get()};
+    self->m_pid = platform_spawn_bound(plan, kept, 3);
     if (self->m_pid < 0)
         return nullptr;
     channels->engine_monitor.reset();
     channels->engine_console.reset();
+    channels->engine_agent.reset();
     self->m_console = std::move(channels->console);
     self->m_watch.reset(platform_watch_process(self->m_pid));
     if (!self->m_watch || !set_nonblocking(self->m_words.get()))

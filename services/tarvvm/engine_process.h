@@ -26,8 +26,8 @@ public:
     // made first, as their numbers stand in the launch description.
     struct Channels
     {
-        UniqueFd monitor, console;
-        UniqueFd engine_monitor, engine_console;
+        UniqueFd monitor, console, agent;
+        UniqueFd engine_monitor, engine_console, engine_agent;
         // False with errno set.
         bool make();
     };

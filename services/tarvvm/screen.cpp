@@ -43,15 +43,16 @@ std::shared_ptr<UniqueFd> cursor_memory(const CursorImage &image)
 
 } // namespace
 
-Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, Log log)
-    : m_loop(loop), m_bus(bus), m_console(console), m_log(std::move(log))
+Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
+               Log log)
+    : m_loop(loop), m_bus(bus), m_console(console), m_pasteboard(pasteboard), m_log(std::move(log))
 {
 }
 
 std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Console &console,
-                                       bool hdpi, Log log)
+                                       bool hdpi, GuestPasteboard &pasteboard, Log log)
 {
-    std::unique_ptr<Screen> self(new Screen(loop, bus, console, std::move(log)));
+    std::unique_ptr<Screen> self(new Screen(loop, bus, console, pasteboard, std::move(log)));
     self->m_mode = {hdpi, /*live_resize=*/true};
     const bool known = console.width != 0 && console.height != 0;
     self->m_feed = ScreenFeed::create(known ? console.width : SIZE_UNKNOWN_WIDTH,
@@ -68,7 +69,7 @@ std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Co
 void Screen::addViewer(UniqueFd channel)
 {
     ViewerHost &host = *this;
-    auto viewer = std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host);
+    auto viewer = std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host, m_pasteboard);
     if (m_has_cursor)
         sendCursor(*viewer);
     m_viewers.push_back(std::move(viewer));

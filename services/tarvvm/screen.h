@@ -19,7 +19,7 @@ public:
 
     // Null with errno set.
     static std::unique_ptr<Screen> create(sd_event *loop, DisplayBus &bus, const Console &console,
-                                          bool hdpi, Log log);
+                                          bool hdpi, GuestPasteboard &pasteboard, Log log);
     Screen(const Screen &) = delete;
     Screen &operator=(const Screen &) = delete;
 
@@ -37,7 +37,8 @@ public:
     unsigned index() const { return m_console.index; }
 
 private:
-    Screen(sd_event *loop, DisplayBus &bus, const Console &console, Log log);
+    Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
+           Log log);
 
     void viewerActivityChanged() override;
     void viewerKey(uint32_t number, bool down) override;
@@ -62,6 +63,7 @@ private:
     sd_event *m_loop;
     DisplayBus &m_bus;
     Console m_console;
+    GuestPasteboard &m_pasteboard;
     Log m_log;
     std::unique_ptr<ScreenFeed> m_feed;
     std::shared_ptr<FrameBuffer> m_frame; // that viewers know of

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <sysexits.h>
@@ -86,7 +87,9 @@ bool Supervisor::startEngine(std::string *error)
     }
     m_resuming = !m_record.machine().state_file.empty() && m_mode != StartMode::recovery;
     const LaunchOptions options{m_mode, channels.engine_monitor.get(),
-                                channels.engine_console.get(), m_resuming};
+                                channels.engine_console.get(), channels.engine_agent.get(),
+                                m_resuming};
+    UniqueFd agent_unread(fcntl(channels.engine_agent.get(), F_DUPFD_CLOEXEC, 0));
     const Launch launch = engine_launch(m_record.machine(), m_record.host(), options);
     m_log.line("starting " + engine_launch_line(launch));
     m_engine = EngineProcess::start(m_loop, launch, &channels, m_log,
@@ -100,6 +103,9 @@ bool Supervisor::startEngine(std::string *error)
     handlers.event = [this](const std::string &name, const json *data) { onQmpEvent(name, data); };
     handlers.closed = [this](const std::string &reason) { m_log.line(reason); };
     m_qmp = std::make_unique<Qmp>(m_loop, std::move(channels.monitor), std::move(handlers));
+    m_pasteboard = std::make_unique<GuestPasteboard>(
+        m_loop, std::move(channels.agent), std::move(agent_unread),
+        [this](const std::string &line) { m_log.line(line); });
     m_stopper = std::make_unique<Stopper>(m_loop, stop_wait_setting(),
                                           [this](StopRung rung) { climb(rung); });
     m_suspender = std::make_unique<Suspender>(m_loop, *m_qmp, m_record.host().images_dir);
@@ -113,8 +119,9 @@ bool Supervisor::startEngine(std::string *error)
 
 void Supervisor::onQmpReady()
 {
-    m_displays = std::make_unique<DisplayServer>(
-        m_loop, m_record.machine(), [this](const std::string &line) { m_log.line(line); });
+    m_displays =
+        std::make_unique<DisplayServer>(m_loop, m_record.machine(), *m_pasteboard,
+                                        [this](const std::string &line) { m_log.line(line); });
     m_displays->start(*m_qmp, [this](const std::string &error) { onScreens(error); });
 }
 
@@ -216,6 +223,8 @@ void Supervisor::onQmpEvent(const std::string &name, const json *data)
         onDiskError(data);
     } else if (name == "GUEST_PANICKED") {
         m_log.line("the guest's system has crashed");
+    } else if (name == "VSERPORT_CHANGE") {
+        m_pasteboard->setPortOpen(json_find_bool(data, "open", false)); // the only port
     }
 }
 

@@ -4,6 +4,7 @@
 #include "services/tarvvm/display_server.h"
 #include "services/tarvvm/engine_process.h"
 #include "services/tarvvm/event.h"
+#include "services/tarvvm/guest_pasteboard.h"
 #include "services/tarvvm/qmp.h"
 #include "services/tarvvm/record.h"
 #include "services/tarvvm/service.h"
@@ -87,6 +88,7 @@ private:
     std::unique_ptr<Service> m_service;
     std::unique_ptr<EngineProcess> m_engine;
     std::unique_ptr<Qmp> m_qmp;
+    std::unique_ptr<GuestPasteboard> m_pasteboard; // outlives the screens' viewers
     std::unique_ptr<DisplayServer> m_displays;
     std::unique_ptr<Suspender> m_suspender;
     std::unique_ptr<Stopper> m_stopper;

@@ -9,7 +9,6 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 
@@ -20,14 +19,16 @@ constexpr int PACKETS_PER_TURN = 64;
 // Room for a few packets only: each may hold a frame buffer that the viewer has yet to take.
 constexpr int SEND_BUFFER = 4096;
 constexpr size_t DESCRIPTORS_MAX = 4;
+// Bytes of a pasteboard that cost as much as a packet.
+constexpr double PASTEBOARD_RATE = 64 * 1024;
 
 constexpr uint32_t BUTTON_WHEEL_UP = 3;
 constexpr uint32_t BUTTON_WHEEL_DOWN = 4;
 constexpr uint32_t WHEEL_BUTTONS = 1u << BUTTON_WHEEL_UP | 1u << BUTTON_WHEEL_DOWN;
 constexpr int32_t WHEEL_STEPS_MAX = 32;
 
-// Receives one packet and closes descriptors that came with it: none is of use here.
-ssize_t receive_packet(int fd, display_packet *packet)
+// Receives one packet and the first descriptor that came with it; others are closed.
+ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 {
     iovec part{packet, sizeof *packet};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * DESCRIPTORS_MAX)];
@@ -47,7 +48,9 @@ ssize_t receive_packet(int fd, display_packet *packet)
         for (size_t i = 0; i < count; i++) {
             int received;
             std::memcpy(&received, CMSG_DATA(header) + i * sizeof received, sizeof received);
-            ::close(received);
+            UniqueFd owned(received);
+            if (!*descriptor)
+                *descriptor = std::move(owned);
         }
     }
     return (message.msg_flags & MSG_TRUNC) != 0 ? ssize_t(sizeof *packet) + 1 : length;
@@ -56,8 +59,9 @@ ssize_t receive_packet(int fd, display_packet *packet)
 } // namespace
 
 Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame,
-               ViewerHost &host)
+               ViewerHost &host, GuestPasteboard &pasteboard)
     : m_host(host),
+      m_pasteboard(pasteboard),
       m_channel(std::move(channel)),
       m_frame(std::move(frame)),
       m_allowance(PACKETS_AT_ONCE),
@@ -66,10 +70,12 @@ Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> fr
     setsockopt(m_channel.get(), SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     m_source =
         event_io(loop, m_channel.get(), EPOLLIN, [this](uint32_t events) { onReady(events); });
+    m_pasteboard.add(this);
 }
 
 Viewer::~Viewer()
 {
+    m_pasteboard.remove(this);
     releaseAll();
 }
 
@@ -106,6 +112,19 @@ void Viewer::setAbsolute(bool absolute)
     flush();
 }
 
+void Viewer::pasteboardCapsChanged(uint32_t caps)
+{
+    m_caps = caps;
+    m_caps_due = true;
+    flush();
+}
+
+void Viewer::pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive)
+{
+    m_archive = std::move(archive);
+    flush();
+}
+
 void Viewer::close(display_close_reason reason)
 {
     if (gone())
@@ -120,6 +139,7 @@ void Viewer::hangUp()
         return;
     m_source.reset();
     m_channel.reset();
+    m_archive.reset();
     releaseAll();
     m_host.viewerGone();
 }
@@ -144,12 +164,12 @@ void Viewer::onReady(uint32_t events)
         receive();
 }
 
-bool Viewer::withinRate()
+bool Viewer::withinRate(double packets)
 {
     const auto now = std::chrono::steady_clock::now();
     const double seconds = std::chrono::duration<double>(now - m_counted).count();
     m_counted = now;
-    m_allowance = std::min(PACKETS_AT_ONCE, m_allowance + seconds * PACKETS_PER_SECOND) - 1;
+    m_allowance = std::min(PACKETS_AT_ONCE, m_allowance + seconds * PACKETS_PER_SECOND) - packets;
     return m_allowance >= 0;
 }
 
@@ -157,21 +177,23 @@ void Viewer::receive()
 {
     for (int i = 0; i < PACKETS_PER_TURN && !gone(); i++) {
         display_packet packet;
-        const ssize_t length = receive_packet(m_channel.get(), &packet);
+        UniqueFd descriptor;
+        const ssize_t length = receive_packet(m_channel.get(), &packet, &descriptor);
         if (length < 0 && (errno == EAGAIN || errno == EINTR))
             return;
         if (length <= 0) {
             hangUp();
             return;
         }
-        if (length != ssize_t(sizeof packet) || !withinRate() || !handle(packet)) {
+        if (length != ssize_t(sizeof packet) || !withinRate(1) ||
+            !handle(packet, std::move(descriptor))) {
             close(DISPLAY_CLOSE_REFUSED);
             return;
         }
     }
 }
 
-bool Viewer::handle(const display_packet &packet)
+bool Viewer::handle(const display_packet &packet, UniqueFd descriptor)
 {
     const int32_t *arg = packet.arg;
     switch (packet.type) {
@@ -205,11 +227,19 @@ bool Viewer::handle(const display_packet &packet)
         m_host.viewerResize(arg[0], arg[1], arg[2] != 0);
         return true;
     case DISPLAY_PASTEBOARD_ASK:
+        m_pasteboard.ask(this, /*polling=*/arg[0] != 0);
+        return true;
     case DISPLAY_PASTEBOARD_SEND:
-        return true; // this screen has announced no pasteboard: nothing to give or take
+        return handlePasteboard(arg[0], std::move(descriptor));
     default:
         return false;
     }
+}
+
+bool Viewer::handlePasteboard(int32_t size, UniqueFd memory)
+{
+    return size >= 0 && withinRate(size / PASTEBOARD_RATE) &&
+           m_pasteboard.give(std::move(memory), size_t(size));
 }
 
 bool Viewer::handleButtons(int32_t buttons)
@@ -263,7 +293,7 @@ void Viewer::flush()
     if (gone())
         return;
     // A viewer that went away is met when its end of stream is read.
-    const bool all_sent = flushState() && flushDamage();
+    const bool all_sent = flushState() && flushPasteboard() && flushDamage();
     if (m_source)
         sd_event_source_set_io_events(m_source.get(), EPOLLIN | (all_sent ? 0u : EPOLLOUT));
 }
@@ -290,6 +320,18 @@ bool Viewer::flushState()
         m_cursor_due = false;
         m_cursor_memory.reset();
     }
+    return true;
+}
+
+bool Viewer::flushPasteboard()
+{
+    if (m_caps_due && send({DISPLAY_CAPS, {int32_t(m_caps)}}) == Sent::later)
+        return false;
+    m_caps_due = false;
+    if (m_archive &&
+        send({DISPLAY_PASTEBOARD, {int32_t(m_archive->size)}}, m_archive->fd.get()) == Sent::later)
+        return false;
+    m_archive.reset();
     return true;
 }
 

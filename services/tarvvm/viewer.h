@@ -5,6 +5,7 @@
 #include "services/tarvvm/damage.h"
 #include "services/tarvvm/event.h"
 #include "services/tarvvm/frame_buffer.h"
+#include "services/tarvvm/guest_pasteboard.h"
 #include "services/tarvvm/listener_reader.h"
 
 #include "platform/unique_fd.h"
@@ -37,15 +38,16 @@ struct ScreenMode
     bool live_resize = false;
 };
 
-class Viewer
+class Viewer : private PasteboardReader
 {
 public:
     static constexpr uint32_t KEY_MAX = 0xff;
     static constexpr uint32_t BUTTON_COUNT = 7; // left, middle, right, wheel up and down, back …
 
     // `frame` is what the viewer got with the answer to its request.
-    Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame, ViewerHost &host);
-    ~Viewer();
+    Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame, ViewerHost &host,
+           GuestPasteboard &pasteboard);
+    ~Viewer() override;
     Viewer(const Viewer &) = delete;
     Viewer &operator=(const Viewer &) = delete;
 
@@ -71,18 +73,23 @@ private:
 
     void onReady(uint32_t events);
     void receive();
-    bool handle(const display_packet &packet);
+    void pasteboardCapsChanged(uint32_t caps) override;
+    void pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive) override;
+    bool handle(const display_packet &packet, UniqueFd descriptor);
+    bool handlePasteboard(int32_t size, UniqueFd memory);
     bool handleButtons(int32_t buttons);
     bool handleWheel(int32_t vertical);
-    bool withinRate();
+    bool withinRate(double packets);
     void releaseAll();
     void flush();
     bool flushState();
+    bool flushPasteboard();
     bool flushDamage();
     Sent send(const display_packet &packet, int fd = -1);
     void hangUp();
 
     ViewerHost &m_host;
+    GuestPasteboard &m_pasteboard;
     UniqueFd m_channel;
     EventSource m_source;
     std::shared_ptr<FrameBuffer> m_frame;
@@ -94,6 +101,9 @@ private:
     bool m_pointer_due = false;
     bool m_absolute = false;
     bool m_active = true;
+    bool m_caps_due = false;
+    uint32_t m_caps = 0;
+    std::shared_ptr<const PasteboardMemory> m_archive; // not yet sent
 
     Damage m_damage;              // not yet sent
     std::vector<Rect> m_sending;  // of the serial under way, the next one last

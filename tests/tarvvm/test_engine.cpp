@@ -104,6 +104,14 @@ EngineHost host()
     return host;
 }
 
+std::string agent(int fd)
+{
+    return " -chardev socket,id=agent,fd=" + std::to_string(fd) +
+           " -device virtio-serial-pci,id=ports"
+           " -device virtserialport,bus=ports.0,id=agent-port,chardev=agent,"
+           "name=com.redhat.spice.0";
+}
+
 TEST(Launch, describesTheSmallestMachineWhole)
 {
     const Parsed parsed = parse("name: One\nram: {size: 67108864}\n");
@@ -117,7 +125,8 @@ TEST(Launch, describesTheSmallestMachineWhole)
                   " -display dbus,p2p=yes"
                   " -device virtio-vga,max_outputs=1,xres=1280,yres=800"
                   " -device qemu-xhci,id=usb -device usb-tablet,bus=usb.0"
-                  " -device ide-cd,bus=ide.0");
+                  " -device ide-cd,bus=ide.0" +
+                  agent(5));
     EXPECT_EQ(launch.environment, host().environment);
 }
 
@@ -137,7 +146,7 @@ TEST(Launch, describesAFullMachineWhole)
     EngineHost facts = host();
     facts.accel = Accel::kvm;
     const Launch launch =
-        engine_launch(parsed.machine, facts, {StartMode::recovery, 7, 8, /*incoming=*/true});
+        engine_launch(parsed.machine, facts, {StartMode::recovery, 7, 8, 9, /*incoming=*/true});
     EXPECT_EQ(engine_launch_line(launch),
               "/bin/qemu -name 'guest=A,, b' -uuid " + std::string(ID) +
                   " -no-user-config -nodefaults -machine q35 -accel kvm -cpu host -smp 4"
@@ -162,7 +171,8 @@ TEST(Launch, describesAFullMachineWhole)
                   " -netdev bridge,id=net2,br=br0,helper=/usr/lib/qemu/qemu-bridge-helper"
                   " -device e1000e,id=nic2,mac=52:54:00:00:00:03,bootindex=33,netdev=net2"
                   " -device e1000e,id=nic3,mac=52:54:00:00:00:04,bootindex=34"
-                  " -audiodev none,id=sound -device intel-hda -device hda-duplex,audiodev=sound");
+                  " -audiodev none,id=sound -device intel-hda -device hda-duplex,audiodev=sound" +
+                  agent(9));
     EXPECT_EQ(engine_launch_line({"/bin/a b", {"it's", "x=1,y"}, {}}),
               "'/bin/a b' 'it'\\''s' x=1,y");
 }

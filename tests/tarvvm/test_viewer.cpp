@@ -19,12 +19,15 @@ protected:
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
         m_peer.reset(ends[1]);
         ViewerHost &host = *this;
+        m_pasteboard = std::make_unique<GuestPasteboard>(m_loop, UniqueFd(), UniqueFd(),
+                                                         [](const std::string &) {});
         m_viewer = std::make_unique<Viewer>(m_loop, UniqueFd(ends[0]),
-                                            FrameBuffer::create(100, 100), host);
+                                            FrameBuffer::create(100, 100), host, *m_pasteboard);
     }
     void TearDown() override
     {
         m_viewer.reset();
+        m_pasteboard.reset();
         sd_event_unref(m_loop);
     }
 
@@ -72,6 +75,7 @@ protected:
 
     sd_event *m_loop = nullptr;
     UniqueFd m_peer;
+    std::unique_ptr<GuestPasteboard> m_pasteboard; // of a guest without a port for an agent
     std::unique_ptr<Viewer> m_viewer;
     std::string m_log;
 };
@@ -156,7 +160,9 @@ TEST_F(ViewerTest, hangsUpOnViewersThatBreakTheRules)
                                     {DISPLAY_KEY, {0, 1}},
                                     {DISPLAY_KEY, {0x100, 1}},
                                     {DISPLAY_RESIZE, {0, 100}},
-                                    {DISPLAY_RESIZE, {100, -1}}};
+                                    {DISPLAY_RESIZE, {100, -1}},
+                                    {DISPLAY_PASTEBOARD_SEND, {-1}},
+                                    {DISPLAY_PASTEBOARD_SEND, {10}}}; // without the memory
     for (const display_packet &packet : cases) {
         ::send(m_peer.get(), &packet, sizeof packet, 0);
         turn();

@@ -1,0 +1,31 @@
+// The pasteboard as it travels between a supervisor and its viewers: what of it a guest can take,
+// and what a guest gave. The format is in docs/formats.md.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+struct PasteboardContents
+{
+    std::string text; // UTF-8; without a text of its own, the URLs, one a line
+    std::string png;  // a PNG file
+    bool empty() const { return text.empty() && png.empty(); }
+    bool operator==(const PasteboardContents &) const = default;
+};
+
+// Bytes that an archive of two items is larger than its contents, at most.
+inline constexpr size_t PASTEBOARD_ARCHIVE_OVERHEAD = 64;
+
+// Reads an archive. False when it is none. Of several items of a kind the first counts; items that
+// a guest can't take are left out.
+bool pasteboard_archive_read(std::string_view archive, PasteboardContents *contents);
+std::string pasteboard_archive_write(const PasteboardContents &contents);
+
+// Well-formed UTF-8 of a text that a guest calls so: without the zero bytes that some end with, and
+// with U+FFFD for what is none.
+std::string pasteboard_text(std::string_view bytes);
+// Whether bytes begin as a PNG file.
+bool pasteboard_is_png(std::string_view bytes);
+// Line ends of a text: LF to CR LF, where there is no CR yet, and back.
+std::string pasteboard_with_crlf(std::string_view text);
+std::string pasteboard_without_crlf(std::string_view text);
