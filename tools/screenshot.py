@@ -45,12 +45,13 @@ def wait_for(what, seconds, probe):
 class Session:
     """A private home, screen, window manager and session bus, and what runs in them."""
 
-    def __init__(self, binaries):
+    def __init__(self, binaries, screen=SCREEN):
         self.bin = binaries
+        self.screen = screen
         self.children = []
         self.home = pathlib.Path(tempfile.mkdtemp(prefix="tarv-shot."))
         self.env = {k: v for k, v in os.environ.items()
-                    if not k.startswith(("TARV_", "DBUS_", "XDG_", "QT_", "WAYLAND"))}
+                    if not k.startswith(("TARV_", "DBUS_", "XDG_", "QT_", "WAYLAND", "LANG"))}
         self.env.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.home / "config"),
                         XDG_CACHE_HOME=str(self.home / "cache"),
                         XDG_RUNTIME_DIR=str(self.home / "runtime"),
@@ -92,7 +93,7 @@ class Session:
 
     def open_desktop(self):
         read, write = os.pipe()
-        self.start("Xvfb", ["Xvfb", "-displayfd", str(write), "-screen", "0", SCREEN, "-nolisten",
+        self.start("Xvfb", ["Xvfb", "-displayfd", str(write), "-screen", "0", self.screen, "-nolisten",
                             "tcp"], pass_fds=[write])
         os.close(write)
         with os.fdopen(read) as stream:

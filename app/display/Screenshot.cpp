@@ -1,6 +1,7 @@
 #include "app/display/Screenshot.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QLocale>
 #include <QSaveFile>
 #include <QStandardPaths>
@@ -18,7 +19,8 @@ QString Screenshot::path(const QString &name, const QDateTime &time)
     const QString directory = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
     const QString encoded =
         QString::fromLatin1(QUrl::toPercentEncoding(name, QByteArrayLiteral("!$&'()*+,/:;=@")));
-    const QString stamp = QLocale().toString(time, QStringLiteral("d MMM yyyy' at 'HH.mm.ss"));
+    const QString stamp = QLocale().toString(
+        time, QCoreApplication::translate("Screenshot", "d MMM yyyy' at 'HH.mm.ss"));
     return QStringLiteral("%1/%2 %3.png").arg(directory, encoded, stamp);
 }
 

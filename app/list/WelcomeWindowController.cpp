@@ -46,9 +46,9 @@ constexpr MenuItem menu_items[] = {
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Rename"), "renameVirtualMachine:", "F2"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Clone"), "cloneVirtualMachine:"},
     {QT_TRANSLATE_NOOP("WelcomeWindowController", "Copy"), "copyVirtualMachine:"},
-    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Delete …"), "delete:", "Del"},
+    {QT_TRANSLATE_NOOP("WelcomeWindowController", "Delete…"), "delete:", "Del"},
     {nullptr, nullptr},
-    {QT_TRANSLATE_NOOP("WelcomeWindowController", "New VM …"), "newDocument:"},
+    {QT_TRANSLATE_NOOP("WelcomeWindowController", "New VM…"), "newDocument:"},
 };
 } // namespace
 

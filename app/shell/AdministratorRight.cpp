@@ -16,10 +16,11 @@ namespace {
 const QString actionId = QStringLiteral("com.quelda.tarv.admin");
 constexpr uint allowUserInteraction = 1;
 
-QString text(const char *source)
+// The context of the errors' translations.
+struct Text
 {
-    return QCoreApplication::translate("AdministratorRight", source);
-}
+    Q_DECLARE_TR_FUNCTIONS(AdministratorRight)
+};
 
 } // namespace
 
@@ -65,7 +66,7 @@ static bool isAuthorized(const QDBusMessage &reply)
 bool obtainRightFromPolkit(const QDBusConnection &bus, QString *error)
 {
     if (!bus.isConnected()) {
-        *error = text("The administrator right can't be asked for: there is no system bus");
+        *error = Text::tr("The administrator right can't be asked for: there is no system bus");
         return false;
     }
     qDBusRegisterMetaType<PolkitSubject>();
@@ -82,11 +83,12 @@ bool obtainRightFromPolkit(const QDBusConnection &bus, QString *error)
     // As long as the user takes to type a password.
     const QDBusMessage reply = bus.call(call, QDBus::Block, std::numeric_limits<int>::max());
     if (reply.type() != QDBusMessage::ReplyMessage) {
-        *error = text("The administrator right can't be asked for: %1").arg(reply.errorMessage());
+        *error =
+            Text::tr("The administrator right can't be asked for: %1").arg(reply.errorMessage());
         return false;
     }
     if (!isAuthorized(reply)) {
-        *error = text("The administrator right was refused");
+        *error = Text::tr("The administrator right was refused");
         return false;
     }
     return true;

@@ -1,6 +1,8 @@
 #include "app/shell/EntryPoint.h"
 
+#include "app/kit/Appearance.h"
 #include "app/kit/NotificationCenter.h"
+#include "app/kit/Translations.h"
 #include "app/shell/AppDelegate.h"
 #include "app/shell/AppLog.h"
 #include "app/shell/Arguments.h"
@@ -73,6 +75,16 @@ void takeVMsIntoCare()
     });
 }
 
+Appearance::Scheme wantedScheme()
+{
+    const QString name = QString::fromUtf8(config_get_str("appearance"));
+    const auto scheme = Appearance::schemeNamed(name);
+    if (!scheme && !name.isEmpty())
+        appLog("tarv",
+               QStringLiteral("setting appearance: \"%1\" is not auto, light or dark").arg(name));
+    return scheme.value_or(Appearance::Scheme::automatic);
+}
+
 int runApplication(TarvApplication &application, const Arguments &arguments, AppParts (*parts)())
 {
     SingleInstance instance;
@@ -86,6 +98,7 @@ int runApplication(TarvApplication &application, const Arguments &arguments, App
             return EXIT_FAILURE;
         }
     }
+    const Appearance appearance(wantedScheme());
     takeVMsIntoCare();
     BackgroundWork::shared().run(BackgroundWork::Lane::launchService, startServices);
     AppDelegate delegate(parts());
@@ -128,6 +141,7 @@ int tarvMain(int argc, char **argv, AppParts (*parts)())
     exportImagePath();
 
     TarvApplication application(argc, argv);
+    installTranslations(&application);
     Arguments arguments;
     QString error;
     if (!parseArguments(QApplication::arguments(), &arguments, &error)) {

@@ -1,5 +1,6 @@
 #include "app/shell/RichText.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QStringDecoder>
 #include <QTextBlockFormat>
@@ -12,6 +13,12 @@
 #include <vector>
 
 namespace {
+
+// The context of the errors' translations.
+struct Text
+{
+    Q_DECLARE_TR_FUNCTIONS(RichText)
+};
 
 constexpr qsizetype sizeMax = 4 * 1024 * 1024;
 constexpr size_t depthMax = 64;
@@ -289,12 +296,12 @@ void Reader::endParagraph()
 QString Reader::read()
 {
     if (!m_rtf.startsWith("{\\rtf"))
-        return QStringLiteral("not a rich-text document");
+        return Text::tr("not a rich-text document");
     while (!atEnd()) {
         const char character = m_rtf[m_at++];
         if (character == '{') {
             if (!openGroup())
-                return QStringLiteral("groups are nested too deeply");
+                return Text::tr("groups are nested too deeply");
         } else if (character == '}') {
             closeGroup();
             if (m_outer.empty())
@@ -306,7 +313,7 @@ QString Reader::read()
             putByte(uchar(character));
         }
     }
-    return QStringLiteral("cut off: a group has no end");
+    return Text::tr("cut off: a group has no end");
 }
 
 } // namespace
@@ -314,7 +321,7 @@ QString Reader::read()
 bool readRichText(const QByteArray &rtf, QTextDocument *document, QString *error)
 {
     document->clear();
-    *error = rtf.size() > sizeMax ? QStringLiteral("too large") : Reader(rtf, document).read();
+    *error = rtf.size() > sizeMax ? Text::tr("too large") : Reader(rtf, document).read();
     if (error->isEmpty())
         return true;
     document->clear();

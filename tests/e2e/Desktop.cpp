@@ -63,7 +63,8 @@ Desktop::Desktop() : m_environment(QProcessEnvironment::systemEnvironment())
 {
     for (const QString &name : m_environment.keys()) {
         if (name.startsWith(QLatin1String("TARV_")) || name.startsWith(QLatin1String("XDG_")) ||
-            name.startsWith(QLatin1String("QT_")) || name.startsWith(QLatin1String("WAYLAND"))) {
+            name.startsWith(QLatin1String("QT_")) || name.startsWith(QLatin1String("WAYLAND")) ||
+            name == QLatin1String("LANGUAGE")) {
             m_environment.remove(name);
         }
     }

@@ -1,0 +1,142 @@
+#include "app/kit/Appearance.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QPalette>
+#include <QStyle>
+#include <QStyleFactory>
+
+namespace {
+
+const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString settingsInterface = QStringLiteral("org.freedesktop.portal.Settings");
+const QString appearanceSpace = QStringLiteral("org.freedesktop.appearance");
+const QString colourSchemeKey = QStringLiteral("color-scheme");
+constexpr uint preferDark = 1;
+
+struct Colour
+{
+    QPalette::ColorRole role;
+    QRgb normal;
+    QRgb disabled; // 0: as normal
+};
+
+constexpr Colour darkColours[] = {
+    {QPalette::Window, 0xff2b2d31, 0},
+    {QPalette::WindowText, 0xffe8e9eb, 0xff85888e},
+    {QPalette::Base, 0xff1f2124, 0xff26282b},
+    {QPalette::AlternateBase, 0xff26282c, 0},
+    {QPalette::Text, 0xffe8e9eb, 0xff85888e},
+    {QPalette::PlaceholderText, 0xff9a9da3, 0},
+    {QPalette::Button, 0xff3a3d42, 0xff303236},
+    {QPalette::ButtonText, 0xffe8e9eb, 0xff85888e},
+    {QPalette::BrightText, 0xffff7b72, 0},
+    {QPalette::Highlight, 0xff2f6fb8, 0xff4a4d53},
+    {QPalette::HighlightedText, 0xffffffff, 0xffb9bbc0},
+    {QPalette::Link, 0xff6cb2f5, 0},
+    {QPalette::LinkVisited, 0xffb59af0, 0},
+    {QPalette::ToolTipBase, 0xff3a3d42, 0},
+    {QPalette::ToolTipText, 0xffe8e9eb, 0},
+    {QPalette::Light, 0xff4b4e54, 0},
+    {QPalette::Midlight, 0xff42454a, 0},
+    {QPalette::Mid, 0xff232528, 0},
+    {QPalette::Dark, 0xff1a1b1e, 0},
+    {QPalette::Shadow, 0xff0e0f10, 0},
+};
+
+QPalette darkPalette()
+{
+    QPalette palette;
+    for (const Colour &colour : darkColours) {
+        palette.setColor(QPalette::All, colour.role, QColor::fromRgb(colour.normal));
+        if (colour.disabled)
+            palette.setColor(QPalette::Disabled, colour.role, QColor::fromRgb(colour.disabled));
+    }
+    return palette;
+}
+
+bool isDark(const QPalette &palette)
+{
+    return palette.color(QPalette::Window).lightness() <
+           palette.color(QPalette::WindowText).lightness();
+}
+
+} // namespace
+
+std::optional<Appearance::Scheme> Appearance::schemeNamed(const QString &name)
+{
+    const QString lower = name.toLower();
+    if (lower == QLatin1String("auto"))
+        return Scheme::automatic;
+    if (lower == QLatin1String("light"))
+        return Scheme::light;
+    if (lower == QLatin1String("dark"))
+        return Scheme::dark;
+    return std::nullopt;
+}
+
+Appearance::Appearance(Scheme scheme, QObject *parent)
+    : QObject(parent), m_platformStyle(QApplication::style()->objectName())
+{
+    if (scheme == Scheme::automatic)
+        followDesktop();
+    else
+        use(scheme);
+}
+
+// Only Fusion draws every control in the colours that it is given.
+void Appearance::use(Scheme scheme)
+{
+    m_ownColours = scheme != Scheme::automatic;
+    QApplication::setStyle(m_ownColours ? QStringLiteral("fusion") : m_platformStyle);
+    if (scheme == Scheme::automatic)
+        QApplication::setPalette(QPalette());
+    else if (scheme == Scheme::dark)
+        QApplication::setPalette(darkPalette());
+    else
+        QApplication::setPalette(QApplication::style()->standardPalette());
+}
+
+void Appearance::followDesktop()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    bus.connect(portalService, portalPath, settingsInterface, QStringLiteral("SettingChanged"),
+                this, SLOT(settingChanged(QString, QString, QDBusVariant)));
+    QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
+                                                       QStringLiteral("Read"));
+    call << appearanceSpace << colourSchemeKey;
+    // No portal, or one that knows no colours, asks for nothing.
+    auto *answer = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
+    connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+        answer->deleteLater();
+        const QDBusPendingReply<QDBusVariant> reply = *answer;
+        if (reply.isValid())
+            settingChanged(appearanceSpace, colourSchemeKey, reply.value());
+    });
+}
+
+void Appearance::settingChanged(const QString &space, const QString &key, const QDBusVariant &value)
+{
+    if (space != appearanceSpace || key != colourSchemeKey)
+        return;
+    QVariant preference = value.variant();
+    // A read answers with the value inside a second variant.
+    if (preference.userType() == qMetaTypeId<QDBusVariant>())
+        preference = preference.value<QDBusVariant>().variant();
+    desktopPrefers(preference.toUInt());
+}
+
+void Appearance::desktopPrefers(uint preference)
+{
+    if (preference != preferDark && m_ownColours)
+        use(Scheme::automatic);
+    else if (preference == preferDark && !m_ownColours && !isDark(QApplication::palette()))
+        use(Scheme::dark);
+}
