@@ -9,6 +9,10 @@
 
 #include <memory>
 
+namespace {
+constexpr int iconSide = 48; // logical pixels
+} // namespace
+
 Alert::Alert(const QString &message) : m_message(message) {}
 
 Alert &Alert::setInformativeText(const QString &text)
@@ -35,6 +39,11 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
     box->setObjectName(QStringLiteral("alert"));
     box->setWindowTitle(QCoreApplication::applicationName());
     box->setIcon(m_icon);
+    const QIcon image(m_icon == QMessageBox::Critical ? QStringLiteral(":/tarv/failure.svg")
+                                                      : QStringLiteral(":/tarv/caution.svg"));
+    if (const QPixmap pixmap = image.pixmap(QSize(iconSide, iconSide), box->devicePixelRatioF());
+        !pixmap.isNull())
+        box->setIconPixmap(pixmap);
     // Not a window that keeps the application: its end is not that of the last one.
     box->setAttribute(Qt::WA_QuitOnClose, false);
     // Names of VMs come from files: never taken for markup.

@@ -19,6 +19,8 @@ const QString appearanceSpace = QStringLiteral("org.freedesktop.appearance");
 const QString colourSchemeKey = QStringLiteral("color-scheme");
 constexpr uint preferDark = 1;
 
+constexpr QRgb highlight = 0xff2f6fb8;
+
 struct Colour
 {
     QPalette::ColorRole role;
@@ -36,7 +38,7 @@ constexpr Colour darkColours[] = {
     {QPalette::Button, 0xff3a3d42, 0xff303236},
     {QPalette::ButtonText, 0xffe8e9eb, 0xff85888e},
     {QPalette::BrightText, 0xffff7b72, 0},
-    {QPalette::Highlight, 0xff2f6fb8, 0xff4a4d53},
+    {QPalette::Highlight, highlight, 0xff4a4d53},
     {QPalette::HighlightedText, 0xffffffff, 0xffb9bbc0},
     {QPalette::Link, 0xff6cb2f5, 0},
     {QPalette::LinkVisited, 0xffb59af0, 0},
@@ -48,6 +50,15 @@ constexpr Colour darkColours[] = {
     {QPalette::Dark, 0xff1a1b1e, 0},
     {QPalette::Shadow, 0xff0e0f10, 0},
 };
+
+QPalette lightPalette()
+{
+    QPalette palette = QApplication::style()->standardPalette();
+    // White on the style's own blue is hard to read.
+    for (const auto group : {QPalette::Active, QPalette::Inactive})
+        palette.setColor(group, QPalette::Highlight, highlight);
+    return palette;
+}
 
 QPalette darkPalette()
 {
@@ -99,7 +110,7 @@ void Appearance::use(Scheme scheme)
     else if (scheme == Scheme::dark)
         QApplication::setPalette(darkPalette());
     else
-        QApplication::setPalette(QApplication::style()->standardPalette());
+        QApplication::setPalette(lightPalette());
 }
 
 void Appearance::followDesktop()

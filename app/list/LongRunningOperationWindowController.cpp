@@ -70,6 +70,9 @@ void LongRunningOperationWindowController::setProgress(double percent)
     if (indicator->style() != ProgressIndicator::Style::bar) {
         indicator->setStyle(ProgressIndicator::Style::bar);
         indicator->setRange(0, 100);
+        // The spinner stands beside the text, the bar below it.
+        m_ui->progressLayout->addWidget(m_ui->titleLabel, 0, 0, 1, 2);
+        m_ui->progressLayout->addWidget(indicator, 1, 0, 1, 2);
     }
     indicator->setValue(static_cast<int>(std::min(percent, 100.0)));
 }

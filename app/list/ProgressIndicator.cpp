@@ -2,8 +2,6 @@
 
 #include <QPainter>
 
-#include <algorithm>
-
 namespace {
 constexpr int spokes = 12;
 constexpr int frame_ms = 80;
@@ -14,6 +12,7 @@ ProgressIndicator::ProgressIndicator(QWidget *parent) : QProgressBar(parent)
 {
     setRange(0, 0);
     setTextVisible(false);
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     m_frames.setInterval(frame_ms);
     connect(&m_frames, &QTimer::timeout, this, [this] {
         m_step = (m_step + 1) % spokes;
@@ -26,6 +25,7 @@ void ProgressIndicator::setStyle(Style style)
     m_style = style;
     if (style == Style::bar) {
         m_frames.stop();
+        setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     }
     updateGeometry();
     update();
@@ -40,8 +40,10 @@ void ProgressIndicator::startAnimation()
 
 QSize ProgressIndicator::sizeHint() const
 {
-    const QSize bar = QProgressBar::sizeHint();
-    return {bar.width(), std::max(bar.height(), static_cast<int>(side))};
+    if (m_style == Style::bar) {
+        return QProgressBar::sizeHint();
+    }
+    return {static_cast<int>(side), static_cast<int>(side)};
 }
 
 void ProgressIndicator::paintEvent(QPaintEvent *event)

@@ -27,9 +27,11 @@ protected:
         initStyleOptionForIndex(&option, section);
         option.rect = rect;
         style()->drawControl(QStyle::CE_HeaderSection, &option, painter, this);
-        option.rect.setLeft(rect.left() + VirtualMachineDelegate::margin -
-                            style()->pixelMetric(QStyle::PM_HeaderMargin, nullptr, this) / 2);
-        style()->drawControl(QStyle::CE_HeaderLabel, &option, painter, this);
+        const QRect place =
+            rect.adjusted(VirtualMachineDelegate::margin, 0, -VirtualMachineDelegate::margin, 0);
+        painter->setPen(palette().color(QPalette::ButtonText));
+        painter->drawText(place, Qt::AlignLeft | Qt::AlignVCenter,
+                          fontMetrics().elidedText(option.text, Qt::ElideRight, place.width()));
     }
 };
 

@@ -90,6 +90,10 @@ void WelcomeWindowController::windowDidLoad()
     title.setPointSizeF(title.pointSizeF() * 1.6);
     title.setWeight(QFont::DemiBold);
     m_ui->titleLabel->setFont(title);
+    QFont heading = m_ui->noContainersLabel->font();
+    heading.setPointSizeF(heading.pointSizeF() * 1.3);
+    m_ui->noContainersLabel->setFont(heading);
+    m_ui->unreadableButton->setIcon(QIcon(u":/tarv/caution.svg"_s));
     QFont quiet = m_ui->unreadableButton->font();
     quiet.setPointSizeF(quiet.pointSizeF() * 0.9);
     m_ui->unreadableButton->setFont(quiet);
@@ -98,7 +102,7 @@ void WelcomeWindowController::windowDidLoad()
         icon.pixmap(QSize(icon_size, icon_size), window()->devicePixelRatioF()));
     m_ui->iconLabel->setVisible(!icon.isNull());
     m_ui->closeButton->hide();
-    m_ui->noContainersLabel->hide();
+    m_ui->emptyState->hide();
     m_ui->unreadableButton->hide();
     restoreLayout();
     reloadInfoViewTrackingAreaForCurrentLayout();
@@ -293,7 +297,10 @@ void WelcomeWindowController::readStatuses()
 
 void WelcomeWindowController::showListState()
 {
-    m_ui->noContainersLabel->setVisible(m_machines->count() == 0);
+    m_ui->emptyState->setVisible(m_machines->count() == 0);
+    m_ui->emptyHint->setText(Responder::validate(window(), actionFor(u"newDocument:"_s))
+                                 ? tr("Choose New VM… to make one.")
+                                 : tr("Make one with the command \"tarvctl create\"."));
     const auto count = static_cast<int>(m_problems.size());
     m_ui->unreadableButton->setVisible(count > 0);
     m_ui->unreadableButton->setText(count == 1 ? tr("1 VM could not be read")

@@ -475,12 +475,6 @@
         <translation>Virtuelle Maschinen</translation>
     </message>
     <message>
-        <source>There are no virtual machines yet.
-Choose New VM… to make one.</source>
-        <translation>Es gibt noch keine virtuellen Maschinen.
-Mit „Neue VM …“ legen Sie eine an.</translation>
-    </message>
-    <message>
         <source>&amp;New VM…</source>
         <translation>&amp;Neue VM …</translation>
     </message>
@@ -582,6 +576,18 @@ Mit „Neue VM …“ legen Sie eine an.</translation>
     <message>
         <source>St&amp;op</source>
         <translation>St&amp;oppen</translation>
+    </message>
+    <message>
+        <source>There are no virtual machines yet</source>
+        <translation>Es gibt noch keine virtuellen Maschinen</translation>
+    </message>
+    <message>
+        <source>Choose New VM… to make one.</source>
+        <translation>Mit „Neue VM …“ legen Sie eine an.</translation>
+    </message>
+    <message>
+        <source>Make one with the command &quot;tarvctl create&quot;.</source>
+        <translation>Mit dem Befehl „tarvctl create“ legen Sie eine an.</translation>
     </message>
 </context>
 </TS>
