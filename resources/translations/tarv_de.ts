@@ -589,5 +589,9 @@
         <source>Make one with the command &quot;tarvctl create&quot;.</source>
         <translation>Mit dem Befehl „tarvctl create“ legen Sie eine an.</translation>
     </message>
+    <message>
+        <source>Rename</source>
+        <translation>Umbenennen</translation>
+    </message>
 </context>
 </TS>
