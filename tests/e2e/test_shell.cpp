@@ -117,7 +117,7 @@ TEST_F(Shell, asksBeforeItEndsTheVMsInItsCare)
         desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
     QProcess *tarv = desktop->startTarv();
     const QString list = waitForWindow(listTitle);
-    ASSERT_TRUE(desktop->doubleClickVM(list, id)) << log("data/logs/tarv");
+    EXPECT_EQ(statusOf(desktop->startTarv({QStringLiteral("tarv:?a=0&vmid=") + id})), 0);
     ASSERT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());
     press(list, "ctrl+q");
     press(waitForWindow(alertTitle), "Return");
