@@ -16,8 +16,6 @@
 #include <QProcessEnvironment>
 #include <QTest>
 
-#include <algorithm>
-
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -65,12 +63,9 @@ protected:
         auto *table = list->virtualMachinesTableView();
         table->clearSelection();
         for (const QString &id : ids)
-            table->selectionModel()->select(
+            table->selectionModel()->setCurrentIndex(
                 vms->index(int(vms->arrangedObjects().indexOf(vms->find(id))), 0),
                 QItemSelectionModel::Select | QItemSelectionModel::Rows);
-        table->selectionModel()->setCurrentIndex(
-            vms->index(int(vms->arrangedObjects().indexOf(vms->find(ids.last()))), 0),
-            QItemSelectionModel::NoUpdate);
     }
     // Presses the first button of the question that an action asks.
     static void confirm(const WindowController &window)
@@ -88,16 +83,6 @@ protected:
         for (const QByteArray &text : file.readAll().split('\0'))
             if (text.startsWith(kind))
                 texts << QString::fromUtf8(text.mid(kind.size()));
-        return texts;
-    }
-    static QStringList environmentOfAController()
-    {
-        QProcessEnvironment all = QProcessEnvironment::systemEnvironment();
-        all.insert(u"TARV_MACHINE_READABLE"_s, u"1"_s);
-        all.insert(u"TARV_TARV_VIEWER"_s, QApplication::applicationFilePath());
-        all.insert(u"USER"_s, QString::fromLocal8Bit(platform_user_name(getuid())));
-        QStringList texts = all.toStringList();
-        texts.sort();
         return texts;
     }
 };
@@ -139,7 +124,12 @@ TEST_F(CommandLines, areTheStatedOnes)
         {[&] { screen->rebootVirtualMachine(nullptr); }, {u"reboot"_s, screenId}},
         {[&] { screen->delete_(nullptr), confirm(*screen); }, {u"delete"_s, u"--yes"_s, screenId}},
     };
-    const QStringList environment = environmentOfAController();
+    QProcessEnvironment all = QProcessEnvironment::systemEnvironment();
+    all.insert(u"TARV_MACHINE_READABLE"_s, u"1"_s);
+    all.insert(u"TARV_TARV_VIEWER"_s, QApplication::applicationFilePath());
+    all.insert(u"USER"_s, QString::fromLocal8Bit(platform_user_name(getuid())));
+    QStringList environment = all.toStringList();
+    environment.sort();
     for (const auto &each : cases) {
         const std::string line = each.arguments.join(u'|').toStdString();
         QFile::remove(record);

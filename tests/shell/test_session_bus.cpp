@@ -68,37 +68,6 @@ std::optional<bool> askFor(const QDBusConnection &connection, QString *error)
 
 } // namespace
 
-TEST_F(SessionBusTest, aSecondStartHandsOverToTheFirst)
-{
-    SingleInstance first(connect("first"));
-    SingleInstance second(connect("second"));
-    ASSERT_EQ(first.claim(), SingleInstance::Role::first);
-    ASSERT_EQ(second.claim(), SingleInstance::Role::second);
-    QList<QUrl> opened;
-    int activated = 0;
-    QObject::connect(&first, &SingleInstance::openRequested, &first,
-                     [&](const QList<QUrl> &urls) { opened = urls; });
-    QObject::connect(&first, &SingleInstance::activationRequested, &first, [&] { ++activated; });
-    const QList<QUrl> urls = {QUrl(u"tarv:///tmp/a%20b?vmid=X&o=%2Fp"_s),
-                              QUrl::fromLocalFile(u"/tmp/p:2"_s)};
-    QString error;
-    for (const QList<QUrl> &each : {urls, QList<QUrl>()}) {
-        std::atomic<bool> done = false;
-        bool handed = false;
-        std::thread other([&] {
-            handed = second.handOver(each, &error);
-            done = true;
-        });
-        EXPECT_TRUE(waitUntil([&] { return done.load(); }));
-        other.join();
-        EXPECT_TRUE(handed) << error.toStdString();
-    }
-    EXPECT_TRUE(waitUntil([&] { return activated == 1; }));
-    EXPECT_EQ(opened, urls);
-    first.release();
-    EXPECT_TRUE(waitUntil([&] { return second.claim() == SingleInstance::Role::first; }));
-}
-
 TEST_F(SessionBusTest, runsAloneWithoutABus)
 {
     SingleInstance alone(QDBusConnection::connectToBus(u"unix:path=/nowhere"_s, u"none"_s));
