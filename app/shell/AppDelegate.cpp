@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include <unistd.h>
 
@@ -355,16 +356,25 @@ bool AppDelegate::requestTermination()
         return m_termination == Termination::agreed;
     m_termination = Termination::asked;
     const bool agreed = applicationShouldTerminate();
-    m_termination = agreed ? Termination::agreed : Termination::none;
-    if (agreed && m_parts.runningVMs() == 0) {
-        QCoreApplication::exit(0);
-    } else if (agreed) {
-        if (m_instance)
-            m_instance->release();
-        m_parts.endVMs();
-        QTimer::singleShot(endWait, this, [] { QCoreApplication::exit(0); });
-    }
+    if (m_termination == Termination::agreed)
+        return true; // told so meanwhile
+    m_termination = Termination::none;
+    if (agreed)
+        terminateNow();
     return agreed;
+}
+
+void AppDelegate::terminateNow()
+{
+    if (std::exchange(m_termination, Termination::agreed) == Termination::agreed ||
+        m_parts.runningVMs() == 0) {
+        QCoreApplication::exit(0);
+        return;
+    }
+    if (m_instance)
+        m_instance->release();
+    m_parts.endVMs();
+    QTimer::singleShot(endWait, this, [] { QCoreApplication::exit(0); });
 }
 
 void AppDelegate::terminate(QObject *)

@@ -69,6 +69,8 @@ public:
     // Quits, if applicationShouldTerminate agrees; whether it does. The VMs in the application's
     // care are told to end first, and are not waited for longer than a while.
     bool requestTermination();
+    // The same without asking. The second time it waits for nothing.
+    void terminateNow();
 
     Q_INVOKABLE void showWelcomeWindow(QObject *sender);
     Q_INVOKABLE void newDocument(QObject *sender);

@@ -7,6 +7,7 @@
 #include "app/shell/AppLog.h"
 #include "app/shell/Arguments.h"
 #include "app/shell/BackgroundWork.h"
+#include "app/shell/QuitSignals.h"
 #include "app/shell/SingleInstance.h"
 #include "app/shell/TarvApplication.h"
 #include "app/shell/TarvCLI.h"
@@ -103,6 +104,8 @@ int runApplication(TarvApplication &application, const Arguments &arguments, App
     BackgroundWork::shared().run(BackgroundWork::Lane::launchService, startServices);
     AppDelegate delegate(parts());
     application.setDelegate(&delegate);
+    const QuitSignals quitSignals;
+    QObject::connect(&quitSignals, &QuitSignals::received, &delegate, &AppDelegate::terminateNow);
     delegate.applicationWillFinishLaunching(&instance);
     delegate.applicationDidFinishLaunching();
     delegate.launch(arguments.open);

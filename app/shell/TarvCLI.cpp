@@ -26,11 +26,12 @@ using Json = std::unique_ptr<json, void (*)(json *)>;
 
 const std::string &socketPath()
 {
-    static const std::string path = [] {
+    // Never destroyed: workers use it to the end.
+    static const auto *const path = [] {
         const char *setting = config_get_path("vlaunch_sock");
-        return std::string(setting ? setting : platform_path(PlatformPath::vlaunchd_socket));
+        return new std::string(setting ? setting : platform_path(PlatformPath::vlaunchd_socket));
     }();
-    return path;
+    return *path;
 }
 
 TarvError posixError(int code, const char *description)

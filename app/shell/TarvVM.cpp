@@ -34,8 +34,8 @@ struct LocalStatuses
 
 LocalStatuses &localStatuses()
 {
-    static LocalStatuses all;
-    return all;
+    static auto *const all = new LocalStatuses; // workers use it to the end
+    return *all;
 }
 
 TarvVM::DisplayOpener &displayOpener()

@@ -26,11 +26,12 @@ constexpr timeval stop_timeout{30, 0};
 
 const char *launch_socket()
 {
-    static const std::string path = [] {
+    // Never destroyed: threads that ask may outlive the end of main().
+    static const auto *const path = [] {
         const char *set = config_get_path("vlaunch_sock");
-        return std::string(set ? set : platform_path(PlatformPath::vlaunchd_socket));
+        return new std::string(set ? set : platform_path(PlatformPath::vlaunchd_socket));
     }();
-    return path.c_str();
+    return path->c_str();
 }
 
 std::array<char, 1024> service_socket(const char *id)

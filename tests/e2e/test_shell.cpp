@@ -117,7 +117,8 @@ TEST_F(Shell, asksBeforeItEndsTheVMsInItsCare)
         desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
     QProcess *tarv = desktop->startTarv();
     const QString list = waitForWindow(listTitle);
-    EXPECT_EQ(statusOf(desktop->startTarv({QStringLiteral("tarv:?a=0&vmid=") + id})), 0);
+    const QString url = QStringLiteral("tarv:?a=0&vmid=") + id;
+    EXPECT_EQ(statusOf(desktop->startTarv({url})), 0);
     ASSERT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());
     press(list, "ctrl+q");
     press(waitForWindow(alertTitle), "Return");
@@ -130,4 +131,10 @@ TEST_F(Shell, asksBeforeItEndsTheVMsInItsCare)
     EXPECT_EQ(statusOf(tarv), 0);
     EXPECT_TRUE(desktop->processes(QStringLiteral("tarvvm")).empty()) << "ended in order";
     EXPECT_EQ(desktop->status(id), QStringLiteral("stopped"));
+
+    tarv = desktop->startTarv({url});
+    ASSERT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());
+    tarv->terminate();
+    EXPECT_EQ(statusOf(tarv), 0) << "told to by a signal";
+    EXPECT_TRUE(desktop->processes(QStringLiteral("tarvvm")).empty());
 }
