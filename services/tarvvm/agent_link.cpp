@@ -1,6 +1,6 @@
 #include "services/tarvvm/agent_link.h"
 
-#include "tarvhv/cli2/display_protocol.h"
+#include "services/tarvvm/pasteboard_archive.h"
 
 #include <utility>
 #include <vector>
@@ -132,7 +132,7 @@ bool AgentLink::handleCapabilities(std::string_view body)
     }
     m_asked = asks != 0 && !m_asked;
     if (anew && m_capabilities & AGENT_CAP_MAX_CLIPBOARD)
-        m_encoder.add(AGENT_MAX_CLIPBOARD, agent_number(uint32_t(DISPLAY_PASTEBOARD_MAX)));
+        m_encoder.add(AGENT_MAX_CLIPBOARD, agent_number(uint32_t(PASTEBOARD_CONTENTS_MAX)));
     m_listener.agentCame(anew);
     return true;
 }

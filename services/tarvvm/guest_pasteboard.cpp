@@ -15,7 +15,6 @@ namespace {
 constexpr uint64_t PATIENCE_MS = 10000;
 constexpr std::chrono::seconds EAGER{2};
 constexpr unsigned LINES_MAX = 200; // what a guest can make this side log in all
-constexpr size_t CONTENTS_MAX = DISPLAY_PASTEBOARD_MAX - PASTEBOARD_ARCHIVE_OVERHEAD;
 constexpr uint32_t USEFUL_KINDS = 1u << AGENT_TEXT | 1u << AGENT_PNG;
 
 // All bytes of a memory file. False with errno set.
@@ -188,7 +187,7 @@ void GuestPasteboard::fetchNext()
     }
     m_wanted &= ~(1u << kind);
     m_fetching = kind;
-    m_port.link().request(kind, CONTENTS_MAX - m_fetched.text.size());
+    m_port.link().request(kind, PASTEBOARD_CONTENTS_MAX - m_fetched.text.size());
     watchFetch();
 }
 
@@ -219,7 +218,7 @@ void GuestPasteboard::agentAnswered(uint32_t kind, std::string contents, uint32_
         m_fetched.text = pasteboard_text(contents);
         if (m_port.link().linesEndWithCrLf())
             m_fetched.text = pasteboard_without_crlf(m_fetched.text);
-        if (m_fetched.text.size() > CONTENTS_MAX)
+        if (m_fetched.text.size() > PASTEBOARD_CONTENTS_MAX)
             m_fetched.text.clear();
     } else if (kind == AGENT_PNG && pasteboard_is_png(contents)) {
         m_fetched.png = std::move(contents);

@@ -216,7 +216,8 @@ bool pasteboard_archive_read(std::string_view archive, PasteboardContents *conte
 std::string pasteboard_archive_write(const PasteboardContents &contents)
 {
     std::string bytes;
-    bytes.reserve(contents.text.size() + contents.png.size() + PASTEBOARD_ARCHIVE_OVERHEAD);
+    bytes.reserve(contents.text.size() + contents.png.size() + DISPLAY_PASTEBOARD_MAX -
+                  PASTEBOARD_CONTENTS_MAX);
     append_head(&bytes, MAP, 2);
     append_string(&bytes, TEXT, "version");
     append_head(&bytes, UNSIGNED, VERSION);

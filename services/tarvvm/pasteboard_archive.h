@@ -2,6 +2,9 @@
 // and what a guest gave. The format is in docs/formats.md.
 #pragma once
 
+#include "tarvhv/cli2/display_protocol.h"
+
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -13,8 +16,8 @@ struct PasteboardContents
     bool operator==(const PasteboardContents &) const = default;
 };
 
-// Bytes that an archive of two items is larger than its contents, at most.
-inline constexpr size_t PASTEBOARD_ARCHIVE_OVERHEAD = 64;
+// Bytes of text and picture together that an archive of both has room for.
+inline constexpr size_t PASTEBOARD_CONTENTS_MAX = DISPLAY_PASTEBOARD_MAX - 64;
 
 // Reads an archive. False when it is none. Of several items of a kind the first counts; items that
 // a guest can't take are left out.
