@@ -2,13 +2,16 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
 #include <systemd/sd-bus.h>
+#include <unistd.h>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+constexpr auto patience = std::chrono::seconds(2);
 
 struct BusClose
 {
@@ -43,6 +46,20 @@ int write_out(sd_bus *bus, Clock::time_point deadline)
     }
 }
 
+// A connection to the session bus, not yet greeted; null when there is none.
+sd_bus *open_bus()
+{
+    const std::string address = notify_bus_address();
+    sd_bus *made = nullptr;
+    if (address.empty() || sd_bus_new(&made) < 0)
+        return nullptr;
+    Bus bus(made);
+    if (sd_bus_set_address(made, address.c_str()) < 0 || sd_bus_set_bus_client(made, 1) < 0 ||
+        sd_bus_start(made) < 0)
+        return nullptr;
+    return bus.release();
+}
+
 int fail(int error)
 {
     errno = error;
@@ -51,15 +68,34 @@ int fail(int error)
 
 } // namespace
 
+std::string notify_bus_address()
+{
+    const char *address = getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address && *address)
+        return address;
+    const char *runtime = getenv("XDG_RUNTIME_DIR");
+    const std::string directory =
+        runtime && *runtime ? runtime : "/run/user/" + std::to_string(getuid());
+    // Of an address, what is no plain byte of a path is escaped.
+    const bool plain = directory.find_first_of(",;%= ") == std::string::npos;
+    const std::string path = directory + "/bus";
+    return plain && access(path.c_str(), F_OK) == 0 ? "unix:path=" + path : "";
+}
+
+bool notify_bus_answers()
+{
+    Bus bus(open_bus());
+    return bus && write_out(bus.get(), Clock::now() + patience) == 0;
+}
+
 int notify_post(const char *member, const char *id)
 {
     if (!member || !id || !sd_bus_member_name_is_valid(member))
         return fail(EINVAL);
-    auto deadline = Clock::now() + std::chrono::seconds(2);
-    sd_bus *opened = nullptr;
-    if (sd_bus_open_user(&opened) < 0)
+    auto deadline = Clock::now() + patience;
+    Bus bus(open_bus());
+    if (!bus)
         return fail(ENOTCONN);
-    Bus bus(opened);
     int result = sd_bus_emit_signal(bus.get(), NOTIFY_PATH, NOTIFY_INTERFACE, member, "s", id);
     if (result >= 0)
         result = write_out(bus.get(), deadline);

@@ -2,6 +2,8 @@
 // changed: signals on the session bus.
 #pragma once
 
+#include <string>
+
 inline constexpr const char *NOTIFY_PATH = "/com/quelda/tarvhv";
 inline constexpr const char *NOTIFY_INTERFACE = "com.quelda.tarvhv.notification";
 
@@ -9,3 +11,8 @@ inline constexpr const char *NOTIFY_INTERFACE = "com.quelda.tarvhv.notification"
 // as its argument. Returns once it is handed to the bus, after 2 s at most. 0, or -1 with errno:
 // EINVAL (not a member name, no identifier), ENOTCONN (no session bus to be had), ETIMEDOUT.
 int notify_post(const char *member, const char *id);
+// Where the session bus listens: what the environment says, else the place that the login manager
+// gives to every session (a program may be run with next to no environment), else "".
+std::string notify_bus_address();
+// Whether a bus answers there, within 2 s.
+bool notify_bus_answers();

@@ -2,6 +2,7 @@
 #include "platform/host.h"
 #include "platform/kvm.h"
 #include "services/engine/host.h"
+#include "services/notify/notify.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/qemu_img.h"
 #include "services/tarvctl/service.h"
@@ -80,13 +81,13 @@ Finding check_engine()
 
 Finding check_bus()
 {
-    const char *address = getenv("DBUS_SESSION_BUS_ADDRESS");
-    const char *runtime = getenv("XDG_RUNTIME_DIR");
-    const std::string socket = runtime ? std::string(runtime) + "/bus" : "";
-    if ((address && *address) || (!socket.empty() && access(socket.c_str(), F_OK) == 0))
-        return {"session bus", Verdict::ok, address && *address ? address : socket};
-    return {"session bus", Verdict::note, "there is none: windows learn of changes late",
-            "apt install dbus-user-session"};
+    const std::string address = notify_bus_address();
+    if (!address.empty() && notify_bus_answers())
+        return {"session bus", Verdict::ok, address};
+    return {"session bus", Verdict::note,
+            (address.empty() ? "there is none" : address + " does not answer") +
+                ": windows learn of changes late",
+            "apt install dbus-user-session, and log in anew"};
 }
 
 Finding check_service()

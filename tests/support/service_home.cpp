@@ -51,6 +51,7 @@ ServiceHome::ServiceHome()
                   {"stop_wait", "1"}};
     environment = {{"PATH", "/usr/bin:/bin"},
                    {"HOME", file("home")},
+                   {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + file("no-bus")},
                    {"TARV_CONFIG_PATH", file("settings.ini")},
                    {"TARV_SUPPORT_DIR", file("support")}};
     write_settings();
