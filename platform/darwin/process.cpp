@@ -4,6 +4,7 @@
 #include <crt_externs.h>
 #include <pwd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -78,6 +79,12 @@ int platform_peer_uid(int fd, uid_t *uid)
 {
     gid_t group;
     return getpeereid(fd, uid, &group);
+}
+
+bool platform_program_has_rights(const char *path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 && (status.st_mode & S_ISUID) != 0;
 }
 
 char **platform_environment()

@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -203,6 +205,14 @@ int platform_peer_uid(int fd, uid_t *uid)
         return -1;
     *uid = credentials.uid;
     return 0;
+}
+
+bool platform_program_has_rights(const char *path)
+{
+    struct stat status;
+    if (stat(path, &status) != 0)
+        return false;
+    return (status.st_mode & S_ISUID) != 0 || getxattr(path, "security.capability", nullptr, 0) > 0;
 }
 
 char **platform_environment()

@@ -3,6 +3,7 @@
 #include "hostlib/config/config.h"
 #include "platform/kvm.h"
 #include "platform/unique_fd.h"
+#include "services/engine/bridge.h"
 
 #include <array>
 #include <cerrno>
@@ -155,7 +156,7 @@ bool engine_host_check(const Machine &machine, EngineHost *host, std::string *er
         return false;
     for (const MachineNetwork &network : machine.networks)
         if (network.mode == NetworkMode::bridge &&
-            !check_file("network mode bridge: QEMU's helper", host->bridge_helper, X_OK, error))
+            !engine_bridge_check(*host, network.bridge, error))
             return false;
     return true;
 }

@@ -10,7 +10,7 @@
 bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error);
 
 // Checks what a machine's launch takes from the disk: QEMU, firmware, images (whose formats are
-// noted), the bridge's helper. False with a message that names what is missing.
+// noted), the bridges. False with a message that names what is missing.
 bool engine_host_check(const Machine &machine, EngineHost *host, std::string *error);
 
 // Gives a UEFI machine its own firmware variable store, a copy of the template, if it has none yet.

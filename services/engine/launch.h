@@ -23,6 +23,7 @@ struct EngineHost
     std::string uefi_code = "/usr/share/OVMF/OVMF_CODE_4M.fd";
     std::string uefi_vars = "/usr/share/OVMF/OVMF_VARS_4M.fd"; // template of a VM's own store
     std::string bridge_helper = "/usr/lib/qemu/qemu-bridge-helper";
+    std::string bridge_conf = "/etc/qemu/bridge.conf"; // what the helper may connect to
     std::string audio_driver = "none";
     std::vector<std::string> disk_formats; // of each disk: "qcow2" or "raw"
     std::vector<std::string> environment;  // NAME=value

@@ -30,6 +30,9 @@ uint64_t platform_process_identity(pid_t pid);
 pid_t platform_peer_pid(int fd);
 int platform_peer_uid(int fd, uid_t *uid);
 
+// Whether a program gets rights that who starts it may not have.
+bool platform_program_has_rights(const char *path);
+
 // A launch as plain data. Descriptors 0 to 2 are those given (-1: /dev/null); none other is
 // inherited.
 struct platform_launch
