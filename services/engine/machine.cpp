@@ -56,7 +56,9 @@ public:
             uint64_t(value) <= most)
             return uint64_t(value);
         const char *written = kv_str(found, nullptr);
-        fail(key, (written ? "\"" + std::string(written) + "\"" : std::string("the value")) +
+        fail(key, (written                    ? "\"" + std::string(written) + "\""
+                   : kv_type(found) == KV_INT ? std::to_string(value)
+                                              : std::string("the value")) +
                       " is not a number from " + std::to_string(least) + " to " +
                       std::to_string(most));
         return missing;
@@ -214,6 +216,8 @@ bool machine_parse(const kv *config, const char *id, const char *file, Machine *
         reader.number("ram.size", machine->ram_size, MACHINE_RAM_MIN, MACHINE_RAM_MAX);
     machine->firmware = reader.word("firmware", Firmware::bios,
                                     {{"bios", Firmware::bios}, {"uefi", Firmware::uefi}});
+    if (machine->firmware == Firmware::uefi && machine->ram_size < MACHINE_RAM_UEFI_MIN)
+        reader.fail("ram.size", "UEFI needs " + std::to_string(MACHINE_RAM_UEFI_MIN) + " bytes");
     read_disks(reader, machine);
     machine->cdrom = reader.text("cdrom");
     read_networks(reader, machine);
