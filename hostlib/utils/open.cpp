@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <fcntl.h>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -56,6 +57,19 @@ int openx(const char *path, int flags, ...)
     if ((flags & O_CREAT) != 0)
         mkdirat_p(place.dirfd, parent_directory(place.rest).c_str(), 0755);
     return openat(place.dirfd, place.rest, flags, mode);
+}
+
+int standard_fds_open()
+{
+    for (;;) {
+        const int fd = open("/dev/null", O_RDWR);
+        if (fd < 0)
+            return -1;
+        if (fd <= STDERR_FILENO)
+            continue;
+        close(fd);
+        return 0;
+    }
 }
 
 FILE *fopenat(int dirfd, const char *path, int flags, ...)

@@ -25,6 +25,9 @@ int home_fd();
 // open(2) of a possibly home-relative path. With O_CREAT a mode follows, and missing parent
 // directories are made with mode 0755. EINVAL for a null path.
 int openx(const char *path, int flags, ...);
+// Puts /dev/null in the place of standard descriptors that this process was started without: no
+// file that it opens may take the number of one. 0, or -1 with errno set.
+int standard_fds_open();
 // openat(2) and fdopen(3) in one. Write-only streams append. EINVAL for a null path.
 FILE *fopenat(int dirfd, const char *path, int flags, ...);
 // Makes a directory and its missing parents; an existing one is success.

@@ -1,7 +1,7 @@
-#include "platform/reflink.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
+#include "services/tarvctl/copy_file.h"
 #include "services/tarvctl/disks.h"
 #include "services/tarvctl/power.h"
 #include "services/tarvctl/progress.h"
@@ -9,11 +9,8 @@
 #include "services/tarvctl/service.h"
 #include "services/tarvctl/stage.h"
 
-#include <array>
 #include <cerrno>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -66,45 +63,6 @@ private:
     std::vector<Layer> m_layers;
     Progress m_progress;
 };
-
-void write_all(int fd, const char *bytes, size_t length, const std::string &path)
-{
-    while (length > 0) {
-        const ssize_t put = write(fd, bytes, length);
-        if (put < 0 && errno != EINTR)
-            throw system_failure(path, errno);
-        bytes += put > 0 ? put : 0;
-        length -= put > 0 ? static_cast<size_t>(put) : 0;
-    }
-}
-
-// A plain copy, shared with the source where the file system can. `progress` gets the share done.
-void copy_file(const std::string &from, const std::string &to,
-               const std::function<void(double)> &progress)
-{
-    UniqueFd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat status;
-    if (!source || fstat(source.get(), &status) != 0)
-        throw system_failure(from, errno);
-    UniqueFd target(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!target)
-        throw system_failure(to, errno);
-    if (platform_reflink(source.get(), target.get()) == 0)
-        return progress(1);
-    std::vector<char> bytes(1 << 20);
-    for (uint64_t done = 0;;) {
-        check_cancelled();
-        const ssize_t got = read(source.get(), bytes.data(), bytes.size());
-        if (got < 0 && errno != EINTR)
-            throw system_failure(from, errno);
-        if (got == 0)
-            return progress(1);
-        if (got > 0)
-            write_all(target.get(), bytes.data(), static_cast<size_t>(got), to);
-        done += got > 0 ? static_cast<uint64_t>(got) : 0;
-        progress(static_cast<double>(done) / static_cast<double>(status.st_size));
-    }
-}
 
 std::string Cloning::run()
 {

@@ -22,7 +22,7 @@ struct Arguments
     std::vector<std::string> pairs; // KEY VALUE KEY VALUE …
     std::string word;               // a sub-command
     bool force = false, no_addons = false, recovery = false, view = false, yes = false;
-    bool copy = false, list = false, command = false, quiet = false;
+    bool copy = false, list = false, command = false, quiet = false, names = false;
 };
 
 struct Command
@@ -35,6 +35,11 @@ struct Command
 };
 
 std::span<const Command> command_table();
+
+// The keys that modify can set, for help: a line each.
+std::string modify_keys_help();
+// The same as words to type, the first device standing for all.
+std::vector<std::string> modify_keys();
 
 // The commands, by file.
 Answer run_list(const Arguments &arguments);

@@ -74,6 +74,18 @@ Answer list_ids(Library &library)
     return answer;
 }
 
+// What completion offers; the states are not asked for.
+Answer list_names(Library &library)
+{
+    Answer answer{.body = Json::array()};
+    for (const std::string &id : library.ids()) {
+        const std::string name = read_row(library, id).name;
+        answer.body.push_back(name.empty() ? id : name);
+        answer.text += printable(name.empty() ? id : name) + "\n";
+    }
+    return answer;
+}
+
 } // namespace
 
 Answer run_list(const Arguments &arguments)
@@ -81,6 +93,8 @@ Answer run_list(const Arguments &arguments)
     Library library;
     if (arguments.quiet)
         return list_ids(library);
+    if (arguments.names)
+        return list_names(library);
     std::vector<Row> rows;
     std::map<std::string, bool> suspended;
     for (const std::string &id : library.ids()) {

@@ -3,6 +3,7 @@
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/image_probe.h"
 #include "services/tarvctl/power.h"
+#include "services/tarvctl/service.h"
 #include "services/tarvctl/sizes.h"
 #include "services/tarvctl/store.h"
 
@@ -25,23 +26,24 @@ struct Key
 {
     std::string_view pattern;
     ValueKind kind;
+    const char *help;
 };
 constexpr Key keys[] = {
-    {"name", ValueKind::name},
-    {"cpu.count", ValueKind::number},
-    {"ram.size", ValueKind::bytes},
-    {"firmware", ValueKind::text},
-    {"boot", ValueKind::text},
-    {"audio", ValueKind::truth},
-    {"cdrom", ValueKind::image},
-    {"hard_drives[#].controller", ValueKind::text},
-    {"network[#].mode", ValueKind::text},
-    {"network[#].controller", ValueKind::text},
-    {"network[#].mac", ValueKind::text},
-    {"network[#].bridge", ValueKind::text},
-    {"displays[#].width", ValueKind::number},
-    {"displays[#].height", ValueKind::number},
-    {"displays[#].hdpi", ValueKind::truth},
+    {"name", ValueKind::name, "name of the VM"},
+    {"cpu.count", ValueKind::number, "number of processors, 1 to 255"},
+    {"ram.size", ValueKind::bytes, "memory in bytes, or with K, M, G or T"},
+    {"firmware", ValueKind::text, "bios or uefi"},
+    {"boot", ValueKind::text, "tried first: disk, cdrom or network"},
+    {"audio", ValueKind::truth, "a sound card: on or off"},
+    {"cdrom", ValueKind::image, "disc image as a path or file URL; empty for none"},
+    {"hard_drives[#].controller", ValueKind::text, "ablk or virtio-blk"},
+    {"network[#].mode", ValueKind::text, "host, shared, bridge or disconnected"},
+    {"network[#].controller", ValueKind::text, "anet or virtio-net"},
+    {"network[#].mac", ValueKind::text, "address, as 52:54:00:12:34:56"},
+    {"network[#].bridge", ValueKind::text, "bridge of this machine, in mode bridge"},
+    {"displays[#].width", ValueKind::number, "pixels, 640 to 16384"},
+    {"displays[#].height", ValueKind::number, "pixels, 480 to 16384"},
+    {"displays[#].hdpi", ValueKind::truth, "two pixels a point: on or off"},
 };
 
 // The key with its indexes as "#".
@@ -136,7 +138,42 @@ void check_machine(const struct kv *record, const VmRef &ref)
         throw Failure(ExitStatus::input, error);
 }
 
+// What has a shape of its own is fixed while the VM runs or has a saved state: that state fits the
+// machine that it was saved from, and no other.
+void check_changeable(const VmRef &ref, const struct kv *record)
+{
+    const char *state = is_suspended(record)                ? "is suspended"
+                        : query_state(ref.id, false).runs() ? "is running"
+                                                            : nullptr;
+    if (state)
+        throw Failure(ExitStatus::state, ref.label() + ": " + state +
+                                             ": only its name can be changed until it is stopped");
+}
+
 } // namespace
+
+std::string modify_keys_help()
+{
+    std::string text = "Keys, # being the number of a device, from 0:\n";
+    for (const Key &key : keys) {
+        std::string line = "  " + std::string(key.pattern);
+        line.resize(30, ' ');
+        text += line + key.help + "\n";
+    }
+    text.pop_back();
+    return text;
+}
+
+std::vector<std::string> modify_keys()
+{
+    std::vector<std::string> result;
+    for (const Key &key : keys) {
+        result.emplace_back(key.pattern);
+        if (const size_t index = key.pattern.find('#'); index != key.pattern.npos)
+            result.back()[index] = '0';
+    }
+    return result;
+}
 
 Answer run_modify(const Arguments &arguments)
 {
@@ -148,18 +185,20 @@ Answer run_modify(const Arguments &arguments)
     UniqueFd lock = library.lock(ref);
     UniqueFd names;
     KvOwner record = library.read_config(ref);
+    bool others = false;
     for (size_t index = 0; index < pairs.size(); index += 2) {
         const bool is_name = pairs[index] == "name";
         if (is_name && !names)
             names = library.lock();
         if (is_name)
             library.check_name_free(pairs[index + 1], ref.id);
-        else if (is_suspended(record.get()))
-            throw Failure(ExitStatus::state, ref.label() + ": is suspended: only its name can be "
-                                                           "changed until it has run again");
+        else
+            check_changeable(ref, record.get());
         set_key(record.get(), pairs[index], pairs[index + 1]);
+        others = others || !is_name;
     }
-    check_machine(record.get(), ref);
+    if (others)
+        check_machine(record.get(), ref);
     if (vm_write_config(library.open(ref).get(), record.get()) != 0)
         throw system_failure(ref.label() + ": failed to write its configuration", errno);
     notify_post("change", ref.id.c_str());

@@ -131,11 +131,15 @@ void stop_one(const VmRef &ref, bool force)
 
 void suspend_one(const VmRef &ref)
 {
+    Library library;
     service_ensure();
+    check_running(ref);
+    // The supervisor rewrites the record: a command that read it before and writes it afterwards
+    // would lose the saved state.
+    UniqueFd lock = library.lock(ref);
     check_running(ref);
     const bool answered = !ask_running(ref, "suspend", nullptr, suspend_patience).is_null();
     wait_gone(ref);
-    Library library;
     if (!answered && !is_suspended(library.read_config(ref).get()))
         throw Failure(ExitStatus::failed, ref.label() + ": ended without a saved state");
 }

@@ -186,7 +186,7 @@ std::string config_text(const struct kv *record, const char *path)
 void check_name(const std::string &name)
 {
     auto refuse = [&](const char *why) {
-        throw Failure(ExitStatus::input, "NAME: \"" + name + "\" " + why);
+        throw Failure(ExitStatus::input, "name \"" + name + "\": " + why);
     };
     if (name.empty())
         refuse("is empty");

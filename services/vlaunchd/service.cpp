@@ -169,6 +169,8 @@ int vlaunchd_main(int argc, char **argv)
         }
         detach = true;
     }
+    if (standard_fds_open() != 0)
+        return 1;
     if (detach)
         setsid();
     return serve();

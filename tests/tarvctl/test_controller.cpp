@@ -32,6 +32,10 @@ TEST_F(ControllerTest, answersEachCommand)
          "TARV_TARV_VIEWER is not set: the screen is not shown",
          both("OK")},
         {{"start", a}, 4, "a \\(" + a + "\\): is already running", nullptr},
+        {{"modify", a, "set", "cpu.count", "2"},
+         4,
+         "a \\(.*\\): is running: only its name .*",
+         nullptr},
         {{"start", "-fu", a}, 2, "start: .*excludes.*", nullptr},
         {{"reboot", a}, 0, "", nullptr},
         {{"reboot", "c"}, 3, "no VM has the identifier or name \"c\"", nullptr},
@@ -45,6 +49,8 @@ TEST_F(ControllerTest, answersEachCommand)
         {{"stop", a, "nobody"}, 3, "no VM has the identifier or name \"nobody\"", nullptr},
         {{"stop", a}, 0, "", nullptr},
         {{"stop", a}, 4, "a \\(.*\\): is not running", nullptr},
+        {{"modify", a, "set", "name", "[b]"}, 0, "", {{"id", a}, {"name", "[b]"}}},
+        {{"stop", "[b]"}, 4, "\\[b\\] \\(" + a + "\\): is not running", nullptr},
         {{"modify", a, "set", "name", "new name"}, 0, "", {{"id", a}, {"name", "new name"}}},
         {{"modify", a, "set", "name", "b"}, 5, "a VM of the name \"b\" exists already", nullptr},
         {{"modify", a, "set", "name"}, 2, "modify: name: has no value", nullptr},
@@ -66,7 +72,7 @@ TEST_F(ControllerTest, answersEachCommand)
         {{"ping"}, 0, "", Json::object()},
         {{"delete", "--yes", a, "b", "twin"}, 0, "", nullptr},
         {{"frobnicate"}, 2, "frobnicate: no such command; see tarvctl --help", nullptr},
-        {{}, 2, ".*subcommand is required.*", nullptr},
+        {{}, 2, "no command; see tarvctl --help", nullptr},
     };
     for (const auto &expected : cases) {
         const Json answer = ctl(expected.arguments);
@@ -81,6 +87,22 @@ TEST_F(ControllerTest, answersEachCommand)
     }
     EXPECT_THAT(names("vms"), IsEmpty());
     EXPECT_THAT(names("images"), IsEmpty());
+}
+
+// A file that is opened must not get a standard descriptor's number, and with it what is printed.
+TEST_F(ControllerTest, worksWithoutStandardDescriptors)
+{
+    const std::string id = create("plain");
+    for (const char *closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
+        const std::string line = std::string("exec \"$0\" clone --copy plain twin ") + closed;
+        EXPECT_EQ(m_home.run({"/bin/sh", "-c", line, TARVCTL_PROGRAM}).status, 0) << closed;
+        const std::string file =
+            ctl({"show", "twin"})["body"]["configuration"]["hard_drives"][0]["file"];
+        EXPECT_EQ(file_text(m_home.file("images/" + file)),
+                  file_text(m_home.file("images/" + id + "-disk0.qcow2")))
+            << closed;
+        EXPECT_EQ(ctl({"delete", "--yes", "twin"})["exit"], 0) << closed;
+    }
 }
 
 TEST_F(ControllerTest, startsWithTheMode)
