@@ -91,24 +91,102 @@ void read_boot_sectors(struct vdsk *disk, ImageInfo &info)
     info.boots_uefi = memcmp(&sectors[size], "EFI PART", 8) == 0;
 }
 
-void check_qcow2(int fd, const std::string &path)
+// Formats that only the image tool reads, by how their files begin; and packed files, which are
+// often taken for what is in them.
+constexpr struct
 {
-    std::array<unsigned char, 80> header = {};
-    if (pread(fd, header.data(), header.size(), 0) < 72)
-        refuse(path, "is damaged");
-    if (!qcow2_backing(path).empty())
-        refuse(path, "needs another image, " + qcow2_backing(path));
-    constexpr unsigned char external_data = 4;
-    if (header[7] >= 3 && (header[79] & external_data))
-        refuse(path, "keeps its data in another file");
+    size_t offset;
+    std::string_view mark;
+    const char *name;
+} foreign_formats[] = {
+    {0, "KDMV", "a vmdk image"},
+    {0, "# Disk DescriptorFile", "a vmdk image"},
+    {0, "vhdxfile", "a vhdx image"},
+    {0, "conectix", "a vpc image"},
+    {0x40, "\x7f\x10\xda\xbe", "a vdi image"},
+    {0, std::string_view("QED\0", 4), "a qed image"},
+    {0, std::string_view("QFI\xfb\0\0\0\1", 8), "a qcow image of version 1"},
+    {0, "LUKS\xba\xbe", "encrypted"},
+    {0, "\x1f\x8b", "packed by gzip"},
+    {0, "BZh", "packed by bzip2"},
+    {0, std::string_view("\xfd\x37zXZ\0", 6), "packed by xz"},
+    {0, "\x28\xb5\x2f\xfd", "packed by zstd"},
+    {0, "PK\3\4", "packed by zip"},
+};
+
+void refuse_foreign(int fd, const std::string &path)
+{
+    std::array<char, 128> start = {};
+    const ssize_t got = pread(fd, start.data(), start.size(), 0);
+    const std::string_view bytes(start.data(), got > 0 ? static_cast<size_t>(got) : 0);
+    for (const auto &[offset, mark, name] : foreign_formats) {
+        if (bytes.size() < offset || !bytes.substr(offset).starts_with(mark))
+            continue;
+        const std::string_view kind = name;
+        refuse(path, "is " + std::string(kind) +
+                         (kind.starts_with("a ") ? "; qemu-img convert -O qcow2 makes one that "
+                                                   "can be used"
+                          : kind == "encrypted"  ? ""
+                                                 : "; unpack it first"));
+    }
 }
 
-void read_disk(int fd, ImageInfo &info)
+// Incompatible features of a qcow2 image, bits of the last byte of their field.
+constexpr unsigned char feature_corrupt = 2, feature_external_data = 4;
+
+// Whether an image may be read for the sake of one that stands on it: a foreign image could name
+// any file of this host, whose content would end up on the guest's disk.
+bool is_neighbour(const std::string &base, const std::string &image)
+{
+    std::error_code error;
+    const auto folder = [&](const std::string &path) {
+        return std::filesystem::canonical(path, error).parent_path();
+    };
+    const auto place = folder(base);
+    return place == folder(image) || place == std::filesystem::canonical(image_directory(), error);
+}
+
+// The header of an image and of those below it, whose size on the host is added.
+void check_qcow2(const std::string &path, int depth, ImageInfo &info)
+{
+    constexpr int depth_max = 64;
+    std::array<unsigned char, 80> header = {};
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd)
+        refuse(path, strerror(errno));
+    if (pread(fd.get(), header.data(), header.size(), 0) < 72)
+        refuse(path, "is damaged");
+    if (header[35] != 0) // the encryption method
+        refuse(path, "is encrypted");
+    if (header[7] >= 3 && (header[79] & feature_external_data))
+        refuse(path, "keeps its data in another file");
+    if (header[7] >= 3 && (header[79] & feature_corrupt))
+        refuse(path, "is marked as damaged; qemu-img check -r all may mend it");
+    const std::string name = qcow2_backing(path);
+    if (name.empty())
+        return;
+    const std::string base =
+        (std::filesystem::path(path).parent_path() / name).lexically_normal().string();
+    if (depth >= depth_max || name.find(':') != name.npos || access(base.c_str(), R_OK) != 0)
+        refuse(path, "needs another image, " + name + ", which can't be read");
+    if (!is_neighbour(base, path))
+        refuse(path, "needs another image, " + base +
+                         ", which is in another folder; qemu-img convert -O qcow2 makes one that "
+                         "stands alone");
+    struct stat status;
+    if (stat(base.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        refuse(path, "needs another image, " + base + ", which is not a file");
+    info.stored_size += static_cast<uint64_t>(status.st_blocks) * 512;
+    if (is_qcow2(base))
+        check_qcow2(base, depth + 1, info);
+}
+
+void read_disk(ImageInfo &info)
 {
     info.kind = ImageKind::disk;
     info.format = is_qcow2(info.path) ? "qcow2" : "raw";
     if (info.format == "qcow2")
-        check_qcow2(fd, info.path);
+        check_qcow2(info.path, 0, info);
     std::unique_ptr<struct vdsk, VdskClose> disk(vdsk_open(info.path.c_str()));
     if (!disk)
         refuse(info.path, std::string("is damaged: ") + vdsk_error());
@@ -188,10 +266,11 @@ ImageInfo probe_image(const std::string &path)
     info.modified = status.st_mtime;
     if (read_disc(fd.get(), info))
         return info;
+    refuse_foreign(fd.get(), path);
     if (has_extension(path, ".iso"))
         refuse(path, "is not a disc image");
     if (!is_qcow2(path) && !has_extension(path, ".img") && !has_extension(path, ".raw"))
         refuse(path, "is neither an iso, an img nor a qcow2 image");
-    read_disk(fd.get(), info);
+    read_disk(info);
     return info;
 }

@@ -25,6 +25,7 @@ struct ImageInfo
 // A path, "~/…" and relative ones included, or a file URL to an absolute path. Fails for other
 // URLs.
 std::string image_source_path(const std::string &source);
-// Looks at an image. Fails when it is missing, unreadable, empty, damaged or none at all, and for a
-// qcow2 image that needs other files.
+// Looks at an image. Fails when it is missing, unreadable, empty, damaged, encrypted, of another
+// format or none at all, and for a qcow2 image that needs files from elsewhere than its own folder
+// and the image library.
 ImageInfo probe_image(const std::string &path);

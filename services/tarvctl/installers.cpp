@@ -15,6 +15,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 
 #include <strings.h>
@@ -101,6 +102,17 @@ std::string file_url(const std::string &path)
     return url;
 }
 
+// The form tells images apart by their build alone: those that have the same are told by the file.
+void make_builds_unique(std::vector<Installer> &found)
+{
+    std::map<std::string, int> counts;
+    for (const Installer &installer : found)
+        ++counts[installer.build];
+    for (Installer &installer : found)
+        if (counts[installer.build] > 1)
+            installer.build += ", " + fs::path(installer.path).filename().string();
+}
+
 // The images of VMs, and what the controller is making, are no installers.
 std::set<std::string> images_in_use()
 try {
@@ -161,6 +173,7 @@ std::vector<Installer> find_installers()
         add_folder(fs::absolute(library), images_in_use(), deadline, found);
     if (const std::string downloads = download_folder(); !library || downloads != library)
         add_folder(downloads, {}, deadline, found);
+    make_builds_unique(found);
     std::sort(found.begin(), found.end(), [](const Installer &a, const Installer &b) {
         const int order = vercmp(a.version.c_str(), b.version.c_str());
         return order != 0 ? order > 0 : a.modified > b.modified;

@@ -125,8 +125,15 @@ TEST_F(CreateTest, copiesDiskImages)
     const Json small = ctl({"create", "--disk-size", "4M", "x", m_home.file("d.qcow2")});
     EXPECT_EQ(small["exit"], 6);
     EXPECT_EQ(small["message"], "--disk-size: 4 MiB is less than the image's own 8 MiB");
-    const Json layer = ctl({"create", "--disk-size", "16M", "x", m_home.file("layer.qcow2")});
-    EXPECT_THAT(layer["message"].get<std::string>(), HasSubstr("needs another image"));
+    // One above another becomes one that stands alone; not when the other is from elsewhere.
+    std::filesystem::create_directory(m_home.file("far"));
+    std::filesystem::copy(m_home.file("layer.qcow2"), m_home.file("far/layer.qcow2"));
+    const Json layer = ctl({"create", "x", m_home.file("far/layer.qcow2")});
+    EXPECT_THAT(layer["message"].get<std::string>(), HasSubstr("which is in another folder"));
+    const Json alone = ctl({"create", "--disk-size", "8M", "x", m_home.file("layer.qcow2")});
+    EXPECT_EQ(alone["exit"], 0) << alone;
+    std::filesystem::remove(m_home.file("d.qcow2"));
+    EXPECT_EQ(ctl({"start", "x"})["exit"], 0) << "the base has no part in it";
 }
 
 TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
@@ -135,6 +142,11 @@ TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
     std::ofstream(m_home.file("text.txt")) << "no disk";
     std::ofstream(m_home.file("empty.img"));
     std::ofstream(m_home.file("torn.qcow2")) << "QFI\xfb" << std::string(200, 'x');
+    std::ofstream(m_home.file("packed.img")) << "\x1f\x8b" << std::string(600, 'x');
+    const std::string tool = "/usr/bin/qemu-img";
+    m_home.run({tool, "create", "-f", "vmdk", m_home.file("foreign.img"), "4M"});
+    m_home.run({tool, "create", "-f", "qcow2", m_home.file("secret.qcow2"), "4M"});
+    std::fstream(m_home.file("secret.qcow2"), std::ios::in | std::ios::out).seekp(35).put('\1');
     const std::string good = m_home.file("raw.img");
     struct
     {
@@ -146,7 +158,11 @@ TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
         {{"x", m_home.file("text.iso")}, "is not a disc image"},
         {{"x", m_home.file("text.txt")}, "is neither an iso, an img nor a qcow2 image"},
         {{"x", m_home.file("empty.img")}, "is empty"},
-        {{"x", m_home.file("torn.qcow2")}, "is damaged"},
+        {{"x", m_home.file("torn.qcow2")}, "torn.qcow2: is "},
+        {{"x", m_home.file("packed.img")}, "is packed by gzip; unpack it first"},
+        {{"x", m_home.file("foreign.img")}, "is a vmdk image; qemu-img convert"},
+        {{"x", m_home.file("secret.qcow2")}, "is encrypted"},
+        {{"x", "file:///a%2"}, "IMAGE: file:///a%2: not a URL"},
         {{"x", "https://example.org/x.iso"}, "only files of this host"},
         {{"x", "file://elsewhere/x.iso"}, "not a file of this host"},
         {{"", good}, "NAME is required"},
