@@ -53,10 +53,13 @@ ssize_t receive_with_descriptors(int fd, void *buffer, size_t size, std::vector<
     message.msg_iovlen = 1;
     message.msg_control = control;
     message.msg_controllen = sizeof control;
-    ssize_t received;
-    do
+    ssize_t received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
+    // A peer that closed with packets of ours unread resets the connection. That is told once, and
+    // before the last that the peer had sent: its reason to close, for one.
+    if (received < 0 && errno == ECONNRESET)
         received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
-    while (received < 0 && errno == EINTR);
+    while (received < 0 && errno == EINTR)
+        received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
     if (received < 0)
         return -1;
     keep_descriptors(message, fds);

@@ -174,4 +174,18 @@ TEST_F(Channel, neverLeavesAKeyPressed)
     EXPECT_EQ(wheel, 5000);
 }
 
+TEST_F(Channel, keepsTheLastWordOfASupervisorThatDidNotReadItAll)
+{
+    const display_packet word = packet_of(DISPLAY_CLOSED, {DISPLAY_CLOSE_REFUSED});
+    PacketSender sender(m_near.get());
+    ASSERT_TRUE(sender.send(packet_of(DISPLAY_KEY, {1, 1})));
+    ASSERT_EQ(send(m_far.get(), &word, sizeof word, 0), ssize_t(sizeof word));
+    m_far.reset();
+    display_packet got{};
+    std::vector<UniqueFd> none;
+    ASSERT_EQ(receive_with_descriptors(m_near.get(), &got, sizeof got, &none), ssize_t(sizeof got));
+    EXPECT_EQ(got.type, DISPLAY_CLOSED);
+    EXPECT_EQ(receive_with_descriptors(m_near.get(), &got, sizeof got, &none), 0);
+}
+
 } // namespace

@@ -190,6 +190,8 @@ bool LiveViewer::take()
         message.msg_control = control;
         message.msg_controllen = sizeof control;
         const ssize_t length = recvmsg(m_channel.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+        if (length < 0 && errno == ECONNRESET)
+            continue; // what was sent before can still be read
         if (length != ssize_t(sizeof packet))
             return length < 0 && errno == EAGAIN;
         UniqueFd memory;
