@@ -3,11 +3,9 @@
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QPointer>
 #include <QPushButton>
-
-#include <memory>
 
 namespace {
 constexpr int iconSide = 48; // logical pixels
@@ -76,9 +74,12 @@ int Alert::resultOf(const QMessageBox *box)
 
 int Alert::runModal()
 {
-    const std::unique_ptr<QMessageBox> box(makeBox(nullptr));
+    // The window that it stands on can go meanwhile, and takes it along.
+    const QPointer<QMessageBox> box(makeBox(QApplication::activeWindow()));
     box->exec();
-    return resultOf(box.get());
+    const int result = box ? resultOf(box) : SheetStop;
+    delete box;
+    return result;
 }
 
 QMessageBox *Alert::beginSheet(QWidget *window, std::function<void(int)> handler)

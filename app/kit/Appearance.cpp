@@ -1,5 +1,7 @@
 #include "app/kit/Appearance.h"
 
+#include "app/kit/PlainStyle.h"
+
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -8,7 +10,6 @@
 #include <QDBusVariant>
 #include <QPalette>
 #include <QStyle>
-#include <QStyleFactory>
 
 namespace {
 
@@ -35,7 +36,7 @@ constexpr Colour darkColours[] = {
     {QPalette::AlternateBase, 0xff26282c, 0},
     {QPalette::Text, 0xffe8e9eb, 0xff85888e},
     {QPalette::PlaceholderText, 0xff9a9da3, 0},
-    {QPalette::Button, 0xff3a3d42, 0xff303236},
+    {QPalette::Button, 0xff35383d, 0xff2f3135},
     {QPalette::ButtonText, 0xffe8e9eb, 0xff85888e},
     {QPalette::BrightText, 0xffff7b72, 0},
     {QPalette::Highlight, highlight, 0xff4a4d53},
@@ -94,17 +95,19 @@ std::optional<Appearance::Scheme> Appearance::schemeNamed(const QString &name)
 Appearance::Appearance(Scheme scheme, QObject *parent)
     : QObject(parent), m_platformStyle(QApplication::style()->objectName())
 {
+    use(scheme);
     if (scheme == Scheme::automatic)
         followDesktop();
-    else
-        use(scheme);
 }
 
 // Only Fusion draws every control in the colours that it is given.
 void Appearance::use(Scheme scheme)
 {
     m_ownColours = scheme != Scheme::automatic;
-    QApplication::setStyle(m_ownColours ? QStringLiteral("fusion") : m_platformStyle);
+    if (m_ownColours || m_platformStyle == QLatin1String("fusion"))
+        QApplication::setStyle(new PlainStyle);
+    else
+        QApplication::setStyle(m_platformStyle);
     if (scheme == Scheme::automatic)
         QApplication::setPalette(QPalette());
     else if (scheme == Scheme::dark)

@@ -1,5 +1,6 @@
 #include "app/list/UnreadableSheet.h"
 
+#include "app/list/VirtualMachineDelegate.h"
 #include "ui_UnreadableSheet.h"
 
 #include <QPushButton>
@@ -10,6 +11,9 @@ UnreadableSheet::UnreadableSheet(const QList<QPair<QString, QString>> &problems,
     m_ui->setupUi(this);
     for (const auto &[id, reason] : problems) {
         auto *item = new QTreeWidgetItem(m_ui->problems, {id, reason});
+        item->setSizeHint(
+            0, QSize(fontMetrics().horizontalAdvance(id) + 2 * VirtualMachineDelegate::margin,
+                     VirtualMachineDelegate::rowHeight(this)));
         item->setToolTip(0, id);
         item->setToolTip(1, reason);
     }

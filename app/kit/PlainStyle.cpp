@@ -1,0 +1,68 @@
+#include "app/kit/PlainStyle.h"
+
+#include <QPainter>
+#include <QStyleOption>
+
+#include <algorithm>
+
+namespace {
+
+// Logical pixels.
+constexpr int buttonPadding = 14; // on either side of a label
+constexpr int buttonHeight = 26;
+constexpr int headerHeight = 24;
+
+// Fusion derives edges from the background by darkening it.
+constexpr float edgeOpacity = 0.4F;
+
+bool isEdge(QStyle::PrimitiveElement element)
+{
+    return element == QStyle::PE_IndicatorCheckBox || element == QStyle::PE_FrameLineEdit ||
+           element == QStyle::PE_FrameMenu;
+}
+
+bool isDark(const QPalette &palette)
+{
+    return palette.color(QPalette::Window).lightness() <
+           palette.color(QPalette::WindowText).lightness();
+}
+
+} // namespace
+
+PlainStyle::PlainStyle() : QProxyStyle(QStringLiteral("fusion")) {}
+
+QSize PlainStyle::sizeFromContents(ContentsType type, const QStyleOption *option,
+                                   const QSize &contents, const QWidget *widget) const
+{
+    QSize size = QProxyStyle::sizeFromContents(type, option, contents, widget);
+    if (type == CT_PushButton)
+        size = size.expandedTo({contents.width() + 2 * buttonPadding, buttonHeight});
+    else if (type == CT_HeaderSection)
+        size.setHeight(std::max(size.height(), headerHeight));
+    return size;
+}
+
+void PlainStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *option,
+                               QPainter *painter, const QWidget *widget) const
+{
+    QProxyStyle::drawPrimitive(element, option, painter, widget);
+    const bool focused = element == PE_FrameLineEdit && option->state.testFlag(State_HasFocus);
+    if (!isEdge(element) || focused || !isDark(option->palette))
+        return;
+    QColor edge = option->palette.color(QPalette::WindowText);
+    edge.setAlphaF(edgeOpacity);
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing, false);
+    painter->setPen(edge);
+    painter->setBrush(Qt::NoBrush);
+    painter->drawRect(option->rect.adjusted(0, 0, -1, -1));
+    painter->restore();
+}
+
+int PlainStyle::styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                          QStyleHintReturn *returned) const
+{
+    if (hint == SH_DialogButtonBox_ButtonsHaveIcons || hint == SH_EtchDisabledText)
+        return 0;
+    return QProxyStyle::styleHint(hint, option, widget, returned);
+}
