@@ -3,7 +3,7 @@
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QPointer>
 #include <QPushButton>
 
@@ -75,7 +75,7 @@ int Alert::resultOf(const QMessageBox *box)
 int Alert::runModal()
 {
     // The window that it stands on can go meanwhile, and takes it along.
-    const QPointer<QMessageBox> box(makeBox(QApplication::activeWindow()));
+    const QPointer<QMessageBox> box(makeBox(WindowController::keyWindow()));
     box->exec();
     const int result = box ? resultOf(box) : SheetStop;
     delete box;

@@ -4,11 +4,18 @@
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/SheetCodes.h"
 
+#include <QApplication>
 #include <QEvent>
 
 namespace {
 
 constexpr char controllerProperty[] = "windowController";
+
+QPointer<QWidget> &lastKeyWindow()
+{
+    static QPointer<QWidget> window;
+    return window;
+}
 
 } // namespace
 
@@ -104,6 +111,17 @@ QDialog *WindowController::attachedSheet(const QWidget *window)
     return nullptr;
 }
 
+QWidget *WindowController::keyWindow()
+{
+    if (QWidget *active = QApplication::activeWindow())
+        return active;
+    QWidget *last = lastKeyWindow();
+    if (!last || !last->isVisible())
+        return nullptr;
+    QDialog *sheet = attachedSheet(last);
+    return sheet ? sheet : last;
+}
+
 void WindowController::setExcludedFromWindowsMenu(bool excluded)
 {
     if (m_window)
@@ -125,6 +143,7 @@ bool WindowController::eventFilter(QObject *object, QEvent *event)
         windowWillClose();
         break;
     case QEvent::WindowActivate:
+        lastKeyWindow() = m_window;
         windowDidBecomeKey();
         break;
     case QEvent::WindowDeactivate:

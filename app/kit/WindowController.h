@@ -51,6 +51,10 @@ public:
     // The sheet that a window shows, or null.
     static QDialog *attachedSheet(const QWidget *window);
 
+    // The window that has the keyboard. While none has it, such as between the end of a sheet and
+    // the return of the focus, the last of a controller that had it; null when that is gone too.
+    static QWidget *keyWindow();
+
     // A window that the menu of windows leaves out.
     void setExcludedFromWindowsMenu(bool excluded);
 

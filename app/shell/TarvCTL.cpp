@@ -1,12 +1,13 @@
 #include "app/shell/TarvCTL.h"
 
 #include "app/kit/Alert.h"
+#include "app/kit/WindowController.h"
 #include "app/shell/AppLog.h"
 #include "app/shell/ControllerTask.h"
 #include "app/shell/SupportFiles.h"
 #include "hostlib/utils/utils.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QPointer>
 #include <QTimer>
@@ -123,7 +124,7 @@ void TarvCTL::fail(const TarvError &error, const CompletionHandler &handler)
     };
     Alert alert(error.description);
     alert.setCritical();
-    QWidget *keyWindow = QApplication::activeWindow();
+    QWidget *keyWindow = WindowController::keyWindow();
     if (!keyWindow) {
         alert.runModal();
         dismissed();
