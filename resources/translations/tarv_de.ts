@@ -39,7 +39,7 @@
     </message>
     <message>
         <source>%d VM(s) are running. Do you want to quit and terminate them?</source>
-        <translation>Laufende VMs: %d. Möchten Sie Tarv beenden und diese VMs abbrechen?</translation>
+        <translation>Laufende VMs: %d. Möchten Sie Tarv mitsamt diesen VMs beenden?</translation>
     </message>
     <message>
         <source>Cancel</source>
