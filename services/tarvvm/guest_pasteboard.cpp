@@ -262,7 +262,7 @@ bool GuestPasteboard::give(UniqueFd memory, size_t size)
     auto contents = std::make_shared<PasteboardContents>();
     if (!pasteboard_archive_read(archive, contents.get()))
         log("a viewer's pasteboard of " + std::to_string(size) + " bytes is no archive");
-    else if (!contents->empty() && m_port.link().ready() && !isWhatGuestHas(*contents)) {
+    else if (!contents->empty() && m_port.link().ready() && !isKnown(*contents)) {
         forgetGuests();
         m_host = std::move(contents);
         m_host_text.reset();
@@ -272,10 +272,14 @@ bool GuestPasteboard::give(UniqueFd memory, size_t size)
     return true;
 }
 
-// What the guest copied comes back when a viewer's host can't tell whose it is. To offer it would
-// take it from the guest's program, with all the kinds that are not carried here.
-bool GuestPasteboard::isWhatGuestHas(const PasteboardContents &contents) const
+// Whether the guest has or is offered the same. A viewer gives the same on each press and release
+// of its shortcut: a new offer would end the paste that the first is for. What the guest copied
+// comes back when a viewer's host can't tell whose it is: an offer would take it from the guest's
+// program, with all the kinds that are not carried here.
+bool GuestPasteboard::isKnown(const PasteboardContents &contents) const
 {
+    if (m_host && *m_host == contents)
+        return true;
     std::string archive;
     PasteboardContents guests;
     return m_held && m_offered != 0 && read_memory(m_held->fd.get(), m_held->size, &archive) &&

@@ -84,7 +84,7 @@ private:
     void finishFetch();
     void watchFetch();
     void deliver();
-    bool isWhatGuestHas(const PasteboardContents &contents) const;
+    bool isKnown(const PasteboardContents &contents) const;
     void offer();
     AgentEncoder::Contents hostText();
     void log(const std::string &line);

@@ -77,7 +77,7 @@ protected:
     // The guest's program pastes; the agent may take a moment to offer what was given.
     bool guestPastes(const char *target, const std::string &expected)
     {
-        return until([&] { return m_desktop.paste(target) == expected; });
+        return until([&] { return m_desktop.clipper().paste(target) == expected; });
     }
     // Polls as a window does, until something new came.
     PasteboardContents hostGets()
@@ -104,8 +104,10 @@ protected:
     uint32_t m_caps = 0;
     PasteboardContents m_arrived;
     std::unique_ptr<GuestPasteboard> m_pasteboard;
-    GuestDesktop m_desktop{m_scratch.path(), m_scratch.path("port"),
-                           [this] { sd_event_run(m_loop, 0); }};
+    GuestDesktop m_desktop{m_scratch.path(), m_scratch.path("port"), [this] {
+                               while (sd_event_run(m_loop, 0) > 0)
+                                   ;
+                           }};
 };
 
 // All byte values, past what a file of that kind begins with.
@@ -128,14 +130,14 @@ TEST_F(Agents, takeTextsAndPicturesBothWays)
         give({text, ""});
         EXPECT_TRUE(guestPastes(TEXT, text)) << text.size();
         const std::string other = "guest: " + text;
-        m_desktop.copy(TEXT, other);
+        m_desktop.clipper().copy(TEXT, other);
         EXPECT_EQ(hostGets(), (PasteboardContents{other, ""})) << text.size();
     }
     for (const size_t size : {size_t{3000}, size_t{5} << 20}) {
         give({"", picture(size)});
         EXPECT_TRUE(guestPastes(PICTURE, picture(size))) << size;
-        EXPECT_FALSE(m_desktop.paste(TEXT)) << "there is no text";
-        m_desktop.copy(PICTURE, picture(size + 1));
+        EXPECT_FALSE(m_desktop.clipper().paste(TEXT)) << "there is no text";
+        m_desktop.clipper().copy(PICTURE, picture(size + 1));
         EXPECT_EQ(hostGets(), (PasteboardContents{"", picture(size + 1)})) << size;
     }
     give({"both", picture(100)});
@@ -146,14 +148,14 @@ TEST_F(Agents, takeTextsAndPicturesBothWays)
 TEST_F(Agents, refuseWhatIsTooLargeAndGoOn)
 {
     // The agent was told the limit, and says that it has nothing then.
-    m_desktop.copy(TEXT, std::string(PASTEBOARD_CONTENTS_MAX + 1, 'x'));
+    m_desktop.clipper().copy(TEXT, std::string(PASTEBOARD_CONTENTS_MAX + 1, 'x'));
     EXPECT_TRUE(until([this] {
         m_pasteboard->ask(this, true);
         return m_log.find("nothing that can be taken over") != std::string::npos;
     }));
     EXPECT_TRUE(m_arrived.empty());
     const std::string most(PASTEBOARD_CONTENTS_MAX, 'y');
-    m_desktop.copy(TEXT, most);
+    m_desktop.clipper().copy(TEXT, most);
     EXPECT_EQ(hostGets().text.size(), most.size());
     give({most.substr(1) + "z", ""});
     EXPECT_TRUE(guestPastes(TEXT, most.substr(1) + "z"));
@@ -167,7 +169,7 @@ TEST_F(Agents, comeAndGoWithTheGuestsSession)
     EXPECT_TRUE(until([this] { return m_caps == 0; }));
     m_desktop.startSession();
     connectPort();
-    m_desktop.copy(TEXT, "after");
+    m_desktop.clipper().copy(TEXT, "after");
     EXPECT_EQ(hostGets().text, "after");
 }
 

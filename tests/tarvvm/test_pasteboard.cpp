@@ -196,7 +196,8 @@ TEST_F(Pasteboard, offersTheGuestWhatAViewerGivesUntilItCopiesItself)
     announce(AGENT_CAP_CRLF);
     told();
     EXPECT_TRUE(give({"a\nb\r\nc", PNG}));
-    EXPECT_THAT(told(), ElementsAre("7:12"));
+    EXPECT_TRUE(give({"a\nb\r\nc", PNG}));
+    EXPECT_THAT(told(), ElementsAre("7:12")) << "the same is offered once";
     say(AGENT_REQUEST, agent_number(0) + agent_number(AGENT_TEXT));
     say(AGENT_REQUEST, agent_number(0) + agent_number(AGENT_PNG));
     say(AGENT_REQUEST, agent_number(1) + agent_number(AGENT_TEXT)); // another selection
