@@ -13,12 +13,26 @@
 
 namespace {
 
-QByteArray png_of(const QImage &image)
+const QString pngFormat = QStringLiteral("image/png");
+
+// A picture as its program gave it, where that is a PNG file.
+QByteArray png_of(const QMimeData &data)
 {
-    QByteArray bytes;
+    QByteArray bytes = data.data(pngFormat);
+    if (!bytes.isEmpty())
+        return bytes;
     QBuffer buffer(&bytes);
-    image.save(&buffer, "PNG");
+    qvariant_cast<QImage>(data.imageData()).save(&buffer, "PNG");
     return bytes;
+}
+
+void add_png(QMimeData &data, const QByteArray &png)
+{
+    const QImage image = QImage::fromData(png, "PNG");
+    if (image.isNull())
+        return;
+    data.setImageData(image);
+    data.setData(pngFormat, png);
 }
 
 } // namespace
@@ -51,8 +65,16 @@ QByteArray HostPasteboard::archive() const
             items.append({Type::url, url.toEncoded()});
     if (data->hasHtml())
         items.append({Type::html, data->html().toUtf8()});
-    if (data->hasImage())
-        items.append({Type::png, png_of(qvariant_cast<QImage>(data->imageData()))});
+    if (data->hasImage() || data->hasFormat(pngFormat))
+        items.append({Type::png, png_of(*data)});
+    items.removeIf([](const PasteboardItem &item) { return item.data.isEmpty(); });
+    if (items.isEmpty())
+        return {};
+    const QByteArray archive = PasteboardArchive::write(items);
+    if (!archive.isEmpty())
+        return archive;
+    // A picture that is too large is no reason to keep the text back.
+    items.removeIf([](const PasteboardItem &item) { return item.type == Type::png; });
     return items.isEmpty() ? QByteArray() : PasteboardArchive::write(items);
 }
 
@@ -75,12 +97,14 @@ bool HostPasteboard::setArchive(const QByteArray &archive)
             data->setHtml(QString::fromUtf8(item.data));
             break;
         case PasteboardItem::Type::png:
-            data->setImageData(QImage::fromData(item.data, "PNG"));
+            add_png(*data, item.data);
             break;
         }
     }
     if (!urls.isEmpty())
         data->setUrls(urls);
+    if (data->formats().isEmpty())
+        return false;
     m_writing = true; // the clipboard may tell of this at once, or not at all
     QGuiApplication::clipboard()->setMimeData(data.release());
     m_writing = false;

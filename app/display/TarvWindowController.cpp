@@ -69,6 +69,7 @@ void TarvWindowController::windowDidLoad()
 {
     m_window->setWindowTitle(title());
     m_view->setDisplay(m_display.get());
+    connect(m_display.get(), &TarvDisplay::capsChanged, this, &TarvWindowController::capsChanged);
     connect(m_view, &TarvDisplayView::pointerGrabChanged, this, [this](bool grabbed) {
         m_window->setWindowTitle(
             grabbed ? tr("%1 - Control and Alt release the pointer").arg(title()) : title());

@@ -89,6 +89,7 @@ private:
                                const QStringList &options = {});
     void startPasteboardPolling();
     void stopPasteboardPolling();
+    void capsChanged();
 
     std::unique_ptr<TarvDisplay, DeleteLater> m_display;
     TarvWindow *m_window;

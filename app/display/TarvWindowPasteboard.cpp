@@ -1,5 +1,6 @@
 // The pasteboard that a window's guest shares with the host.
 #include "app/display/HostPasteboard.h"
+#include "app/display/TarvWindow.h"
 #include "app/display/TarvWindowController.h"
 #include "app/kit/UserDefaults.h"
 
@@ -55,6 +56,14 @@ void TarvWindowController::windowDidBecomeKey()
     startPasteboardPolling();
     if (m_changeCount < HostPasteboard::general().changeCount())
         paste(nullptr);
+}
+
+// A guest can begin to share its pasteboard long after its window was opened, and end it.
+void TarvWindowController::capsChanged()
+{
+    stopPasteboardPolling();
+    if (m_window && m_window->isActiveWindow())
+        windowDidBecomeKey();
 }
 
 void TarvWindowController::windowDidResignKey()

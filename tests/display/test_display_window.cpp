@@ -90,7 +90,9 @@ TEST_F(DisplayWindow, sharesThePasteboardWithoutEcho)
     m_display->delegate->displayPasteboardDataDidChange(
         m_display, PasteboardArchive::write({{PasteboardItem::Type::text, "from the guest"}}));
     EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("from the guest"));
-    m_display->delegate->displayPasteboardDataDidChange(m_display, QByteArray("garbage"));
+    for (const QByteArray &bad :
+         {QByteArray("garbage"), PasteboardArchive::write({{PasteboardItem::Type::png, "none"}})})
+        m_display->delegate->displayPasteboardDataDidChange(m_display, bad);
     EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("from the guest"));
 
     const auto refocus = [this] {

@@ -43,6 +43,9 @@ public:
     // Sets a variable for all programs started from now on.
     void setVariable(const QString &name, const QString &value);
 
+    // The X screen.
+    QString display() const { return m_environment.value(QStringLiteral("DISPLAY")); }
+
     // Runs the controller to its end and takes its machine-readable answer.
     Answer tarvctl(const QStringList &arguments, int seconds = 90);
     // Makes a VM of a raw disk image in the library, as a hand-written record; its identifier.
