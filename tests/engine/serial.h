@@ -24,7 +24,12 @@ public:
     explicit Serial(std::string log) : m_log(std::move(log)) {}
 
     std::string text() const { return file_text(m_log); }
-    // Waits until something was said after the part that earlier waits have found.
+    // Waits until something was said at any time.
+    bool said(const std::string &what) const
+    {
+        return wait_for([&] { return text().find("guest: " + what) != std::string::npos; });
+    }
+    // Waits until something was said after what the call before found.
     bool says(const std::string &what)
     {
         return wait_for([&] {

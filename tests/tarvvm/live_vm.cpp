@@ -24,8 +24,9 @@ LiveVm::LiveVm(const std::string &disk, const std::string &config)
     if (std::filesystem::exists(guest))
         std::filesystem::copy_file(guest, file("images/disk.img"));
     std::filesystem::create_directory(file("vms/" + m_id));
+    const std::string ram = disk == "linux" ? "536870912" : "67108864";
     write("vms/" + m_id + "/config.yaml",
-          "name: live\nram: {size: 67108864}\nhard_drives:\n- {file: disk.img}\n" + config);
+          "name: live\nram: {size: " + ram + "}\nhard_drives:\n- {file: disk.img}\n" + config);
     m_home.set("vm_lock_dir", file("locks"));
     m_home.environment["TARV_JOB_REPORT"] = file("report");
     m_home.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + file("no-bus");
@@ -127,9 +128,9 @@ bool LiveVm::socketExists() const
 
 // ---- viewer -------------------------------------------------------------------------------------
 
-LiveViewer::LiveViewer(const LiveVm &vm)
+LiveViewer::LiveViewer(const LiveVm &vm, int screen)
 {
-    LiveAnswer answer = vm.ask("display\r\n{\"index\":0}");
+    LiveAnswer answer = vm.ask("display\r\n{\"index\":" + std::to_string(screen) + "}");
     EXPECT_EQ(answer.status(), "OK") << answer.message();
     if (answer.fds.size() != 2)
         return;
@@ -205,6 +206,11 @@ bool LiveViewer::take()
                 send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});
         } else if (packet.type == DISPLAY_MODE) {
             EXPECT_TRUE(map(std::move(memory)));
+        } else if (packet.type == DISPLAY_CURSOR) {
+            m_cursor = packet;
+            m_cursor_colour = 0;
+            if (pread(memory.get(), &m_cursor_colour, sizeof m_cursor_colour, 0) < 0)
+                m_cursor_colour = 0; // no image
         } else if (packet.type == DISPLAY_CLOSED) {
             m_closed = packet.arg[0];
         }

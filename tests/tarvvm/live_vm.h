@@ -59,11 +59,11 @@ private:
     pid_t m_pid = -1;
 };
 
-// A viewer of the VM's first screen.
+// A viewer of one of the VM's screens.
 class LiveViewer
 {
 public:
-    explicit LiveViewer(const LiveVm &vm);
+    explicit LiveViewer(const LiveVm &vm, int screen = 0);
     ~LiveViewer();
     LiveViewer(const LiveViewer &) = delete;
     LiveViewer &operator=(const LiveViewer &) = delete;
@@ -80,6 +80,9 @@ public:
     bool take();
     // The reason of the last goodbye, or -1.
     int closedReason() const { return m_closed; }
+    // The last packet with a pointer image, and its first pixel.
+    const display_packet &cursor() const { return m_cursor; }
+    uint32_t cursorColour() const { return m_cursor_colour; }
 
 private:
     bool map(UniqueFd memory);
@@ -88,4 +91,6 @@ private:
     const display_fbctl *m_control = nullptr;
     size_t m_size = 0;
     int m_closed = -1;
+    display_packet m_cursor = {};
+    uint32_t m_cursor_colour = 0;
 };
