@@ -141,7 +141,7 @@ void EngineProcess::takeWords(std::string_view bytes)
         if ((c != '\n' && m_line.size() < WORDS_LINE_MAX) || m_line.empty())
             continue;
         m_log.line("engine: " + m_line);
-        m_last_words = std::exchange(m_line, {});
+        m_words_before = std::exchange(m_last_words, std::exchange(m_line, {}));
     }
 }
 
@@ -174,6 +174,7 @@ void EngineProcess::onEnd()
     EngineEnd end{WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
                   end_text(status)};
     if (end.status != 0 && !m_last_words.empty())
-        end.message += ": " + m_last_words;
+        // A helper of QEMU's says what is wrong, and QEMU then only that it failed.
+        end.message += ": " + m_words_before + (m_words_before.empty() ? "" : "; ") + m_last_words;
     m_ended(end);
 }

@@ -64,5 +64,5 @@ private:
     UniqueFd m_console;
     EventSource m_watch_source, m_words_source, m_console_source;
     std::string m_line;
-    std::string m_last_words;
+    std::string m_last_words, m_words_before; // the last line and the one before it
 };

@@ -145,6 +145,8 @@ TEST(Live, badInputIsNamedAndNothingStays)
         {"firmware: coreboot\n", "", "", EX_CONFIG, "config.yaml: firmware: \"coreboot\""},
         {"firmware: uefi\n", "uefi_code", "/nowhere/code", EX_UNAVAILABLE,
          "firmware (setting uefi_code) /nowhere/code"},
+        {"network:\n- {mode: bridge, bridge: tarv-none}\n", "", "", EX_UNAVAILABLE,
+         "network mode bridge: "},
         {"", "engine_accel", "fast", EX_UNAVAILABLE, "engine_accel: \"fast\""},
     };
     for (const Case &each : cases) {
