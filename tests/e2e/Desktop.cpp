@@ -165,12 +165,11 @@ bool Desktop::openScreen()
         return false;
     }
     setVariable(QStringLiteral("DISPLAY"), QLatin1Char(':') + QString::fromLatin1(number));
-    start(QStringLiteral("openbox"), QStringLiteral("openbox"), {});
-    return waitUntil(std::chrono::seconds(60), [this] {
-        return output(QStringLiteral("xprop"),
-                      {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")})
-            .contains("window id");
-    });
+    // Its command runs once it manages windows: one that is opened before is lost now and then.
+    const QString ready = path(QStringLiteral("openbox.ready"));
+    start(QStringLiteral("openbox"), QStringLiteral("openbox"),
+          {QStringLiteral("--startup"), QStringLiteral("touch ") + ready});
+    return waitUntil(std::chrono::seconds(60), [&ready] { return QFileInfo::exists(ready); });
 }
 
 bool Desktop::openBus()
