@@ -139,6 +139,7 @@ LiveViewer::LiveViewer(const LiveVm &vm, int screen)
         << "a viewer must not be able to write";
     EXPECT_TRUE(map(std::move(answer.fds[0])));
     m_channel = std::move(answer.fds[1]);
+    m_caps = uint32_t(json_find_int64(answer.tree.get(), "body.caps", -1));
 }
 
 LiveViewer::~LiveViewer()
@@ -172,11 +173,22 @@ uint32_t LiveViewer::at(uint32_t x, uint32_t y) const
     return pixel & 0xffffff;
 }
 
-void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments)
+void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments, int memory)
 {
     display_packet packet{type, {}};
     std::copy(arguments.begin(), arguments.end(), packet.arg);
-    ::send(m_channel.get(), &packet, sizeof packet, MSG_NOSIGNAL);
+    iovec part{&packet, sizeof packet};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (memory >= 0) {
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof memory), SOL_SOCKET, SCM_RIGHTS};
+        std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &memory, sizeof memory);
+    }
+    sendmsg(m_channel.get(), &message, MSG_NOSIGNAL);
 }
 
 bool LiveViewer::take()
@@ -211,6 +223,12 @@ bool LiveViewer::take()
             m_cursor_colour = 0;
             if (pread(memory.get(), &m_cursor_colour, sizeof m_cursor_colour, 0) < 0)
                 m_cursor_colour = 0; // no image
+        } else if (packet.type == DISPLAY_CAPS) {
+            m_caps = uint32_t(packet.arg[0]);
+        } else if (packet.type == DISPLAY_PASTEBOARD) {
+            m_pasteboard.resize(size_t(packet.arg[0]));
+            EXPECT_EQ(pread(memory.get(), m_pasteboard.data(), m_pasteboard.size(), 0),
+                      packet.arg[0]);
         } else if (packet.type == DISPLAY_CLOSED) {
             m_closed = packet.arg[0];
         }

@@ -72,12 +72,15 @@ public:
     uint32_t height() const { return m_control ? m_control->height : 0; }
     uint32_t at(uint32_t x, uint32_t y) const;
 
-    void send(uint32_t type, std::initializer_list<int32_t> arguments);
+    void send(uint32_t type, std::initializer_list<int32_t> arguments, int memory = -1);
     void key(int32_t number, bool down) { send(DISPLAY_KEY, {number, down}); }
     // Takes packets and answers damage until the condition holds for the picture.
     bool shows(const std::function<bool()> &condition);
     // Takes the packets that wait; false at the end of the stream.
     bool take();
+    uint32_t caps() const { return m_caps; }
+    // The last pasteboard archive that came.
+    const std::string &pasteboard() const { return m_pasteboard; }
     // The reason of the last goodbye, or -1.
     int closedReason() const { return m_closed; }
     // The last packet with a pointer image, and its first pixel.
@@ -90,6 +93,8 @@ private:
     UniqueFd m_channel;
     const display_fbctl *m_control = nullptr;
     size_t m_size = 0;
+    uint32_t m_caps = 0;
+    std::string m_pasteboard;
     int m_closed = -1;
     display_packet m_cursor = {};
     uint32_t m_cursor_colour = 0;
