@@ -36,7 +36,7 @@ enum class NetworkController
 
 enum class NetworkMode
 {
-    host,        // the guest reaches the host alone
+    host,        // an address, and nothing that it reaches
     shared,      // the guest shares the host's addresses
     bridge,      // the guest is a peer of the host's network
     disconnected // the cable is out

@@ -1,5 +1,6 @@
 #include "services/tarvvm/display_server.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
@@ -17,8 +18,10 @@ DisplayServer::DisplayServer(sd_event *loop, const Machine &machine, GuestPasteb
 {
 }
 
-void DisplayServer::start(Qmp &qmp, Done done)
+void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
 {
+    m_qmp = &qmp;
+    m_begin = begin;
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
         done(std::strerror(errno));
@@ -62,23 +65,47 @@ void DisplayServer::start(Qmp &qmp, Done done)
 
 void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Done &done)
 {
-    for (const Console &console : consoles) {
-        const size_t number = m_screens.size();
-        if (number >= m_machine.displays.size())
-            break;
-        const MachineDisplay &display = m_machine.displays[number];
+    const size_t count = std::min(consoles.size(), m_machine.displays.size());
+    if (count > 1) {
+        m_desktop = std::make_unique<Desktop>(*m_qmp, count);
+        m_desktop->setSize(0, consoles[0].width, consoles[0].height);
+    }
+    for (size_t number = 0; number < count; number++) {
         std::unique_ptr<Screen> screen =
-            Screen::create(m_loop, *m_bus, console, display.hdpi, m_pasteboard, m_log);
+            Screen::create(m_loop, *m_bus, consoles[number], m_machine.displays[number].hdpi,
+                           m_pasteboard, m_desktop.get(), m_log);
         if (!screen) {
             done(std::strerror(errno));
             return;
         }
-        // The first head has its size from the start; a further one is plugged in by it.
-        if (number > 0)
-            screen->requestSize(int32_t(display.width), int32_t(display.height), display.hdpi);
         m_screens.push_back(std::move(screen));
+        // The first head has its size from the start; a further one is plugged in by it.
+        if (number > 0 && m_begin == Begin::configured)
+            askConfiguredSize(number);
     }
     done(m_screens.empty() ? "QEMU has no screen" : "");
+}
+
+void DisplayServer::askConfiguredSize(size_t number)
+{
+    const MachineDisplay &display = m_machine.displays[number];
+    m_screens[number]->requestSize(int32_t(display.width), int32_t(display.height), display.hdpi);
+}
+
+void DisplayServer::keepSizes()
+{
+    m_bus->listConsoles([this](const std::vector<Console> &consoles, const std::string &failure) {
+        if (!failure.empty())
+            m_log("the sizes of the screens: " + failure);
+        for (size_t i = 0; i < std::min(consoles.size(), m_screens.size()); i++) {
+            Screen &screen = *m_screens[i];
+            screen.consoleChanged({consoles[i].width, consoles[i].height, {}});
+            if (screen.used() || i == 0)
+                screen.keepSize();
+            else
+                askConfiguredSize(i);
+        }
+    });
 }
 
 JsonTree DisplayServer::describe() const

@@ -21,8 +21,18 @@ public:
     DisplayServer(const DisplayServer &) = delete;
     DisplayServer &operator=(const DisplayServer &) = delete;
 
+    // What the guest's screens begin with.
+    enum class Begin
+    {
+        configured,
+        saved // the sizes that come with a saved state: keepSizes() once it is loaded
+    };
+
     // Becomes QEMU's display client, learns its consoles and asks for the sizes of further heads.
-    void start(Qmp &qmp, Done done);
+    void start(Qmp &qmp, Begin begin, Done done);
+    // Tells QEMU the sizes of a resumed guest's screens. It has forgotten them, and would have the
+    // guest go back to those that are configured the next time that it tells any.
+    void keepSizes();
     size_t count() const { return m_screens.size(); }
     // "displays" of the VM's status.
     JsonTree describe() const;
@@ -34,11 +44,15 @@ public:
 
 private:
     void takeConsoles(const std::vector<Console> &consoles, const Done &done);
+    void askConfiguredSize(size_t number);
 
     sd_event *m_loop;
     const Machine &m_machine;
     GuestPasteboard &m_pasteboard;
     Screen::Log m_log;
-    std::unique_ptr<DisplayBus> m_bus; // outlives the screens
+    Qmp *m_qmp = nullptr;
+    Begin m_begin = Begin::configured;
+    std::unique_ptr<DisplayBus> m_bus;  // outlives the screens
+    std::unique_ptr<Desktop> m_desktop; // of several screens; outlives them
     std::vector<std::unique_ptr<Screen>> m_screens;
 };

@@ -44,15 +44,23 @@ std::shared_ptr<UniqueFd> cursor_memory(const CursorImage &image)
 } // namespace
 
 Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
-               Log log)
-    : m_loop(loop), m_bus(bus), m_console(console), m_pasteboard(pasteboard), m_log(std::move(log))
+               Desktop *desktop, Log log)
+    : m_loop(loop),
+      m_bus(bus),
+      m_console(console),
+      m_begun(console),
+      m_pasteboard(pasteboard),
+      m_desktop(desktop),
+      m_log(std::move(log))
 {
 }
 
 std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Console &console,
-                                       bool hdpi, GuestPasteboard &pasteboard, Log log)
+                                       bool hdpi, GuestPasteboard &pasteboard, Desktop *desktop,
+                                       Log log)
 {
-    std::unique_ptr<Screen> self(new Screen(loop, bus, console, pasteboard, std::move(log)));
+    std::unique_ptr<Screen> self(
+        new Screen(loop, bus, console, pasteboard, desktop, std::move(log)));
     self->m_mode = {hdpi, /*live_resize=*/true};
     const bool known = console.width != 0 && console.height != 0;
     self->m_feed = ScreenFeed::create(known ? console.width : SIZE_UNKNOWN_WIDTH,
@@ -178,6 +186,10 @@ void Screen::consoleChanged(const ConsoleChange &change)
 {
     m_console.width = change.width.value_or(m_console.width);
     m_console.height = change.height.value_or(m_console.height);
+    // QEMU shows a screen that the guest does not use in the size that it began with.
+    m_used = m_used || m_console.width != m_begun.width || m_console.height != m_begun.height;
+    if (m_used && m_desktop)
+        m_desktop->setSize(m_console.index, m_console.width, m_console.height);
     if (change.absolute && *change.absolute != m_console.absolute) {
         m_console.absolute = *change.absolute;
         for (const auto &viewer : m_viewers)
@@ -231,15 +243,22 @@ void Screen::viewerKey(uint32_t number, bool down)
 
 void Screen::viewerButton(uint32_t number, bool down)
 {
-    m_bus.button(m_console.index, number, down);
+    if (m_desktop)
+        m_desktop->button(number, down);
+    else
+        m_bus.button(m_console.index, number, down);
 }
 
 void Screen::viewerMoveTo(int32_t x, int32_t y)
 {
     if (!m_console.absolute || m_bus.congested() || m_console.width == 0 || m_console.height == 0)
         return;
-    m_bus.moveTo(m_console.index, uint32_t(std::clamp(x, 0, int32_t(m_console.width) - 1)),
-                 uint32_t(std::clamp(y, 0, int32_t(m_console.height) - 1)));
+    x = std::clamp(x, 0, int32_t(m_console.width) - 1);
+    y = std::clamp(y, 0, int32_t(m_console.height) - 1);
+    if (m_desktop)
+        m_desktop->moveTo(m_console.index, x, y);
+    else
+        m_bus.moveTo(m_console.index, uint32_t(x), uint32_t(y));
 }
 
 void Screen::viewerMoveBy(int32_t dx, int32_t dy)
@@ -268,8 +287,18 @@ void Screen::requestSize(int32_t width, int32_t height, bool hdpi)
         m_mode.hdpi = hdpi;
         broadcastMode();
     }
-    m_bus.setSize(m_console.index, millimetres(hint.width, hdpi), millimetres(hint.height, hdpi),
-                  hint.width, hint.height, [this](const std::string &error) {
+    sendSize(hint.width, hint.height, hdpi);
+}
+
+void Screen::keepSize()
+{
+    sendSize(m_console.width, m_console.height, m_mode.hdpi);
+}
+
+void Screen::sendSize(uint32_t width, uint32_t height, bool hdpi)
+{
+    m_bus.setSize(m_console.index, millimetres(width, hdpi), millimetres(height, hdpi), width,
+                  height, [this](const std::string &error) {
                       if (error.empty() || !m_mode.live_resize)
                           return;
                       m_log("screen " + std::to_string(index()) + ": no other size: " + error);

@@ -1,6 +1,7 @@
 // One screen of the VM: its console at QEMU, its picture, its viewers.
 #pragma once
 
+#include "services/tarvvm/desktop.h"
 #include "services/tarvvm/display_bus.h"
 #include "services/tarvvm/event.h"
 #include "services/tarvvm/screen_feed.h"
@@ -17,9 +18,10 @@ class Screen : private ViewerHost
 public:
     using Log = std::function<void(const std::string &)>;
 
-    // Null with errno set.
+    // Null with errno set. `desktop` is null where this is the guest's only screen.
     static std::unique_ptr<Screen> create(sd_event *loop, DisplayBus &bus, const Console &console,
-                                          bool hdpi, GuestPasteboard &pasteboard, Log log);
+                                          bool hdpi, GuestPasteboard &pasteboard, Desktop *desktop,
+                                          Log log);
     Screen(const Screen &) = delete;
     Screen &operator=(const Screen &) = delete;
 
@@ -28,6 +30,8 @@ public:
     void consoleChanged(const ConsoleChange &change);
     // Tells all viewers and hangs up.
     void close(display_close_reason reason);
+    // Tells QEMU the size that the guest has, after it was loaded with a saved state.
+    void keepSize();
     // Asks the guest for a size.
     void requestSize(int32_t width, int32_t height, bool hdpi);
 
@@ -35,10 +39,12 @@ public:
     ScreenMode mode() const { return m_mode; }
     bool absolute() const { return m_console.absolute; }
     unsigned index() const { return m_console.index; }
+    // Whether the guest has set a size.
+    bool used() const { return m_used; }
 
 private:
     Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
-           Log log);
+           Desktop *desktop, Log log);
 
     void viewerActivityChanged() override;
     void viewerKey(uint32_t number, bool down) override;
@@ -58,12 +64,16 @@ private:
     void sendCursor(Viewer &viewer);
     void checkSize();
     bool sizeDiffers() const;
+    void sendSize(uint32_t width, uint32_t height, bool hdpi);
     void broadcastMode();
 
     sd_event *m_loop;
     DisplayBus &m_bus;
     Console m_console;
+    const Console m_begun; // what it was before the guest ran
+    bool m_used = false;
     GuestPasteboard &m_pasteboard;
+    Desktop *m_desktop;
     Log m_log;
     std::unique_ptr<ScreenFeed> m_feed;
     std::shared_ptr<FrameBuffer> m_frame; // that viewers know of

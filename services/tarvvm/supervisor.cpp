@@ -122,7 +122,8 @@ void Supervisor::onQmpReady()
     m_displays =
         std::make_unique<DisplayServer>(m_loop, m_record.machine(), *m_pasteboard,
                                         [this](const std::string &line) { m_log.line(line); });
-    m_displays->start(*m_qmp, [this](const std::string &error) { onScreens(error); });
+    const auto begin = m_resuming ? DisplayServer::Begin::saved : DisplayServer::Begin::configured;
+    m_displays->start(*m_qmp, begin, [this](const std::string &error) { onScreens(error); });
 }
 
 void Supervisor::onScreens(const std::string &error)
@@ -163,10 +164,12 @@ void Supervisor::resume()
     const std::string &state = m_record.machine().state_file;
     m_log.line("resuming from " + state);
     m_suspender->load(state, [this](const std::string &name, const std::string &error) {
-        if (error.empty())
-            letRun();
-        else
+        if (!error.empty()) {
             failStart("the saved state " + name + " can't be resumed: " + error);
+            return;
+        }
+        m_displays->keepSizes();
+        letRun();
     });
 }
 
