@@ -17,7 +17,8 @@ constexpr char usage[] =
     "Shows and runs virtual machines. A running Tarv opens what is named here.\n"
     "\n"
     "  FILE        a VM's display: the path of its socket, then perhaps \":\" and a display index\n"
-    "  URL         a request of the form tarv:PATH?d=INDEX\n"
+    "  URL         a request: tarv:PATH?d=INDEX shows a display; where Tarv itself runs the VMs,\n"
+    "              tarv:?vmid=ID&a=MODE starts one (0 normally, 1 forced, 2 in recovery)\n"
     "  --help      print this and exit\n"
     "  --version   print the version and exit\n";
 
