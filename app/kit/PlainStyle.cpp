@@ -18,7 +18,7 @@ constexpr float edgeOpacity = 0.4F;
 bool isEdge(QStyle::PrimitiveElement element)
 {
     return element == QStyle::PE_IndicatorCheckBox || element == QStyle::PE_FrameLineEdit ||
-           element == QStyle::PE_FrameMenu;
+           element == QStyle::PE_PanelMenu;
 }
 
 bool isDark(const QPalette &palette)
