@@ -18,7 +18,7 @@ constexpr float edgeOpacity = 0.4F;
 bool isEdge(QStyle::PrimitiveElement element)
 {
     return element == QStyle::PE_IndicatorCheckBox || element == QStyle::PE_FrameLineEdit ||
-           element == QStyle::PE_PanelMenu;
+           element == QStyle::PE_PanelMenu || element == QStyle::PE_FrameFocusRect;
 }
 
 bool isDark(const QPalette &palette)
@@ -51,6 +51,8 @@ void PlainStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *opt
         return;
     QColor edge = option->palette.color(QPalette::WindowText);
     edge.setAlphaF(edgeOpacity);
+    if (element == PE_FrameFocusRect)
+        edge = option->palette.color(QPalette::Link); // a highlight that shows beside a surface
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing, false);
     painter->setPen(edge);

@@ -2,7 +2,9 @@
 
 #include "app/list/VirtualMachinesController.h"
 
+#include <QAbstractItemView>
 #include <QApplication>
+#include <QLineEdit>
 #include <QPainter>
 
 #include <algorithm>
@@ -35,6 +37,29 @@ void drawDot(QPainter *painter, const QRect &cell, const QString &status, bool s
     painter->setPen(selected ? QPen(Qt::white, 1.2) : QPen(Qt::NoPen));
     painter->setBrush(dotColor(status));
     painter->drawEllipse(circle);
+}
+
+bool isKeyboardRow(const QWidget *widget, const QModelIndex &index)
+{
+    const auto *view = qobject_cast<const QAbstractItemView *>(widget);
+    return view && view->hasFocus() && view->currentIndex().row() == index.row();
+}
+
+// Each cell draws its part of the frame.
+void drawRowFrame(QPainter *painter, const QStyleOptionViewItem &cell, const QModelIndex &index)
+{
+    const QRect rect = cell.rect.adjusted(0, 0, 0, -1);
+    painter->save();
+    painter->setPen(cell.palette.color(QPalette::Highlight));
+    painter->drawLine(rect.topLeft(), rect.topRight());
+    painter->drawLine(rect.bottomLeft(), rect.bottomRight());
+    if (index.column() == 0) {
+        painter->drawLine(rect.topLeft(), rect.bottomLeft());
+    }
+    if (index.column() == VirtualMachinesController::ColumnCount - 1) {
+        painter->drawLine(rect.topRight(), rect.bottomRight());
+    }
+    painter->restore();
 }
 } // namespace
 
@@ -88,4 +113,21 @@ void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem
         text, Qt::AlignLeft | Qt::AlignVCenter,
         QFontMetrics(cell.font).elidedText(cell.text, cell.textElideMode, text.width()));
     painter->restore();
+    if (!selected && isKeyboardRow(cell.widget, index)) {
+        drawRowFrame(painter, cell, index);
+    }
+}
+
+// The name stays where it stood.
+void VirtualMachineDelegate::updateEditorGeometry(QWidget *editor,
+                                                  const QStyleOptionViewItem &option,
+                                                  const QModelIndex &) const
+{
+    auto *line = qobject_cast<QLineEdit *>(editor);
+    if (!line) {
+        return;
+    }
+    line->setFrame(true);
+    constexpr int frame = 3; // of a text field, to its text
+    line->setGeometry(option.rect.adjusted(margin - frame, 2, -2, -2));
 }

@@ -4,7 +4,8 @@
 #include <QStyledItemDelegate>
 
 // The name stands out a little; the status has a dot of its colour before the words and the lock
-// of a policy, if any, behind them.
+// of a policy, if any, behind them. The row that the keyboard is on is framed while it is not
+// selected.
 class VirtualMachineDelegate : public QStyledItemDelegate
 {
     Q_OBJECT
@@ -19,6 +20,8 @@ public:
 
     void paint(QPainter *painter, const QStyleOptionViewItem &option,
                const QModelIndex &index) const override;
+    void updateEditorGeometry(QWidget *editor, const QStyleOptionViewItem &option,
+                              const QModelIndex &index) const override;
 
 protected:
     void initStyleOption(QStyleOptionViewItem *option, const QModelIndex &index) const override;

@@ -54,8 +54,7 @@ VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setDefaultSectionSize(VirtualMachineDelegate::rowHeight(this));
     horizontalHeader()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
-    horizontalHeader()->setMinimumSectionSize(60);
-    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setMinimumSectionSize(80);
 }
 
 int VirtualMachinesTable::selectedRow() const
@@ -92,10 +91,14 @@ QByteArray VirtualMachinesTable::saveColumns() const
 
 void VirtualMachinesTable::restoreColumns(const QByteArray &state)
 {
-    if (!horizontalHeader()->restoreState(state)) {
-        setColumnWidth(VirtualMachinesController::NameColumn, 380);
-        setColumnWidth(VirtualMachinesController::VersionColumn, 110);
+    QHeaderView *header = horizontalHeader();
+    if (!header->restoreState(state)) {
+        header->resizeSection(VirtualMachinesController::VersionColumn, 110);
+        header->resizeSection(VirtualMachinesController::StatusColumn, 190);
     }
+    // However narrow the window is, what a VM is doing stays in sight.
+    header->setStretchLastSection(false);
+    header->setSectionResizeMode(VirtualMachinesController::NameColumn, QHeaderView::Stretch);
 }
 
 void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)

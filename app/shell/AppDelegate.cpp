@@ -395,9 +395,13 @@ void AppDelegate::orderFrontStandardAboutPanel(QObject *)
     about->setAttribute(Qt::WA_DeleteOnClose);
     about->setObjectName(QStringLiteral("about"));
     about->setWindowTitle(tr("About Tarv"));
-    about->setIconPixmap(QApplication::windowIcon().pixmap(64, 64));
-    about->setText(tr("Tarv"));
-    about->setInformativeText(
-        tr("Version %@").replace(QLatin1String("%@"), QCoreApplication::applicationVersion()));
+    about->setIconPixmap(
+        QApplication::windowIcon().pixmap(QSize(64, 64), about->devicePixelRatioF()));
+    about->setText(QStringLiteral("<h2>%1</h2>").arg(tr("Tarv")));
+    const QString version =
+        tr("Version %@").replace(QLatin1String("%@"), QCoreApplication::applicationVersion());
+    about->setInformativeText(version + QStringLiteral("<br>") +
+                              tr("Runs virtual machines and shows their screens.")
+                                  .replace(QLatin1Char(' '), QChar::Nbsp));
     about->open();
 }

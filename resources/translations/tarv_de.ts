@@ -65,6 +65,10 @@
         <source>Version %@</source>
         <translation>Version %@</translation>
     </message>
+    <message>
+        <source>Runs virtual machines and shows their screens.</source>
+        <translation>Startet virtuelle Maschinen und zeigt ihre Bildschirme.</translation>
+    </message>
 </context>
 <context>
     <name>EULAWindowController</name>
