@@ -101,6 +101,13 @@ void VirtualMachinesTable::restoreColumns(const QByteArray &state)
     header->setSectionResizeMode(VirtualMachinesController::NameColumn, QHeaderView::Stretch);
 }
 
+// The frame of the keyboard's row is drawn by all its cells.
+void VirtualMachinesTable::currentChanged(const QModelIndex &current, const QModelIndex &previous)
+{
+    QTableView::currentChanged(current, previous);
+    viewport()->update();
+}
+
 void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
 {
     switch (event->key()) {

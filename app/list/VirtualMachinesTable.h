@@ -31,6 +31,7 @@ Q_SIGNALS:
     void renamePressed();
 
 protected:
+    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
     void keyPressEvent(QKeyEvent *event) override;
     void mouseDoubleClickEvent(QMouseEvent *event) override;
 
