@@ -296,6 +296,21 @@ bool Desktop::xdotool(const QStringList &arguments)
     return child.waitForFinished(30000) && child.exitCode() == 0;
 }
 
+void Desktop::copy(const char *target, const QByteArray &bytes)
+{
+    write(path(QStringLiteral("copied")), bytes);
+    start(QStringLiteral("xclip"), QStringLiteral("xclip"),
+          {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
+           QStringLiteral("-t"), QLatin1String(target), path(QStringLiteral("copied"))});
+}
+
+QByteArray Desktop::paste(const char *target)
+{
+    return output(QStringLiteral("xclip"),
+                  {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                   QStringLiteral("-t"), QLatin1String(target)});
+}
+
 bool Desktop::doubleClickVM(const QString &listWindow, const QString &id)
 {
     const QRect frame = geometry(listWindow);

@@ -43,9 +43,6 @@ public:
     // Sets a variable for all programs started from now on.
     void setVariable(const QString &name, const QString &value);
 
-    // The X screen.
-    QString display() const { return m_environment.value(QStringLiteral("DISPLAY")); }
-
     // Runs the controller to its end and takes its machine-readable answer.
     Answer tarvctl(const QStringList &arguments, int seconds = 90);
     // Makes a VM of a raw disk image in the library, as a hand-written record; its identifier.
@@ -60,9 +57,15 @@ public:
     QImage picture(const QString &window);
     // Mouse and keyboard, through the X server.
     bool xdotool(const QStringList &arguments);
+    // A user's program copies bytes as `target` (UTF8_STRING, image/png) and keeps them to give;
+    // what one that pastes gets, nothing after an error.
+    void copy(const char *target, const QByteArray &bytes);
+    QByteArray paste(const char *target);
     // Opens the first VM of the list window with a real double-click; false when none began to run.
     bool doubleClickVM(const QString &listWindow, const QString &id);
 
+    // Starts a program that ends with the desktop; its words go to NAME.log.
+    QProcess *start(const QString &name, const QString &program, const QStringList &arguments);
     // Processes of this desktop by program name ("tarvvm", "qemu-system-x86_64", …).
     std::vector<pid_t> processes(const QString &program) const;
     // A VM's status in the words of the controller.
@@ -71,7 +74,6 @@ public:
     QString log(const QString &name) const;
 
 private:
-    QProcess *start(const QString &name, const QString &program, const QStringList &arguments);
     bool openScreen();
     bool openBus();
     QByteArray output(const QString &program, const QStringList &arguments, int seconds = 30);
