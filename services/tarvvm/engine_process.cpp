@@ -145,7 +145,7 @@ void EngineProcess::takeWords(std::string_view bytes)
     }
 }
 
-void EngineProcess::readConsole()
+bool EngineProcess::readConsole()
 {
     char buffer[4096];
     const ssize_t length = read(m_console.get(), buffer, sizeof buffer);
@@ -153,6 +153,7 @@ void EngineProcess::readConsole()
         m_log.console({buffer, size_t(length)});
     else if (length == 0 || errno != EAGAIN)
         m_console_source.reset();
+    return length > 0;
 }
 
 void EngineProcess::onEnd()
@@ -171,6 +172,8 @@ void EngineProcess::onEnd()
             takeWords({buffer, size_t(length)});
     }
     takeWords("\n");
+    while (readConsole())
+        ;
     EngineEnd end{WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
                   end_text(status)};
     if (end.status != 0 && !m_last_words.empty())

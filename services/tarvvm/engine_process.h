@@ -52,7 +52,7 @@ private:
     {
     }
     void readWords();
-    void readConsole();
+    bool readConsole(); // whether there was something
     void takeWords(std::string_view bytes);
     void onEnd();
 

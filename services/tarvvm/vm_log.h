@@ -16,6 +16,7 @@ public:
 
     // Logs to standard error alone until a file is opened.
     VmLog() = default;
+    ~VmLog() { console("\n"); } // what the guest has not ended is often what matters
     // Opens "<directory>/<id>.log", made with its directory if need be. False with errno set; the
     // log then goes on without.
     bool openFile(const std::string &directory, const std::string &id);

@@ -21,23 +21,29 @@ struct Tick
 class Serial
 {
 public:
+    // A guest boots in 10 s, and in several times that where other tests keep the processors busy.
+    static constexpr std::chrono::seconds PATIENCE{180};
+
     explicit Serial(std::string log) : m_log(std::move(log)) {}
 
     std::string text() const { return file_text(m_log); }
     // Waits until something was said at any time.
     bool said(const std::string &what) const
     {
-        return wait_for([&] { return text().find("guest: " + what) != std::string::npos; });
+        return wait_for([&] { return text().find("guest: " + what) != std::string::npos; },
+                        PATIENCE);
     }
     // Waits until something was said after what the call before found.
     bool says(const std::string &what)
     {
-        return wait_for([&] {
-            const size_t at = text().find("guest: " + what, m_seen);
-            if (at != std::string::npos)
-                m_seen = at + 1;
-            return at != std::string::npos;
-        });
+        return wait_for(
+            [&] {
+                const size_t at = text().find("guest: " + what, m_seen);
+                if (at != std::string::npos)
+                    m_seen = at + 1;
+                return at != std::string::npos;
+            },
+            PATIENCE);
     }
     std::vector<Tick> ticks() const
     {
