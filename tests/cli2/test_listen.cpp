@@ -1,15 +1,10 @@
 #include "tarvhv/cli2.h"
 
-#include "platform/unique_fd.h"
+#include "tests/support/scratch.h"
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
 #include <vector>
@@ -19,19 +14,12 @@ namespace {
 class Listen : public testing::Test
 {
 protected:
-    Listen()
-    {
-        char name[] = "/tmp/test-cli2-XXXXXX";
-        m_dir = mkdtemp(name);
-        m_path = m_dir / "a.sock";
-    }
-    ~Listen() override { std::filesystem::remove_all(m_dir); }
-
     const char *path() const { return m_path.c_str(); }
     // What a killed server leaves: the file without anybody behind it.
     void leave_stale() const { UniqueFd gone(cli2_listen(path())); }
 
-    std::filesystem::path m_dir, m_path;
+    const ScratchDirectory m_dir;
+    const std::string m_path = m_dir.path("a.sock");
 };
 
 } // namespace
@@ -52,7 +40,7 @@ TEST_F(Listen, servesItsOwnUserPrivately)
     char line[16];
     ASSERT_EQ(cli2_recv(server.get(), line, sizeof line, 0), 8);
     EXPECT_EQ(std::string(line, 8), "status\r\n");
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_dir), {}), 1);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(m_dir.path()), {}), 1);
 }
 
 TEST_F(Listen, replacesOnlyAStaleSocket)
@@ -66,12 +54,11 @@ TEST_F(Listen, replacesOnlyAStaleSocket)
     EXPECT_EQ(errno, EADDRINUSE);
     EXPECT_TRUE(UniqueFd(cli2_connect(path(), nullptr)));
 
-    const std::string file = m_dir / "file", missing = m_dir / "none/a.sock";
-    std::ofstream(file) << "kept";
-    EXPECT_EQ(cli2_listen(file.c_str()), -1);
+    m_dir.write("file", "kept");
+    EXPECT_EQ(cli2_listen(m_dir.path("file").c_str()), -1);
     EXPECT_EQ(errno, EEXIST);
-    EXPECT_EQ(std::filesystem::file_size(file), 4u);
-    EXPECT_EQ(cli2_listen(missing.c_str()), -1);
+    EXPECT_EQ(m_dir.read("file"), "kept");
+    EXPECT_EQ(cli2_listen(m_dir.path("none/a.sock").c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(cli2_listen(std::string(200, 'x').c_str()), -1);
     EXPECT_EQ(errno, ENAMETOOLONG);

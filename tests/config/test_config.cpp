@@ -116,17 +116,14 @@ TEST(config, expands_paths_and_keeps_those_it_is_given)
 
 TEST(config, reads_numbers_and_truth_values)
 {
-    const struct
-    {
-        const char *text;
-        long value;
-    } rows[] = {{"0x10", 16}, {"010", 8}, {"12abc", 0}, {"On", 1},  {"no", 0},
-                {"TRUE", 1},  {"16G", 0}, {"-5", -5},   {"yes", 1}, {"17179869184", 17179869184}};
+    const std::pair<const char *, long> rows[] = {
+        {"0x10", 16}, {"010", 8}, {"12abc", 0}, {"On", 1},  {"no", 0},
+        {"TRUE", 1},  {"16G", 0}, {"-5", -5},   {"yes", 1}, {"17179869184", 17179869184}};
     const ScratchDirectory home;
     std::string file = "[tarv]\ndebug_mode = 1\n", expected = "0 ";
     for (size_t i = 0; i < std::size(rows); i++) {
-        file += "k" + std::to_string(i) + " = " + rows[i].text + "\n";
-        expected += std::to_string(rows[i].value) + " ";
+        file += "k" + std::to_string(i) + " = " + rows[i].first + "\n";
+        expected += std::to_string(rows[i].second) + " ";
     }
     home.write(".tarv/settings.ini", file);
     const std::string answer = in_new_process(home, [&] {
@@ -145,25 +142,15 @@ TEST(config, ends_the_process_when_settings_can_not_be_read)
     const auto status_of = [&](const std::string &list) {
         return in_home(home, [&] {
             setenv("TARV_CONFIG_PATH", list.c_str(), 1);
-            const Capture log(2);
-            const int value = int(config_get_long("a"));
-            return value;
+            return int(config_get_long("a"));
         });
     };
-    EXPECT_EQ(status_of(home.path("file") + "/below"), 78);
+    const Capture log(2);
     EXPECT_EQ(status_of("/nowhere::" + home.path("file") + ":/usr"), 1);
     EXPECT_EQ(status_of("~/absent:~/file"), 1);
-
-    const Capture log(2);
-    in_home(home, [] {
-        setenv("TARV_CONFIG_PATH", "/dev/zero:/dev", 1);
-        return config_find(nullptr) == nullptr ? 0 : 1;
-    });
+    EXPECT_EQ(status_of("/dev/zero:" + home.path("file")), 1);
     EXPECT_EQ(log.text(), "config: /dev/zero: File too large\r\n");
-    in_home(home, [] {
-        setenv("TARV_CONFIG_PATH", "/dev/null/x", 1);
-        return int(config_get_long("a"));
-    });
+    EXPECT_EQ(status_of(home.path("file") + "/below"), 78);
     EXPECT_NE(log.text().find("failed to read config: Not a directory"), std::string::npos);
 }
 

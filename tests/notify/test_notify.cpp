@@ -1,23 +1,17 @@
 #include "services/notify/notify.h"
 
-#include <gmock/gmock.h>
+#include "tests/support/scratch.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
 #include <thread>
 
-#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
 namespace {
 
@@ -27,36 +21,27 @@ using namespace std::chrono_literals;
 class NotifyTest : public testing::Test
 {
 protected:
-    void SetUp() override
+    NotifyTest() { setenv("DBUS_SESSION_BUS_ADDRESS", m_address.c_str(), 1); }
+    ~NotifyTest() override
     {
-        std::string pattern = testing::TempDir() + "/notify.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
-        m_socket = m_dir + "/bus";
-        setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + m_socket).c_str(), 1);
+        if (m_daemon > 0 && kill(m_daemon, SIGKILL) == 0)
+            wait_child(m_daemon);
     }
-    void TearDown() override
+    // The bus, once it listens, with this process connected to it.
+    void startBus(sd_bus **bus)
     {
-        if (m_daemon > 0) {
-            kill(m_daemon, SIGKILL);
-            waitpid(m_daemon, nullptr, 0);
-        }
-        std::filesystem::remove_all(m_dir);
-    }
-    void startBus()
-    {
-        std::string address = "--address=unix:path=" + m_socket;
-        const char *argv[] = {"dbus-daemon", "--session", "--nofork", address.c_str(), nullptr};
+        const std::string option = "--address=" + m_address;
+        const char *argv[] = {"dbus-daemon", "--session", "--nofork", option.c_str(), nullptr};
         if (posix_spawnp(&m_daemon, argv[0], nullptr, nullptr, const_cast<char **>(argv), environ))
             GTEST_SKIP() << "no dbus-daemon on this machine";
-        for (auto end = std::chrono::steady_clock::now() + 20s;
-             access(m_socket.c_str(), F_OK) != 0;) {
+        for (const auto end = std::chrono::steady_clock::now() + 20s; sd_bus_open_user(bus) < 0;) {
             ASSERT_LT(std::chrono::steady_clock::now(), end) << "the bus did not come up";
             std::this_thread::yield();
         }
     }
 
-    std::string m_dir, m_socket;
+    const ScratchDirectory m_directory;
+    const std::string m_socket = m_directory.path("bus"), m_address = "unix:path=" + m_socket;
     pid_t m_daemon = 0;
 };
 
@@ -72,15 +57,10 @@ int keepSignal(sd_bus_message *message, void *user, sd_bus_error *)
 
 TEST_F(NotifyTest, reachesListenersOfTheSession)
 {
-    startBus();
-    if (IsSkipped())
-        return;
     sd_bus *bus = nullptr;
-    int opened = -1;
-    for (auto end = std::chrono::steady_clock::now() + 20s;
-         (opened = sd_bus_open_user(&bus)) < 0 && std::chrono::steady_clock::now() < end;)
-        std::this_thread::yield();
-    ASSERT_GE(opened, 0);
+    startBus(&bus);
+    if (!bus)
+        return;
     std::string seen;
     ASSERT_GE(sd_bus_match_signal(bus, nullptr, nullptr, NOTIFY_PATH, NOTIFY_INTERFACE, nullptr,
                                   keepSignal, &seen),
@@ -111,14 +91,13 @@ TEST_F(NotifyTest, saysThatThereIsNoBus)
 
 TEST_F(NotifyTest, givesUpOnABusThatNeverAnswers)
 {
-    int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     m_socket.copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener, 4), 0);
+    ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener.get(), 4), 0);
     EXPECT_EQ(notify_post("start", "id"), -1);
     EXPECT_EQ(errno, ETIMEDOUT);
-    close(listener);
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "platform/process.h"
 
-#include "platform/file.h"
 #include "tests/support/scratch.h"
 
 #include <cerrno>
@@ -21,31 +20,27 @@ public:
         for (std::string &argument : m_arguments)
             m_argv.push_back(argument.data());
         m_argv.push_back(nullptr);
-        int ends[2] = {-1, -1};
-        platform_pipe(ends);
-        m_read.reset(ends[0]);
-        m_write.reset(ends[1]);
     }
     platform_launch launch() const
     {
-        return {m_argv[0], m_argv.data(), nullptr, AT_FDCWD, -1, m_write.get(), -1};
+        return {m_argv[0], m_argv.data(), nullptr, AT_FDCWD, -1, m_pipe.far.get(), -1};
     }
     // The rest of what it prints, once this process no longer holds the other end.
     std::string output()
     {
-        m_write.reset();
+        m_pipe.far.reset();
         std::string text;
         char chunk[256];
-        for (ssize_t count; (count = read(m_read.get(), chunk, sizeof chunk)) > 0;)
+        for (ssize_t count; (count = read(m_pipe.near.get(), chunk, sizeof chunk)) > 0;)
             text.append(chunk, size_t(count));
         return text;
     }
-    int read_end() const { return m_read.get(); }
+    int read_end() const { return m_pipe.near.get(); }
 
 private:
     std::vector<std::string> m_arguments;
     std::vector<char *> m_argv;
-    UniqueFd m_read, m_write;
+    Ends m_pipe;
 };
 
 TEST(spawn_bound, keeps_only_the_descriptors_it_is_told_to)
@@ -57,10 +52,8 @@ TEST(spawn_bound, keeps_only_the_descriptors_it_is_told_to)
     const int extra[] = {high.get()};
     const pid_t pid = platform_spawn_bound(tool.launch(), extra, 1);
     ASSERT_GT(pid, 0);
-    EXPECT_EQ(tool.output(), "0\n1\n2\n" + std::to_string(high.get()) + "\n");
-    int status = -1;
-    EXPECT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(tool.output(), "0\n1\n" + std::to_string(high.get()) + "\n2\n");
+    EXPECT_EQ(wait_child(pid), 0);
 
     const int closed[] = {999};
     EXPECT_EQ(platform_spawn_bound(tool.launch(), closed, 1), -1);
@@ -70,8 +63,7 @@ TEST(spawn_bound, keeps_only_the_descriptors_it_is_told_to)
 TEST(spawn_bound, ends_with_the_process_that_started_it)
 {
     Tool tool({"ignore-term"});
-    const pid_t supervisor = fork();
-    if (supervisor == 0) {
+    const pid_t supervisor = run_child([&] {
         // What it blocks is not its program's affair: the mode that ignores signals says its pid.
         sigset_t all;
         sigfillset(&all);
@@ -79,7 +71,8 @@ TEST(spawn_bound, ends_with_the_process_that_started_it)
         platform_spawn_bound(tool.launch(), nullptr, 0);
         for (;;)
             pause();
-    }
+        return 0;
+    });
     char text[32] = {};
     ASSERT_GT(read(tool.read_end(), text, sizeof text - 1), 0);
     const pid_t pid = std::stoi(text);
@@ -87,7 +80,7 @@ TEST(spawn_bound, ends_with_the_process_that_started_it)
     const int64_t age = time(nullptr) - platform_process_start(pid);
     EXPECT_LE(std::abs(age), 60);
     kill(supervisor, SIGKILL);
-    waitpid(supervisor, nullptr, 0);
+    EXPECT_EQ(wait_child(supervisor), 128 + SIGKILL);
     // Its output ends when it does.
     EXPECT_EQ(tool.output(), "");
 }

@@ -1,22 +1,22 @@
 #include "policy/json.h"
 
+#include "policy/owners.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <climits>
-#include <memory>
+#include <string>
 
 namespace {
-using Tree = std::unique_ptr<json, decltype(&json_delete)>;
-
-Tree parse(const std::string &text)
+JsonOwner parse(const std::string &text)
 {
-    return Tree(json_parse(text.data(), text.size()), json_delete);
+    return JsonOwner(json_parse(text.data(), text.size()));
 }
 
 TEST(Json, answersMembersAtDottedPathsAndDefaultsElsewhere)
 {
-    const Tree tree = parse(R"({"status":"OK","body":{"status":7.9,"list":[{"a":true},"x"]}})");
+    const JsonOwner tree =
+        parse(R"({"status":"OK","body":{"status":7.9,"list":[{"a":true},"x"]}})");
     ASSERT_TRUE(tree);
     EXPECT_EQ(json_find_int64(tree.get(), "body.status", -1), 7);
     EXPECT_STREQ(json_find_str(tree.get(), "body.list[1]", ""), "x");
@@ -31,7 +31,7 @@ TEST(Json, answersMembersAtDottedPathsAndDefaultsElsewhere)
 
 TEST(Json, holdsNumbersToTheRangeOfTheResult)
 {
-    const Tree tree = parse("[9223372036854775808, -1e300, 18446744073709551615, -2.9]");
+    const JsonOwner tree = parse("[9223372036854775808, -1e300, 18446744073709551615, -2.9]");
     EXPECT_EQ(json_find_int64(tree.get(), "[0]", 0), INT64_MAX);
     EXPECT_EQ(json_find_int64(tree.get(), "[1]", 0), INT64_MIN);
     EXPECT_EQ(json_number(json_find(tree.get(), "[2]")), 18446744073709551616.0);
@@ -62,7 +62,7 @@ TEST(Json, refusesMoreLevelsThanItsCap)
 TEST(Json, printsOneLineThatReadsBack)
 {
     const std::string text = R"({"b":"q\"\n\u0001é","a":[1,-0.5,true,null,{}],"big":137438953472})";
-    const Tree tree = parse(text);
+    const JsonOwner tree = parse(text);
     ASSERT_TRUE(tree);
     EXPECT_EQ(json_print(tree.get()), text);
     EXPECT_EQ(json_print(nullptr), "null");

@@ -1,18 +1,12 @@
 #include "policy/kv.h"
 
+#include "policy/owners.h"
+
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 namespace {
-using Tree = std::unique_ptr<kv, decltype(&kv_free)>;
-
-Tree mapping()
-{
-    return Tree(kv_new_type(KV_MAP), kv_free);
-}
-
 std::string keys(const kv *tree)
 {
     std::string text;
@@ -23,7 +17,7 @@ std::string keys(const kv *tree)
 
 TEST(Kv, replacesAValueInItsPlace)
 {
-    const Tree tree = mapping();
+    const KvOwner tree(kv_new_type(KV_MAP));
     kv_set_type(tree.get(), "a", 1, KV_INT);
     kv_set_type(tree.get(), "b", "text", KV_STRING);
     kv_set_type(tree.get(), "c", true, KV_BOOL);
@@ -39,7 +33,7 @@ TEST(Kv, replacesAValueInItsPlace)
 
 TEST(Kv, findsByExactKeyFirstAndByPathElse)
 {
-    const Tree tree = mapping();
+    const KvOwner tree(kv_new_type(KV_MAP));
     kv *const drives = kv_new_type(KV_LIST);
     kv *const drive = kv_new_type(KV_MAP);
     kv_set_type(drive, "file", "a.qcow2", KV_CONST);

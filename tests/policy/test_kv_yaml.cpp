@@ -1,45 +1,16 @@
-#include "policy/kv.h"
+#include "tests/policy/yaml_text.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <memory>
-#include <string>
 
 namespace {
 using namespace std::string_literals;
-using Tree = std::unique_ptr<kv, decltype(&kv_free)>;
-using Stream = std::unique_ptr<FILE, decltype(&fclose)>;
-
-// The tree of a text, or null with errno.
-Tree load(const std::string &text)
-{
-    const Stream stream(tmpfile(), fclose);
-    fwrite(text.data(), 1, text.size(), stream.get());
-    rewind(stream.get());
-    Tree tree(kv_new_type(KV_MAP), kv_free);
-    if (kv_load_yaml(tree.get(), stream.get()) == 0)
-        return tree;
-    EXPECT_EQ(kv_count(tree.get()), 0u) << "a failed load leaves nothing";
-    return Tree(nullptr, kv_free);
-}
-
-std::string save(const kv *tree)
-{
-    char *text = nullptr;
-    size_t size = 0;
-    Stream stream(open_memstream(&text, &size), fclose);
-    const int result = kv_save_yaml(tree, stream.get());
-    stream.reset();
-    const std::string saved(text, size);
-    free(text);
-    return result == 0 ? saved : "error: " + std::string(kv_yaml_error());
-}
 
 std::string rewritten(const std::string &text)
 {
-    const Tree tree = load(text);
-    return tree ? save(tree.get()) : "error: " + std::string(kv_yaml_error());
+    const KvOwner tree = load_yaml(text);
+    return tree ? save_yaml(tree.get()) : "error: " + std::string(kv_yaml_error());
 }
 
 TEST(KvYaml, rewritesADocumentAsItWas)
@@ -74,38 +45,15 @@ TEST(KvYaml, keepsAHeaderHoweverTheLinesEnd)
 
 TEST(KvYaml, quotesTextsThatWouldReadAsSomethingElse)
 {
-    const std::string texts[] = {"1.10",
-                                 "yes",
-                                 "007",
-                                 "-3",
-                                 "0x1f",
-                                 "1e5",
-                                 "2026-11-21",
-                                 "10:30",
-                                 "null",
-                                 "~",
-                                 "",
-                                 "<<",
-                                 "- a",
-                                 "a: b",
-                                 "# c",
-                                 " padded ",
-                                 "with \"both\" 'quotes'",
-                                 "line\nbreak\n",
-                                 "tab\there",
-                                 "*a",
-                                 "!t",
-                                 "%d",
-                                 "---",
-                                 "trailing:",
-                                 "\x7f",
-                                 "plain"};
-    for (const std::string &text : texts) {
-        const Tree tree(kv_new_type(KV_MAP), kv_free);
+    for (const std::string text :
+         {"1.10", "yes", "007", "-3",  "0x1f", "1e5",  "2001-11-21", "10:30",  "null",
+          "~",    "",    "<<",  "- a", "a: b", "# c",  " pad ",      "\"a' b", "a\nb\n",
+          "a\tb", "*a",  "!t",  "%d",  "---",  "end:", "\x7f",       "plain"}) {
+        const KvOwner tree(kv_new_type(KV_MAP));
         kv_set_type(tree.get(), "text", text.c_str(), KV_STRING);
         kv_set_type(tree.get(), text.c_str(), "key", KV_STRING);
-        const std::string saved = save(tree.get());
-        const Tree again = load(saved);
+        const std::string saved = save_yaml(tree.get());
+        const KvOwner again = load_yaml(saved);
         ASSERT_TRUE(again) << saved << kv_yaml_error();
         const kv *const node = kv_get(again.get(), "text");
         EXPECT_EQ(kv_type(node), uint32_t{KV_STRING}) << saved;
@@ -118,45 +66,40 @@ TEST(KvYaml, quotesTextsThatWouldReadAsSomethingElse)
 
 TEST(KvYaml, readsTypesOfPlainScalarsOnly)
 {
-    const Tree tree = load("i: 4096\nneg: -1\nhex: 0x10\nb: off\nd: 2026-11-21\n"
-                           "dz: 1970-01-01 01:00:05.9+01:00\nn:\ns: '4'\nf: 1.5\n"
-                           "big: 9223372036854775808\ntagged: !!int '5'\ntext: !!str 5\n");
-    ASSERT_TRUE(tree) << kv_yaml_error();
     const struct
     {
-        const char *key;
+        const char *yaml;
         uint32_t type;
         int64_t number;
         const char *text;
-    } expected[] = {{"i", KV_INT, 4096, "4096"},
-                    {"neg", KV_INT, -1, "-1"},
-                    {"hex", KV_INT, 16, "0x10"},
-                    {"b", KV_BOOL, 0, "off"},
-                    {"d", KV_DATE, 1795219200, "2026-11-21"},
-                    {"dz", KV_DATE, 5, "1970-01-01 01:00:05.9+01:00"},
-                    {"n", KV_NONE, -9, "default"},
-                    {"s", KV_STRING, -9, "4"},
-                    {"f", KV_STRING, -9, "1.5"},
-                    {"big", KV_STRING, -9, "9223372036854775808"},
-                    {"tagged", KV_INT, 5, "5"},
-                    {"text", KV_STRING, -9, "5"}};
-    for (const auto &[key, type, number, text] : expected) {
-        EXPECT_EQ(kv_type(kv_get(tree.get(), key)), type) << key;
-        EXPECT_EQ(kv_get_int(tree.get(), key, -9), number) << key;
-        EXPECT_STREQ(kv_get_str(tree.get(), key, "default"), text) << key;
+    } rows[] = {{"4096", KV_INT, 4096, "4096"},
+                {"-1", KV_INT, -1, "-1"},
+                {"0x10", KV_INT, 16, "0x10"},
+                {"off", KV_BOOL, 0, "off"},
+                {"2026-11-21", KV_DATE, 1795219200, "2026-11-21"},
+                {"1970-01-01 01:00:05.9+01:00", KV_DATE, 5, "1970-01-01 01:00:05.9+01:00"},
+                {"", KV_NONE, -9, "default"},
+                {"'4'", KV_STRING, -9, "4"},
+                {"1.5", KV_STRING, -9, "1.5"},
+                {"9223372036854775808", KV_STRING, -9, "9223372036854775808"},
+                {"!!int '5'", KV_INT, 5, "5"},
+                {"!!str 5", KV_STRING, -9, "5"}};
+    for (const auto &[yaml, type, number, text] : rows) {
+        const KvOwner tree = load_yaml("a: " + std::string(yaml));
+        EXPECT_EQ(kv_type(kv_get(tree.get(), "a")), type) << yaml;
+        EXPECT_EQ(kv_get_int(tree.get(), "a", -9), number) << yaml;
+        EXPECT_STREQ(kv_get_str(tree.get(), "a", "default"), text) << yaml;
     }
 }
 
 TEST(KvYaml, refusesWhatItCannotKeep)
 {
     const std::string levels_64 = std::string(63, '[') + std::string(63, ']');
-    EXPECT_TRUE(load("a: " + levels_64));
-    const struct
-    {
-        std::string text;
-        int error;
-        const char *message;
-    } cases[] = {
+    EXPECT_TRUE(load_yaml("a: " + levels_64));
+    std::string many = "a:\n";
+    for (int item = 0; item < 200001; ++item)
+        many += "- 1\n";
+    const std::tuple<std::string, int, const char *> cases[] = {
         {"a: 1\nb: {c: 1, d: 2, c: 3}\n", EINVAL, "'c' twice"},
         {"a: 1\n\"a\": 2\n", EINVAL, "'a' twice"},
         {"a: 1\n---\nb: 2\n", EINVAL, "line 2: a second document"},
@@ -170,18 +113,12 @@ TEST(KvYaml, refusesWhatItCannotKeep)
         {"a: [" + levels_64 + "]", E2BIG, "64 levels"},
         {"a: &b " + levels_64 + "\nc: [*b]\n", E2BIG, "64 levels"},
         {"a: [" + std::string(400000, ',') + "]", EINVAL, "line "},
-        {"a:\n" + std::string([] {
-             std::string items;
-             for (int item = 0; item < 200001; ++item)
-                 items += "- 1\n";
-             return items;
-         }()),
-         E2BIG, "200000"},
+        {many, E2BIG, "200000"},
         {std::string((4 << 20) + 1, '\n'), EFBIG, "4 MiB"},
     };
     for (const auto &[text, error, message] : cases) {
         errno = 0;
-        EXPECT_FALSE(load(text)) << text.substr(0, 80);
+        EXPECT_FALSE(load_yaml(text)) << text.substr(0, 80);
         EXPECT_EQ(errno, error) << text.substr(0, 80);
         EXPECT_NE(std::string(kv_yaml_error()).find(message), std::string::npos)
             << kv_yaml_error() << " for " << text.substr(0, 80);
@@ -201,23 +138,23 @@ TEST(KvYaml, copiesAliasesUpToACap)
             bomb += ", " + alias;
         bomb += "]\n";
     }
-    EXPECT_FALSE(load(bomb));
+    EXPECT_FALSE(load_yaml(bomb));
     EXPECT_EQ(errno, E2BIG);
     std::string wide = "a: &a " + std::string(100000, 'x') + "\nb:\n";
     for (int item = 0; item < 20; ++item)
         wide += "- *a\n";
-    EXPECT_FALSE(load(wide));
+    EXPECT_FALSE(load_yaml(wide));
     EXPECT_EQ(errno, E2BIG);
 }
 
 TEST(KvYaml, reportsAStreamThatFails)
 {
     const Stream full(fopen("/dev/full", "w"), fclose);
-    const Tree tree = load("a: 1\n");
+    const KvOwner tree = load_yaml("a: 1\n");
     EXPECT_EQ(kv_save_yaml(tree.get(), full.get()), -1);
     EXPECT_EQ(errno, ENOSPC);
     const Stream directory(fopen("/", "r"), fclose);
-    const Tree target(kv_new_type(KV_MAP), kv_free);
+    const KvOwner target(kv_new_type(KV_MAP));
     EXPECT_EQ(kv_load_yaml(target.get(), directory.get()), -1);
     EXPECT_EQ(errno, EISDIR);
 }

@@ -22,23 +22,16 @@ TEST(openx, creates_parents_under_the_home_directory)
 {
     const ScratchDirectory home;
     umask(022);
-    EXPECT_EQ(in_home(home,
-                      [] {
-                          const UniqueFd file(openx("~/a/b/c.txt", O_WRONLY | O_CREAT, 0600));
-                          return file && home_fd() >= 0 ? 0 : 1;
-                      }),
-              0);
+    const int failed = in_home(home, [] {
+        const UniqueFd file(openx("~/a/b/c.txt", O_WRONLY | O_CREAT, 0600));
+        if (!file || home_fd() < 0 || openx("~/x/y", O_WRONLY) != -1 || errno != ENOENT)
+            return 1;
+        return renamex("~/a/b/c.txt", "~/a/moved");
+    });
+    EXPECT_EQ(failed, 0);
     EXPECT_EQ(mode_of(home.path("a/b")), 0755u);
-    EXPECT_EQ(mode_of(home.path("a/b/c.txt")), 0600u);
-    EXPECT_EQ(in_home(home,
-                      [] {
-                          if (openx("~/x/y", O_WRONLY) != -1 || errno != ENOENT)
-                              return 1;
-                          return renamex("~/a/b/c.txt", "~/a/moved");
-                      }),
-              0);
+    EXPECT_EQ(mode_of(home.path("a/moved")), 0600u);
     EXPECT_FALSE(fs::exists(home.path("x")));
-    EXPECT_TRUE(fs::exists(home.path("a/moved")));
 
     EXPECT_EQ(openx(nullptr, O_RDONLY), -1);
     EXPECT_EQ(errno, EINVAL);
@@ -155,20 +148,16 @@ TEST(flock, is_shared_or_exclusive_between_processes)
         if (flock_trylock("one", true) != -1 || errno != EWOULDBLOCK)
             return 2;
         // A waiting lock is granted once the holder, here a process that ends, lets go.
-        int ready[2];
-        if (pipe(ready) != 0)
-            return 3;
-        const pid_t holder = fork();
-        if (holder == 0) {
+        const Ends ready;
+        const pid_t holder = run_child([&ready] {
             const int held = flock_lock("two", true);
-            _exit(held >= 0 && write(ready[1], "", 1) == 1 && is_blocked(getppid()) ? 0 : 1);
-        }
+            return held >= 0 && write(ready.far.get(), "", 1) == 1 && is_blocked(getppid()) ? 0 : 5;
+        });
         char byte;
-        if (read(ready[0], &byte, 1) != 1 || flock_lock("two", false) < 0)
-            return 4;
+        if (read(ready.near.get(), &byte, 1) != 1 || flock_lock("two", false) < 0)
+            return 3;
         flock_unlock(-1);
-        int status;
-        return waitpid(holder, &status, 0) == holder && status == 0 ? 0 : 5;
+        return wait_child(holder);
     });
     unsetenv("TARV_CONFIG_PATH");
     EXPECT_EQ(failed_check, 0);
@@ -179,14 +168,14 @@ TEST(pid_alive, is_true_of_what_runs_or_sleeps)
 {
     EXPECT_EQ(pid_alive(-1), 0);
     EXPECT_EQ(pid_alive(getpid()), 1);
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = run_child([] {
         // The name must not be mistaken for the fields that follow it.
         prctl(PR_SET_NAME, "a) Z 1 (");
         raise(SIGSTOP);
         for (;;)
             pause();
-    }
+        return 0;
+    });
     int status;
     ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
     EXPECT_EQ(pid_alive(child), 0);
@@ -197,7 +186,7 @@ TEST(pid_alive, is_true_of_what_runs_or_sleeps)
     siginfo_t info;
     ASSERT_EQ(waitid(P_PID, id_t(child), &info, WEXITED | WNOWAIT), 0);
     EXPECT_EQ(pid_alive(child), 0);
-    waitpid(child, &status, 0);
+    wait_child(child);
     EXPECT_EQ(pid_alive(child), 0);
 }
 

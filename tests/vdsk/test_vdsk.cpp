@@ -1,19 +1,15 @@
 #include "vdsk/vdsk.h"
 
+#include "platform/process.h"
+#include "tests/support/scratch.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 namespace fs = std::filesystem;
@@ -26,38 +22,17 @@ void run(std::vector<std::string> arguments)
     for (std::string &argument : arguments)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ASSERT_EQ(error, 0) << arguments[0];
-    int status = -1;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    ASSERT_EQ(status, 0) << arguments[0] << " " << arguments[1] << " " << arguments.back();
+    ASSERT_EQ(wait_child(platform_spawn({argv[0], argv.data(), nullptr})), 0)
+        << arguments[0] << " " << arguments[1] << " " << arguments.back();
 }
 
 class Vdsk : public testing::Test
 {
 protected:
-    void SetUp() override
+    std::string at(const std::string &name) const { return m_scratch.path(name); }
+    void write(const std::string &name, const std::string &bytes) const
     {
-        std::string pattern = (fs::temp_directory_path() / "vdsk-XXXXXX").string();
-        ASSERT_TRUE(mkdtemp(pattern.data()));
-        m_dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(m_dir); }
-
-    std::string at(const std::string &name) const { return (m_dir / name).string(); }
-
-    void write(const std::string &name, const std::string &bytes, size_t offset = 0) const
-    {
-        const bool fresh = !fs::exists(at(name));
-        std::fstream file(at(name), std::ios::binary | std::ios::out |
-                                        (fresh ? std::ios::trunc : std::ios::in));
-        file.seekp(static_cast<std::streamoff>(offset));
-        file << bytes;
+        m_scratch.write(name, bytes);
     }
 
     void image(std::vector<std::string> arguments) const
@@ -74,8 +49,7 @@ protected:
     void expectSameAsQemu(const std::string &name) const
     {
         image({"convert", "-f", "qcow2", "-O", "raw", at(name), at("expected.raw")});
-        std::ifstream file(at("expected.raw"), std::ios::binary);
-        const std::string expected{std::istreambuf_iterator<char>(file), {}};
+        const std::string expected = m_scratch.read("expected.raw");
         const Disk disk(vdsk_open(at(name).c_str()), vdsk_close);
         ASSERT_TRUE(disk) << vdsk_error();
         ASSERT_EQ(vdsk_sectors(disk.get()), expected.size() / 512);
@@ -101,7 +75,7 @@ protected:
     }
 
     const std::string m_tool = "/usr/bin/qemu-img";
-    fs::path m_dir;
+    const ScratchDirectory m_scratch;
 };
 
 // Cases that need images made by QEMU.
@@ -110,7 +84,6 @@ class VdskQemu : public Vdsk
 protected:
     void SetUp() override
     {
-        Vdsk::SetUp();
         if (access(m_tool.c_str(), X_OK) != 0)
             GTEST_SKIP() << m_tool << " is not installed";
     }
@@ -222,21 +195,17 @@ TEST_F(VdskQemu, refusesOtherFormatsByName)
 
 TEST_F(VdskQemu, refusesADamagedQcow2)
 {
-    const struct
-    {
-        size_t offset;
-        std::string bytes;
-    } damages[] = {{7, "\x09"},
-                   {23, "\x3f"},
-                   {24, std::string(8, '\xff')},
-                   {35, "\x01"},
-                   {36, std::string(4, '\xff')},
-                   {40, std::string(8, '\x7f')},
-                   {79, "\x02"},
-                   {79, "\x10"}};
+    const std::pair<size_t, std::string> damages[] = {{7, "\x09"},
+                                                      {23, "\x3f"},
+                                                      {24, std::string(8, '\xff')},
+                                                      {35, "\x01"},
+                                                      {36, std::string(4, '\xff')},
+                                                      {40, std::string(8, '\x7f')},
+                                                      {79, "\x02"},
+                                                      {79, "\x10"}};
     for (const auto &[offset, bytes] : damages) {
         image({"create", "-q", "-f", "qcow2", at("disk.qcow2"), "1M"});
-        write("disk.qcow2", bytes, offset);
+        write("disk.qcow2", m_scratch.read("disk.qcow2").replace(offset, bytes.size(), bytes));
         expectRefused("disk.qcow2", EINVAL, "");
     }
     image({"create", "-q", "-f", "qcow2", at("disk.qcow2"), "1M"});

@@ -3,13 +3,6 @@
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
 
-#include <cstdlib>
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace fs = std::filesystem;
 
 Home &Home::get()
@@ -20,11 +13,6 @@ Home &Home::get()
 
 Home::Home()
 {
-    char name[] = "/tmp/test-home-XXXXXX";
-    dir = mkdtemp(name);
-    vms = dir / "vms";
-    images = dir / "images";
-    logs = dir / "logs";
     for (const fs::path &each : {vms, images, logs})
         fs::create_directory(each);
     write_file(dir / "settings.ini", "[tarv]\nvm_lib_dir = " + vms.string() + "\nimg_lib_dir = " +
@@ -36,12 +24,6 @@ Home::Home()
     setenv("TARV_HOST_ARM64", "0", 0);
     log_fd = open((dir / "log").c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     config_find(nullptr);
-}
-
-Home::~Home()
-{
-    std::error_code ignored;
-    fs::remove_all(dir, ignored);
 }
 
 std::string Home::takeLog()
@@ -69,32 +51,4 @@ void Home::setTool(const char *key, const std::string &script)
     write_file(path, "#!/bin/sh\n" + script);
     fs::permissions(path, fs::perms::owner_all);
     config_set_path(key, path.c_str());
-}
-
-void write_file(const fs::path &path, const std::string &text)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string read_file(const fs::path &path)
-{
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-
-pid_t run_child(const std::function<int()> &work)
-{
-    const pid_t pid = fork();
-    if (pid == 0)
-        _exit(work());
-    return pid;
-}
-
-int wait_child(pid_t pid)
-{
-    int status = -1;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

@@ -1,22 +1,17 @@
 #include "hostlib/vms/vms.h"
 
 #include "platform/process.h"
-#include "platform/unique_fd.h"
 #include "policy/owners.h"
 #include "tarvhv/cli2.h"
 #include "tests/vm/home.h"
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
@@ -41,22 +36,18 @@ public:
     }
     ~Service()
     {
-        m_end = true;
-        UniqueFd wake(cli2_connect(m_path.c_str(), nullptr));
         shutdown(m_listener.get(), SHUT_RDWR);
         m_thread.join();
         unlink(m_path.c_str());
     }
 
 private:
-    UniqueFd next()
+    // The next client, until the listener is shut down.
+    int next() const
     {
         pollfd wanted{m_listener.get(), POLLIN, 0};
         poll(&wanted, 1, -1);
-        UniqueFd fd(m_end ? -1 : cli2_accept(m_listener.get()));
-        if (fd)
-            fcntl(fd.get(), F_SETFL, 0);
-        return fd;
+        return accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
     }
     void serve(int fd, const std::string &expected, const std::string &answer, bool byte_by_byte,
                bool close)
@@ -76,7 +67,6 @@ private:
 
     std::string m_path;
     UniqueFd m_listener;
-    std::atomic<bool> m_end = false;
     std::thread m_thread;
 };
 
@@ -162,16 +152,14 @@ TEST_F(Vms, exitStatusIsWhatTheLaunchServiceKeeps)
               "0" + failed + "Operation not permitted\r\n");
     EXPECT_EQ(exit_status(""), "0" + failed + strerror(ENOTCONN) + "\r\n");
 
+    const std::string gone = "No such file or directory\r\n";
     const std::string down = "vms: " + (Home::get().dir / "vlaunchd").string() +
-                             ": vlaunchd service unavailable: No such file or directory\r\n";
+                             ": vlaunchd service unavailable: " + gone + "vms: " + id +
+                             ": failed to ";
     EXPECT_EQ(vms_exit_status(id.c_str()), -1);
-    EXPECT_EQ(Home::get().takeLog(),
-              down + "vms: " + id +
-                  ": failed to request status: connection failed: No such file or directory\r\n");
+    EXPECT_EQ(Home::get().takeLog(), down + "request status: connection failed: " + gone);
     EXPECT_EQ(vms_stop(id.c_str()), -1);
-    EXPECT_EQ(Home::get().takeLog(),
-              down + "vms: " + id +
-                  ": failed to remove job: connection failed: No such file or directory\r\n");
+    EXPECT_EQ(Home::get().takeLog(), down + "remove job: connection failed: " + gone);
 }
 
 TEST_F(Vms, stopRemovesTheSocketOnceTheJobIsGone)
@@ -186,17 +174,16 @@ TEST_F(Vms, stopRemovesTheSocketOnceTheJobIsGone)
 
 TEST_F(Vms, waitFollowsTheProcessOrGivesUp)
 {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
+    const Ends ready;
     const pid_t child = run_child([&] {
         const Service service(vm_socket, "status\r\n", R"({"status":"OK"})");
-        write(ready[1], "x", 1);
+        write(ready.far.get(), "x", 1);
         for (;;)
             pause();
         return 0;
     });
     char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(read(ready.near.get(), &byte, 1), 1);
     const auto start = Clock::now();
     EXPECT_EQ(vms_wait(id.c_str(), 1), -1);
     EXPECT_EQ(errno, ETIMEDOUT);
