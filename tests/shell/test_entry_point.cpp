@@ -1,12 +1,15 @@
 #include "app/shell/AppLog.h"
 #include "app/shell/EntryPoint.h"
 #include "hostlib/utils/utils.h"
+#include "platform/unique_fd.h"
 #include "tests/shell/shell_fixture.h"
 
 #include <QFile>
 
 #include <cstdlib>
+#include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -38,6 +41,17 @@ TEST_F(EntryPointTest, logsIntoTheLogFolderMakingIt)
     const QString line = QString::fromUtf8(file.readAll());
     EXPECT_EQ(line.mid(19), u" tarv: hello\r\n"_s);
     EXPECT_EQ(log_level, 0);
+}
+
+TEST_F(EntryPointTest, keepsToATerminal)
+{
+    setSettings(u"log_dir = %1/unused"_s.arg(privateHome().path()));
+    const UniqueFd terminal(posix_openpt(O_RDWR | O_NOCTTY));
+    log_fd = terminal.get();
+    openLog();
+    EXPECT_EQ(std::exchange(log_fd, ownLog), terminal.get());
+    EXPECT_EQ(log_level, 2);
+    EXPECT_FALSE(QFile::exists(path(u"unused"_s)));
 }
 
 TEST_F(EntryPointTest, startsWithoutALogThatCanNotBeOpened)
