@@ -51,6 +51,11 @@ int open_listener(const std::string &path, Listener &listener)
             return -1;
         }
         listener.fd.reset(SD_LISTEN_FDS_START);
+        if (sd_is_socket_unix(SD_LISTEN_FDS_START, SOCK_STREAM, 1, path.c_str(), 0) == 0)
+            dprintf(log_fd,
+                    "vlaunchd: the service manager listens elsewhere than vlaunch_sock says, %s: "
+                    "nobody will ask there\r\n",
+                    path.c_str());
         return fcntl(listener.fd.get(), F_SETFL, O_NONBLOCK);
     }
     listener.fd.reset(cli2_listen(path.c_str()));

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -157,6 +158,37 @@ TEST_F(VlaunchdTest, findsItsJobsAgainAfterItWasKilled)
     EXPECT_EQ(ended("earlier")["body"]["status"], 5);
     kill(living, SIGTERM);
     EXPECT_EQ(ended("living")["body"]["status"], 7);
+}
+
+// The socket is the service manager's: it outlives the service, whose jobs the next one finds.
+TEST_F(VlaunchdTest, servesOnASocketThatItWasHanded)
+{
+    const std::string tool = "/usr/bin/systemd-socket-activate";
+    if (access(tool.c_str(), X_OK) != 0)
+        GTEST_SKIP() << tool << " is not on this machine";
+    std::vector<std::string> argv = {tool, "-l", m_home.file("vlaunchd")};
+    for (const auto &[name, value] : m_home.environment)
+        argv.insert(argv.end(), {"-E", name});
+    argv.push_back(VLAUNCHD_PROGRAM);
+    pid_t job = -1;
+    for (const bool first : {true, false}) {
+        const pid_t service = m_home.spawn(argv);
+        Json answer; // none while nobody listens yet
+        ASSERT_TRUE(wait_for([&] {
+            answer = first ? start("job", {"wait"}) : ask("status", "job");
+            return answer.is_object();
+        }));
+        ASSERT_EQ(answer["status"], "OK") << answer;
+        job = first ? pid_of(answer) : job;
+        EXPECT_EQ(pid_of(answer), job);
+        kill(service, SIGTERM);
+        int status = -1;
+        ASSERT_EQ(waitpid(service, &status, 0), service);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(kill(job, 0), 0);
+        EXPECT_TRUE(std::filesystem::exists(m_home.file("vlaunchd")));
+    }
+    kill(job, SIGKILL);
 }
 
 TEST_F(VlaunchdTest, neverTakesAnotherProcessForItsJob)
