@@ -1,18 +1,21 @@
 #include "hostlib/config/config.h"
 #include "platform/host.h"
 #include "platform/kvm.h"
+#include "services/engine/bridge.h"
 #include "services/engine/host.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/command.h"
-#include "services/tarvctl/qemu_img.h"
 #include "services/tarvctl/service.h"
+#include "services/tarvctl/store.h"
 #include "services/tarvctl/table.h"
 #include "services/vlaunchd/ondemand.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -33,7 +36,7 @@ struct Finding
     std::string remedy = {}; // a command, or what to set
 };
 
-std::string setting_path(const char *key, const char *missing)
+std::string setting_path(const char *key, const std::string &missing)
 {
     const char *value = config_find(key) ? config_get_path(key) : nullptr;
     return value ? value : missing;
@@ -55,9 +58,34 @@ Finding check_directory(const char *key)
                       Verdict::bad, std::string("set ") + key + " to a directory of yours");
 }
 
-Finding check_program(const char *key, const char *missing, const char *remedy)
+// A program or file that a package brings, unless a setting says where it is.
+Finding check_packaged(const char *key, const std::string &usual, int mode, Verdict missing,
+                       const std::string &package)
 {
-    return check_file(key, setting_path(key, missing), X_OK, Verdict::bad, remedy);
+    const std::string path = setting_path(key, usual);
+    return check_file(key, path, mode, missing,
+                      path == usual ? "apt install " + package
+                                    : std::string("take ") + key + " out of the settings, or set " +
+                                          "it to what takes the place of " + usual);
+}
+
+// One of the product's own programs.
+Finding check_own(const char *key, const std::string &what)
+{
+    return check_file(key, setting_path(key, ""), X_OK, Verdict::bad,
+                      std::string("set ") + key + " to the path of " + what);
+}
+
+Finding check_settings()
+{
+    const char *given = getenv("TARV_CONFIG_PATH");
+    const std::string list =
+        given ? given
+              : std::string(platform_path(PlatformPath::support_dir)) + ":~/.tarv/settings.ini";
+    if (config_find(nullptr))
+        return {"settings", Verdict::ok, list};
+    return {"settings", Verdict::bad, "no section [tarv] in " + list,
+            "write a settings.ini there; what is in it is told below"};
 }
 
 Finding check_engine()
@@ -75,7 +103,8 @@ Finding check_engine()
                                                 : std::string("/dev/kvm: ") + strerror(reason);
     return {"acceleration", Verdict::note, "emulation, which is slow: " + why,
             usable             ? "set engine_accel to auto"
-            : reason == EACCES ? "usermod -aG kvm $USER"
+            : reason == EACCES ? "as root: usermod -aG kvm YOU; then log in anew"
+            : reason == ENOENT ? "as root: modprobe kvm_intel, or kvm_amd"
                                : "switch on virtualisation in this machine's firmware"};
 }
 
@@ -95,8 +124,45 @@ Finding check_service()
     std::string message;
     if (vlaunchd_ensure(message) == 0)
         return {"launch service", Verdict::ok, vlaunchd_socket_path()};
+    const int error = errno;
+    const bool has_program = !setting_path("vlaunchd_executable", "").empty();
     return {"launch service", Verdict::bad, message,
-            "set vlaunch_sock to a path in a directory of yours"};
+            !has_program                            ? "set vlaunchd_executable"
+            : error == ECHILD || error == ETIMEDOUT ? "see what its log says"
+                                                    : "set vlaunch_sock to a path in a directory "
+                                                      "of yours"};
+}
+
+// The sockets of the VMs are in a directory where everybody can make files.
+Finding check_vm_sockets()
+try {
+    const std::string subject = "sockets of VMs";
+    Library library;
+    std::map<std::string, bool> ids;
+    for (const std::string &id : library.ids()) {
+        struct stat status;
+        const std::string path = vm_socket_path(id);
+        if (lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid())
+            return {subject, Verdict::bad, path + " is somebody else's", "as root: rm " + path};
+        ids[id] = false;
+    }
+    for (const auto &[id, state] : query_states(ids, std::chrono::milliseconds(1500)))
+        if (state.status == "malfunction")
+            return {subject, Verdict::bad, vm_socket_path(id) + " does not answer",
+                    "tarvctl stop --force " + id};
+    return {subject, Verdict::ok, vm_socket_path("ID")};
+} catch (const Failure &failure) {
+    return {"sockets of VMs", Verdict::bad, failure.what(), "see above"};
+}
+
+Finding check_bridge()
+{
+    std::string error;
+    if (engine_bridge_check(EngineHost(), "br0", &error))
+        return {"bridged networks", Verdict::ok, "br0"};
+    // The message ends with the command.
+    const size_t remedy = error.rfind("; ");
+    return {"bridged networks", Verdict::note, error.substr(0, remedy), error.substr(remedy + 2)};
 }
 
 Finding check_agreement()
@@ -108,21 +174,26 @@ Finding check_agreement()
 
 std::vector<Finding> examine()
 {
+    const EngineHost usual;
     return {
+        check_settings(),
         check_directory("vm_lib_dir"),
         check_directory("img_lib_dir"),
         check_file("setting log_dir", setting_path("log_dir", ""), W_OK | X_OK, Verdict::note,
                    "set log_dir to a directory of yours"),
-        check_program("qemu_executable", "/usr/bin/qemu-system-x86_64",
-                      "apt install qemu-system-x86"),
-        check_file("qemu_img_executable", qemu_img_program(), X_OK, Verdict::bad,
-                   "apt install qemu-utils"),
-        check_file("UEFI firmware", setting_path("uefi_code", "/usr/share/OVMF/OVMF_CODE_4M.fd"),
-                   R_OK, Verdict::note, "apt install ovmf"),
+        check_packaged("qemu_executable", usual.qemu, X_OK, Verdict::bad, "qemu-system-x86"),
+        check_packaged("qemu_img_executable", "/usr/bin/qemu-img", X_OK, Verdict::bad,
+                       "qemu-utils"),
+        check_packaged("uefi_code", usual.uefi_code, R_OK, Verdict::note, "ovmf"),
+        check_packaged("uefi_vars", usual.uefi_vars, R_OK, Verdict::note, "ovmf"),
+        check_file("names of discs", "/usr/bin/osinfo-detect", X_OK, Verdict::note,
+                   "apt install libosinfo-bin"),
         check_engine(),
-        check_program("vlaunchd_executable", "", "set vlaunchd_executable to the launch service"),
-        check_program("supervisor_executable", "", "set supervisor_executable to the supervisor"),
+        check_bridge(),
+        check_own("vlaunchd_executable", "vlaunchd"),
+        check_own("supervisor_executable", "tarvvm"),
         check_service(),
+        check_vm_sockets(),
         check_bus(),
         check_agreement(),
     };
@@ -150,9 +221,10 @@ Answer run_doctor(const Arguments &)
                                {"remedy", finding.remedy}});
         table.add_row({verdict_text(finding.verdict), finding.subject, printable(finding.message),
                        finding.remedy});
-        if (finding.verdict == Verdict::bad && answer.status == ExitStatus::ok) {
+        if (finding.verdict == Verdict::bad) {
+            answer.message +=
+                (answer.status == ExitStatus::ok ? "to be mended: " : ", ") + finding.subject;
             answer.status = ExitStatus::failed;
-            answer.message = finding.subject + ": " + finding.message;
         }
     }
     answer.text = table.text();

@@ -105,6 +105,39 @@ TEST_F(ControllerTest, worksWithoutStandardDescriptors)
     }
 }
 
+TEST_F(ControllerTest, describesTheLaunchOfWhatTheFormMade)
+{
+    m_home.environment["TARV_DISK_CONTROLLER"] = "virtio-blk";
+    m_home.environment["TARV_NETWORK_MODE"] = "host";
+    m_home.environment["TARV_NETWORK_CONTROLLER"] = "anet";
+    const std::string id = create("vm, 1");
+    ctl({"modify", id, "set", "network[0].mac", "52:54:00:00:00:01"});
+    const Json shown = ctl({"show", "--command", id})["body"];
+    std::string line = shown["program"];
+    for (const std::string word : shown["arguments"])
+        line += " " + word;
+    EXPECT_EQ(line,
+              "/usr/bin/qemu-system-x86_64 -name guest=vm,, 1 -uuid " + id +
+                  " -no-user-config -nodefaults -machine q35 -accel tcg,tb-size=64 -cpu max"
+                  " -smp 1 -m size=67108864B -S"
+                  " -chardev socket,id=monitor,fd=3 -mon chardev=monitor,mode=control"
+                  " -chardev socket,id=console,fd=4 -serial chardev:console"
+                  " -display dbus,p2p=yes"
+                  " -device virtio-vga,max_outputs=1,xres=1280,yres=800"
+                  " -device qemu-xhci,id=usb -device usb-tablet,bus=usb.0"
+                  " -drive if=none,id=disk0,format=qcow2,discard=unmap,cache=writeback,file=" +
+                  m_home.file("images/" + id + "-disk0.qcow2") +
+                  " -device virtio-blk-pci,drive=disk0,bootindex=1"
+                  " -device ide-cd,bus=ide.0 -netdev user,id=net0,restrict=on"
+                  " -device e1000e,id=nic0,mac=52:54:00:00:00:01,bootindex=31,netdev=net0");
+    m_home.set("qemu_executable", "/no/qemu");
+    EXPECT_EQ(ctl({"show", id, "--command"})["message"],
+              "QEMU (setting qemu_executable) /no/qemu: No such file or directory");
+    const Json doctor = ctl({"doctor"});
+    EXPECT_EQ(doctor["exit"], 1);
+    EXPECT_EQ(doctor["message"], "to be mended: qemu_executable");
+}
+
 TEST_F(ControllerTest, startsWithTheMode)
 {
     const std::string id = create("plain");

@@ -1,4 +1,6 @@
 // Configurations to machines, machines to launches.
+#include "platform/unique_fd.h"
+#include "services/engine/bridge.h"
 #include "services/engine/host.h"
 #include "services/engine/launch.h"
 #include "services/engine/machine.h"
@@ -9,7 +11,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+
+#include <unistd.h>
 
 namespace {
 
@@ -73,6 +78,7 @@ TEST(Machine, namesFileAndKeyOfWhatItCantTake)
 {
     const std::pair<const char *, const char *> cases[] = {
         {"cpu: {count: 0}", "config.yaml: cpu.count: \"0\" is not a number from 1 to 255"},
+        {"firmware: uefi\nram: {size: 16777216}", "config.yaml: ram.size: UEFI needs "},
         {"ram: {size: lots}", "config.yaml: ram.size: \"lots\" is not a number"},
         {"ram: {size: '1073741824'}", "config.yaml: ram.size: "},
         {"firmware: efi", "config.yaml: firmware: \"efi\" is not one of bios, uefi"},
@@ -175,6 +181,29 @@ TEST(Launch, describesAFullMachineWhole)
                   agent(9));
     EXPECT_EQ(engine_launch_line({"/bin/a b", {"it's", "x=1,y"}, {}}),
               "'/bin/a b' 'it'\\''s' x=1,y");
+}
+
+TEST(Bridge, namesWhatKeepsAVmFromItAndTheMend)
+{
+    std::string error, conf = testing::TempDir() + "/bridge-XXXXXX";
+    const UniqueFd file(mkstemp(conf.data()));
+    EngineHost facts = host();
+    auto refusal = [&](const char *bridge) {
+        return engine_bridge_check(facts, bridge, &error) ? "" : error;
+    };
+    facts.bridge_helper = "/no/helper";
+    EXPECT_EQ(refusal("lo"), "network mode bridge: QEMU's helper /no/helper: No such file or "
+                             "directory; apt install qemu-system-common");
+    facts.bridge_helper = "/bin/su"; // runs as root, whoever starts it
+    EXPECT_THAT(refusal("none0"), testing::EndsWith("ip link add name none0 type bridge"));
+    facts.bridge_conf = conf;
+    EXPECT_THAT(refusal("lo"), testing::EndsWith(conf + " does not allow \"lo\"; add the line: "
+                                                        "allow lo"));
+    ASSERT_EQ(write(file.get(), "# all\nallow lo\n", 15), 15);
+    EXPECT_EQ(refusal("lo"), "");
+    ASSERT_EQ(write(file.get(), "deny all\n", 9), 9);
+    EXPECT_NE(refusal("lo"), "");
+    unlink(conf.c_str());
 }
 
 TEST(Accel, followsTheSettingAndSaysWhyKvmIsRefused)
