@@ -58,6 +58,7 @@ constexpr Item items[] = {
     {QT_TRANSLATE_NOOP("MainMenu", "S&top"), "stopVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Force St&op"), "forceStopVirtualMachine:"},
     separator,
+    {QT_TRANSLATE_NOOP("MainMenu", "Rena&me"), "renameVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Clone"), "cloneVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Co&py"), "copyVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Delete…"), "delete:", "Ctrl+Backspace"},

@@ -131,3 +131,12 @@ void VirtualMachineDelegate::updateEditorGeometry(QWidget *editor,
     constexpr int frame = 3; // of a text field, to its text
     line->setGeometry(option.rect.adjusted(margin - frame, 2, -2, -2));
 }
+
+QWidget *VirtualMachineDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem &,
+                                              const QModelIndex &) const
+{
+    auto *editor = new QLineEdit(parent);
+    editor->setObjectName(u"nameEditor"_s);
+    editor->setAccessibleName(tr("Name"));
+    return editor;
+}

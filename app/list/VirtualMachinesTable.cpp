@@ -110,6 +110,10 @@ void VirtualMachinesTable::currentChanged(const QModelIndex &current, const QMod
 
 void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
 {
+    if (state() == EditingState) {
+        // The editor leaves the Return that ends it to its parents.
+        return QTableView::keyPressEvent(event);
+    }
     switch (event->key()) {
     case Qt::Key_Return:
     case Qt::Key_Enter:
@@ -129,7 +133,7 @@ void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
     case Qt::Key_Down:
     case Qt::Key_Home:
     case Qt::Key_End:
-        if (selectCurrentRow())
+        if (selectFirstOf(event->key()))
             return;
         break;
     default:
@@ -140,12 +144,26 @@ void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
 
 // With nothing selected the keyboard comes back to where it was: an only row could not be selected
 // otherwise, since there is nowhere to move to.
-bool VirtualMachinesTable::selectCurrentRow()
+bool VirtualMachinesTable::selectFirstOf(int key)
 {
     if (!selectionModel() || selectionModel()->hasSelection() || !model()->rowCount())
         return false;
-    selectRow(currentIndex().isValid() ? currentIndex().row() : 0);
+    int row = std::max(currentIndex().row(), 0);
+    if (key == Qt::Key_Home)
+        row = 0;
+    else if (key == Qt::Key_End)
+        row = model()->rowCount() - 1;
+    selectRow(row);
     return true;
+}
+
+QModelIndex VirtualMachinesTable::moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers)
+{
+    if (action == MoveHome)
+        return model()->index(0, 0);
+    if (action == MoveEnd)
+        return model()->index(model()->rowCount() - 1, 0);
+    return QTableView::moveCursor(action, modifiers);
 }
 
 void VirtualMachinesTable::mouseDoubleClickEvent(QMouseEvent *event)

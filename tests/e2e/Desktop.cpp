@@ -264,17 +264,28 @@ QString Desktop::window(const QString &pattern)
     return QString::fromLatin1(found.trimmed().split('\n').last());
 }
 
+QString Desktop::activeWindow()
+{
+    return QString::fromLatin1(
+        output(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")}).trimmed());
+}
+
+QString Desktop::windowUnderPointer()
+{
+    const QByteArray place = output(
+        QStringLiteral("xdotool"), {QStringLiteral("getmouselocation"), QStringLiteral("--shell")});
+    return QString::fromLatin1(place.mid(place.indexOf("WINDOW=") + 7).trimmed());
+}
+
 QRect Desktop::geometry(const QString &window)
 {
-    const QByteArray text = output(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"),
-                                                               QStringLiteral("--shell"), window});
-    QRect rect;
+    const QByteArray text = output(QStringLiteral("xwininfo"), {QStringLiteral("-id"), window});
     int values[4] = {};
-    const char *names[] = {"X=", "Y=", "WIDTH=", "HEIGHT="};
+    const char *names[] = {"Absolute upper-left X:", "Absolute upper-left Y:", "Width:", "Height:"};
     for (const QByteArray &line : text.split('\n')) {
         for (int i = 0; i < 4; ++i) {
-            if (line.startsWith(names[i])) {
-                values[i] = line.mid(line.indexOf('=') + 1).toInt();
+            if (line.trimmed().startsWith(names[i])) {
+                values[i] = line.mid(line.lastIndexOf(':') + 1).trimmed().toInt();
             }
         }
     }

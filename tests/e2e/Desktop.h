@@ -52,6 +52,8 @@ public:
 
     // The visible window whose title matches, or empty.
     QString window(const QString &pattern);
+    QString activeWindow();
+    QString windowUnderPointer(); // menus too
     QRect geometry(const QString &window);
     // What a window shows, 32-bit RGB; a null image when it is gone.
     QImage picture(const QString &window);
