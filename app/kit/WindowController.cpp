@@ -95,6 +95,15 @@ void WindowController::beginSheet(QDialog *sheet, std::function<void(int)> handl
         sheet->setParent(m_window);
     sheet->setWindowFlags(Qt::Sheet);
     sheet->setWindowModality(Qt::WindowModal);
+    // Window managers do not all give the keyboard back when one sheet ends upon another.
+    connect(
+        sheet, &QDialog::finished, this,
+        [this] {
+            const bool active = QGuiApplication::applicationState() == Qt::ApplicationActive;
+            if (active && m_window && m_window->isVisible() && !attachedSheet(m_window))
+                m_window->activateWindow();
+        },
+        Qt::SingleShotConnection);
     if (handler)
         connect(sheet, &QDialog::finished, this, std::move(handler), Qt::SingleShotConnection);
     sheet->open();
@@ -113,13 +122,15 @@ QDialog *WindowController::attachedSheet(const QWidget *window)
 
 QWidget *WindowController::keyWindow()
 {
-    if (QWidget *active = QApplication::activeWindow())
-        return active;
-    QWidget *last = lastKeyWindow();
-    if (!last || !last->isVisible())
+    QWidget *window = QApplication::activeWindow();
+    if (!window)
+        window = lastKeyWindow();
+    if (!window || !window->isVisible())
         return nullptr;
-    QDialog *sheet = attachedSheet(last);
-    return sheet ? sheet : last;
+    // A sheet that was just shown may not have the keyboard yet.
+    while (QDialog *sheet = attachedSheet(window))
+        window = sheet;
+    return window;
 }
 
 void WindowController::setExcludedFromWindowsMenu(bool excluded)

@@ -275,7 +275,6 @@ TEST_F(List, aCommandIsCancelledSentToTheBackgroundOrFails)
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
         file.write(mode);
         file.close();
-        raise();
         press({u"alt+v"_s, u"t"_s});
         ASSERT_TRUE(waitUntil(60s, [&] { return QFile::exists(folder + u"record"_s); }));
         const std::vector<pid_t> running = desktop->processes(u"controller_recorder"_s);
