@@ -49,7 +49,7 @@ public:
     // The whole screen of this size comes, or a part, which may lie outside what came last.
     virtual PixelTarget scanout(uint32_t width, uint32_t height) = 0;
     virtual PixelTarget update(const Rect &rect) = 0;
-    // The pixels of that rectangle are in place.
+    // New pixels of that rectangle are in place. Not called for what the target held already.
     virtual void painted(const Rect &rect) = 0;
     // The screen shows nothing.
     virtual void blank() = 0;
@@ -85,7 +85,11 @@ private:
     bool reply(const DbusHeader &call, DbusReply reply);
     bool readPixels(const Rect &rect, uint32_t stride, uint32_t format, size_t length,
                     PixelTarget target);
-    bool readNative(const Rect &rect, size_t stride, PixelTarget target, size_t length);
+    bool readNative(const Rect &rect, size_t stride, PixelTarget target, size_t length,
+                    int32_t *unchanged);
+    bool readCompared(const Rect &rect, size_t stride, PixelTarget target, int32_t *rows,
+                      int32_t *unchanged);
+    bool readInPlace(const Rect &rect, size_t stride, PixelTarget target, size_t length);
     bool readConverted(const Rect &rect, size_t stride, const PixelFormat &format,
                        PixelTarget target, size_t length);
 

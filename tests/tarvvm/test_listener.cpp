@@ -61,6 +61,27 @@ TEST(Listener, putsPixelsWhereTheyBelong)
     EXPECT_EQ(reader.error(), "") << "the end of the stream is no fault";
 }
 
+TEST(Listener, passesOverWhatIsThereAlready)
+{
+    constexpr uint32_t STRIDE = 16384; // many pieces
+    const std::string picture = rows(10, 200, STRIDE - 40, 0x200000);
+    std::string last_differs = picture, middle_differs = picture;
+    last_differs[last_differs.size() - 4] ^= 1; // blue of the last pixel
+    middle_differs[100 * STRIDE] ^= 1;
+    MemoryInput input(scanout(10, 200, STRIDE, XRGB, picture) +
+                      scanout(10, 200, STRIDE, XRGB, picture) +
+                      scanout(10, 200, STRIDE, XRGB, last_differs) +
+                      update(0, 0, 10, 200, STRIDE, middle_differs));
+    MemoryScreen screen;
+    ListenerReader reader(input, screen);
+    for (int i = 0; i < 4; i++)
+        ASSERT_TRUE(reader.readMessage()) << i << reader.error();
+    EXPECT_THAT(screen.rects, testing::ElementsAre(Rect{0, 0, 10, 200}, Rect{0, 199, 10, 1},
+                                                   Rect{0, 100, 10, 100}));
+    EXPECT_EQ(screen.at(0, 100), 0x200000u + (100 * 256 ^ 1));
+    EXPECT_EQ(screen.at(9, 199), 0x200000u + 199 * 256 + 9) << "as it was in the last picture";
+}
+
 TEST(Listener, takesThePointerAndLetsNewMessagesPass)
 {
     WireBytes cursor;
