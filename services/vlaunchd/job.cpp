@@ -2,6 +2,29 @@
 
 #include <algorithm>
 
+std::optional<JobState> job_state_next(JobState state, JobEvent event)
+{
+    static constexpr struct
+    {
+        JobState from;
+        JobEvent event;
+        JobState to;
+    } transitions[] = {
+        {JobState::absent, JobEvent::startAsked, JobState::running},
+        {JobState::absent, JobEvent::removeAsked, JobState::absent},
+        {JobState::running, JobEvent::processEnded, JobState::ended},
+        {JobState::running, JobEvent::removeAsked, JobState::removing},
+        {JobState::removing, JobEvent::removeAsked, JobState::removing},
+        {JobState::removing, JobEvent::processEnded, JobState::absent},
+        {JobState::ended, JobEvent::startAsked, JobState::running},
+        {JobState::ended, JobEvent::removeAsked, JobState::absent},
+    };
+    for (const auto &transition : transitions)
+        if (transition.from == state && transition.event == event)
+            return transition.to;
+    return {};
+}
+
 bool job_label_is_valid(std::string_view label)
 {
     auto is_label_byte = [](char byte) {

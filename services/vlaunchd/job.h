@@ -1,8 +1,21 @@
 // One job of the launch service: a program that runs a VM, or the memory of how it ended.
+//
+//   state      event          next
+//   absent     startAsked     running
+//   absent     removeAsked    absent     (nothing to do)
+//   running    processEnded   ended      (status and message kept)
+//   running    removeAsked    removing   (SIGTERM, after a while SIGKILL)
+//   removing   removeAsked    removing   (one more waits for it)
+//   removing   processEnded   absent     (its record goes with it)
+//   ended      startAsked     running
+//   ended      removeAsked    absent
+//
+// Everything else is refused.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,10 +41,21 @@ struct JobRequest
 
 enum class JobState
 {
+    absent, // never started, or removed
     running,
-    removing, // asked to end for good; its record goes with it
+    removing, // asked to end for good
     ended
 };
+
+enum class JobEvent
+{
+    startAsked,
+    processEnded,
+    removeAsked
+};
+
+// The state after an event; none when the event is not allowed in this state.
+std::optional<JobState> job_state_next(JobState state, JobEvent event);
 
 struct Job
 {

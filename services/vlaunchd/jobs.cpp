@@ -67,14 +67,20 @@ JobTable::Started JobTable::refusal(const JobRequest &request) const
         return refuse(EINVAL, "label: not a job label");
     if (!request.program.starts_with('/'))
         return refuse(EINVAL, "program: not an absolute path: " + request.program);
-    const Job *job = find(request.label);
-    if (job && job->state == JobState::running)
-        return refuse(EEXIST, "job " + request.label + " is already running");
-    if (job && job->state == JobState::removing)
-        return refuse(EBUSY, "job " + request.label + " is being removed");
-    if (!job && m_jobs.size() >= JOBS_MAX)
+    const JobState now = state(request.label);
+    if (!job_state_next(now, JobEvent::startAsked))
+        return now == JobState::running
+                   ? refuse(EEXIST, "job " + request.label + " is already running")
+                   : refuse(EBUSY, "job " + request.label + " is being removed");
+    if (now == JobState::absent && m_jobs.size() >= JOBS_MAX)
         return refuse(ENOSPC, "too many jobs");
     return {};
+}
+
+JobState JobTable::state(const std::string &label) const
+{
+    const Job *job = find(label);
+    return job ? job->state : JobState::absent;
 }
 
 JobTable::Started JobTable::start(const JobRequest &request)
@@ -160,7 +166,8 @@ void JobTable::process_ended(Entry &entry)
     // that it runs, so a failure is told once more.
     if ((!report || report->status != 0) && m_options.vm_died && !job_vm_id(label).empty())
         m_options.vm_died(job_vm_id(label));
-    if (entry.job.state == JobState::removing)
+    const auto next = job_state_next(entry.job.state, JobEvent::processEnded);
+    if (next == JobState::absent)
         return forget(label);
     const int known = status ? *status : report ? report->status : JOB_STATUS_UNKNOWN;
     settle(entry, known,
@@ -200,13 +207,21 @@ void JobTable::remove(const std::string &label, std::function<void()> done)
         return done();
     Entry &entry = found->second;
     entry.waiters.push_back(std::move(done));
-    if (entry.job.state == JobState::ended)
+    const JobState before = entry.job.state;
+    const auto next = job_state_next(before, JobEvent::removeAsked);
+    if (next == JobState::absent)
         return forget(label);
-    if (entry.job.state == JobState::removing)
-        return;
+    if (next == JobState::removing && before != JobState::removing)
+        begin_removal(entry);
+}
+
+void JobTable::begin_removal(Entry &entry)
+{
     entry.job.state = JobState::removing;
-    dprintf(log_fd, "vlaunchd: %s: removing, SIGTERM to pid %d\r\n", label.c_str(), entry.job.pid);
+    dprintf(log_fd, "vlaunchd: %s: removing, SIGTERM to pid %d\r\n", entry.job.label.c_str(),
+            entry.job.pid);
     platform_watch_signal(entry.watch.get(), SIGTERM);
+    platform_watch_signal(entry.watch.get(), SIGCONT); // a stopped one hears it too
     sd_event_source *timer = nullptr;
     const auto wait = std::chrono::duration_cast<std::chrono::microseconds>(m_options.term_wait);
     int result = sd_event_add_time_relative(

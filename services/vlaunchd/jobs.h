@@ -1,14 +1,6 @@
-// The jobs of the launch service: their processes, their ends and their records.
-//
-//   state      event                    next
-//   (none)     start                    running
-//   running    the process ends         ended (status and message kept)
-//   running    remove                   removing: SIGTERM, after a while SIGKILL
-//   removing   the process ends         (none)
-//   ended      start / remove           running / (none)
-//
-// Everything else is refused. Records are on disk before a process begins and after it ended, so
-// that the next launch service continues where a killed one stopped.
+// The jobs of the launch service: their processes, their ends and their records, moved by the table
+// of job.h. Records are on disk before a process begins and after it ended, so that the next launch
+// service continues where a killed one stopped.
 #pragma once
 
 #include "services/vlaunchd/event_source.h"
@@ -62,12 +54,14 @@ private:
         std::vector<std::function<void()>> waiters; // of its removal
     };
 
+    JobState state(const std::string &label) const;
     Started refusal(const JobRequest &request) const;
     Started run(const JobRequest &request);
     int attach(Entry &entry);
     void adopt(const Job &job);
     void process_ended(Entry &entry);
     void settle(Entry &entry, int status, const std::string &message);
+    void begin_removal(Entry &entry);
     void forget(const std::string &label);
 
     sd_event *m_event;

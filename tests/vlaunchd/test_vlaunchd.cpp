@@ -1,8 +1,10 @@
+#include "services/vlaunchd/job.h"
 #include "tests/support/service_home.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -48,6 +50,22 @@ protected:
 
     ServiceHome m_home;
 };
+
+TEST(JobState, allowsWhatIsInTheTableAndNothingElse)
+{
+    using enum JobState;
+    constexpr JobState no = JobState(-1);
+    // Events startAsked, processEnded, removeAsked.
+    const std::pair<JobState, std::array<JobState, 3>> table[] = {
+        {absent, {running, no, absent}},
+        {running, {no, ended, removing}},
+        {removing, {no, absent, removing}},
+        {ended, {running, no, absent}}};
+    for (const auto &[state, nexts] : table)
+        for (size_t event = 0; event < nexts.size(); event++)
+            EXPECT_EQ(job_state_next(state, JobEvent(event)).value_or(no), nexts[event])
+                << int(state) << " " << event;
+}
 
 TEST_F(VlaunchdTest, tellsHowJobsEnded)
 {
