@@ -166,11 +166,13 @@ bool engine_host_make_nvram(const Machine &machine, const EngineHost &host, std:
     const std::string path = host.vm_dir + "/nvram";
     if (machine.firmware != Firmware::uefi || access(path.c_str(), F_OK) == 0)
         return true;
-    std::string making = host.vm_dir + "/.nvram-XXXXXX";
+    // One maker at a time: it holds the VM's socket. What a killed one left is written over.
+    const std::string making = host.vm_dir + "/.nvram.new";
     const UniqueFd from(open(host.uefi_vars.c_str(), O_RDONLY | O_CLOEXEC));
-    const UniqueFd to(from ? mkostemp(making.data(), O_CLOEXEC) : -1);
-    if (to && copy_bytes(from.get(), to.get()) && fchmod(to.get(), 0644) == 0 &&
-        fsync(to.get()) == 0 && rename(making.c_str(), path.c_str()) == 0)
+    const UniqueFd to(from ? open(making.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
+                           : -1);
+    if (to && copy_bytes(from.get(), to.get()) && fsync(to.get()) == 0 &&
+        rename(making.c_str(), path.c_str()) == 0)
         return true;
     *error = path + ": can't be made from " + host.uefi_vars + ": " + std::strerror(errno);
     if (to)

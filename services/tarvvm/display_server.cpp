@@ -9,6 +9,7 @@
 namespace {
 
 constexpr const char *FD_NAME = "display";
+constexpr uint64_t REMOVAL_MS = 2000;
 
 } // namespace
 
@@ -35,7 +36,11 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
             if (screen->index() == console)
                 screen->consoleChanged(change);
     };
-    handlers.closed = [this](const std::string &reason) { m_log(reason); };
+    handlers.closed = [this](const std::string &reason) {
+        m_log(reason);
+        // As a rule QEMU is ending, which is another reason to close.
+        m_removal = event_timer(m_loop, REMOVAL_MS, [this] { remove(); });
+    };
     m_bus = DisplayBus::open(m_loop, std::move(ours), std::move(handlers));
     if (!m_bus) {
         done(std::strerror(errno));
@@ -61,6 +66,14 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
                             done(failure);
                     });
                 });
+}
+
+// The guest runs on without its screens.
+void DisplayServer::remove()
+{
+    m_log("the screens are gone, the guest runs on");
+    m_removed = true;
+    close(DISPLAY_CLOSE_REMOVED);
 }
 
 void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Done &done)
@@ -111,7 +124,7 @@ void DisplayServer::keepSizes()
 JsonTree DisplayServer::describe() const
 {
     JsonTree list(json_mkarray());
-    for (size_t i = 0; i < m_screens.size(); i++) {
+    for (size_t i = 0; !m_removed && i < m_screens.size(); i++) {
         JsonTree item(json_mkobject());
         json_append_int64(item.get(), "index", int64_t(i));
         json_append_int64(item.get(), "width", m_screens[i]->frame().width());
@@ -123,7 +136,7 @@ JsonTree DisplayServer::describe() const
 
 JsonTree DisplayServer::addViewer(size_t index, int *frame, UniqueFd *channel)
 {
-    if (index >= m_screens.size()) {
+    if (m_removed || index >= m_screens.size()) {
         errno = ENOENT;
         return nullptr;
     }

@@ -33,7 +33,6 @@ public:
     // Tells QEMU the sizes of a resumed guest's screens. It has forgotten them, and would have the
     // guest go back to those that are configured the next time that it tells any.
     void keepSizes();
-    size_t count() const { return m_screens.size(); }
     // "displays" of the VM's status.
     JsonTree describe() const;
     // What a viewer is told of a screen, with the two descriptors that it gets: the frame buffer,
@@ -43,6 +42,7 @@ public:
     void close(display_close_reason reason);
 
 private:
+    void remove();
     void takeConsoles(const std::vector<Console> &consoles, const Done &done);
     void askConfiguredSize(size_t number);
 
@@ -55,4 +55,6 @@ private:
     std::unique_ptr<DisplayBus> m_bus;  // outlives the screens
     std::unique_ptr<Desktop> m_desktop; // of several screens; outlives them
     std::vector<std::unique_ptr<Screen>> m_screens;
+    EventSource m_removal;
+    bool m_removed = false;
 };

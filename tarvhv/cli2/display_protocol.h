@@ -55,7 +55,7 @@ enum display_packet_type : uint32_t
 enum display_close_reason : int32_t
 {
     DISPLAY_CLOSE_STOPPED = 0, // the VM ended
-    DISPLAY_CLOSE_REMOVED = 1, // this screen was unplugged
+    DISPLAY_CLOSE_REMOVED = 1, // the engine took its screens away, the VM runs on
     DISPLAY_CLOSE_REFUSED = 2, // the viewer broke the rules above
 };
 
