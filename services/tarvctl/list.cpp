@@ -54,6 +54,14 @@ std::string status_text(const VmState &state, const Row &row)
     return state.status == "failed" || state.status == "malfunction" ? coloured(text, 31) : text;
 }
 
+// What keeps a running guest from going on, or "".
+std::string notice_of(const VmState &state)
+{
+    const bool there = state.details.is_object() && state.details.contains("notice") &&
+                       state.details["notice"].is_string();
+    return there ? state.details["notice"].get<std::string>() : "";
+}
+
 Json row_body(const Row &row, const VmState &state)
 {
     Json item = {{"id", row.id},          {"name", row.name},       {"version", row.version},
@@ -62,6 +70,8 @@ Json row_body(const Row &row, const VmState &state)
         item["state"] = state.state;
     if (!row.fault.empty())
         item["fault"] = row.fault;
+    if (const std::string notice = notice_of(state); !notice.empty())
+        item["notice"] = notice;
     return item;
 }
 
@@ -114,5 +124,8 @@ Answer run_list(const Arguments &arguments)
                        printable(row.guest), printable(row.id)});
     }
     answer.text = table.text();
+    for (const Row &row : rows)
+        if (const std::string notice = notice_of(states.at(row.id)); !notice.empty())
+            answer.text += printable(row.name) + ": " + printable(notice) + "\n";
     return answer;
 }

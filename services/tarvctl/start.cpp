@@ -70,11 +70,13 @@ void launch(const VmRef &ref, int mode)
 void check_job(const VmRef &ref)
 {
     const Json answer = service_request("status", vm_job_label(ref.id), seconds(30));
-    if (answer.value("error", 0) == CLI2_ERROR_JOB_ENDED)
+    const Json body = answer.value("body", Json::object());
+    const bool ended = answer.value("error", 0) == CLI2_ERROR_JOB_ENDED;
+    if (ended && body.value("status", 0) != 0)
         throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(answer));
-    if (!answer_ok(answer))
+    if (!ended && !answer_ok(answer))
         throw Failure(ExitStatus::service, ref.label() + ": " + answer_message(answer));
-    if (!answer.value("body", Json::object()).contains("pid"))
+    if (!body.contains("pid"))
         throw Failure(ExitStatus::failed, ref.label() + ": was stopped while it started");
 }
 
@@ -84,7 +86,8 @@ void await_running(const VmRef &ref)
     for (;; pause_step()) {
         check_cancelled();
         const VmState state = query_state(ref.id, false);
-        if (state.status == "running" && state.state != "starting")
+        // One that is being stopped already may never have run.
+        if (state.status == "running" && state.state != "starting" && state.state != "stopping")
             return;
         if (!state.serves)
             check_job(ref);

@@ -37,6 +37,8 @@ JsonTree Supervisor::describe()
             : 0;
     json_append_int64(body.get(), "uptime", uptime);
     json_append_int64(body.get(), "engine_pid", m_engine ? m_engine->pid() : -1);
+    if (!m_notice.empty())
+        json_append_str(body.get(), "notice", m_notice.c_str());
     JsonTree displays = m_displays ? m_displays->describe() : JsonTree(json_mkarray());
     json_append(body.get(), "displays", displays.release());
     return body;
@@ -97,8 +99,10 @@ void Supervisor::onSaved(const std::string &name, const std::string &error)
         return;
     }
     m_log.line("not suspended: " + failure);
+    if (m_qmp->isClosed())
+        return; // it does not run on: its end answers
     step(VmEvent::suspendFailed);
-    m_qmp->execute("cont");
+    letGoOn();
     for (auto &request : std::exchange(m_suspend_waiters, {}))
         request->fail(EIO, "not suspended, the VM runs on: " + failure);
 }

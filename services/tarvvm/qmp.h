@@ -49,6 +49,7 @@ public:
     void execute(const char *command, JsonTree arguments, Answer answer, int fd = -1);
     void execute(const char *command, Answer answer = {}) { execute(command, nullptr, answer); }
     bool isReady() const { return m_ready; }
+    bool isClosed() const { return !m_socket; }
 
 private:
     struct Outgoing

@@ -1,13 +1,32 @@
 #include "services/tarvvm/record.h"
 
 #include "hostlib/vm/img.h"
+#include "hostlib/vm/owners.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
 #include "services/engine/trees.h"
+#include "services/tarvvm/suspender.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sysexits.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// Asked of queued images: what is still there is not this program's to remove.
+bool image_exists(const char *name, void *)
+{
+    struct stat status;
+    return fstatat(img_libfd(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
+} // namespace
 
 VmRecord::VmRecord() = default;
 VmRecord::~VmRecord() = default;
@@ -65,12 +84,55 @@ bool VmRecord::writeState(const std::string &name)
     return vm_write_state(m_vm.get(), name.c_str()) == 0;
 }
 
-void VmRecord::removeState()
+bool VmRecord::removeState()
 {
     vm_remove_state(m_vm.get());
-    // It has the size of the guest's memory, and nobody else's record names it. What else is queued
-    // may be needed.
-    img_purge(
-        [](const char *name, void *state) { return *static_cast<std::string *>(state) != name; },
-        &m_machine.state_file);
+    const KvTree left(vm_read_state(m_vm.get()));
+    if (left)
+        return false;
+    // A clone's state has another name than those that are swept.
+    const std::string dropped = std::exchange(m_machine.state_file, {});
+    if (dropped.find('/') == std::string::npos && !isNeeded(dropped))
+        unlinkat(img_libfd(), dropped.c_str(), 0);
+    sweepStates();
+    return true;
+}
+
+// A configuration that can't be read may be one that names it.
+bool VmRecord::names(const std::string &id, const char *tag, const std::string &state) const
+{
+    errno = 0;
+    const std::unique_ptr<vm, Close> version(vmlib_get(m_library.get(), id.c_str(), tag));
+    const KvTree config(version ? vm_read_config(version.get()) : nullptr);
+    return config ? state == kv_get_str(config.get(), "state_file", "") : errno != ENOENT;
+}
+
+// Another VM's record may name it as well: one that was copied by hand.
+bool VmRecord::isNeeded(const std::string &state) const
+{
+    vmlib *library = m_library.get();
+    std::vector<std::string> ids;
+    vmlib_reset(library);
+    while (const char *id = vmlib_next(library))
+        ids.emplace_back(id);
+    for (const std::string &id : ids) {
+        std::vector<std::string> tags;
+        for (const char *tag = vmlib_tag_first(library, id.c_str()); tag;
+             tag = vmlib_tag_next(library, id.c_str()))
+            tags.emplace_back(tag);
+        if (names(id, nullptr, state) ||
+            std::any_of(tags.begin(), tags.end(),
+                        [&](const std::string &tag) { return names(id, tag.c_str(), state); }))
+            return true;
+    }
+    return false;
+}
+
+void VmRecord::sweepStates()
+{
+    for (const std::string &name : state_names(m_host.images_dir, m_id))
+        if (name != m_machine.state_file && !isNeeded(name))
+            unlinkat(img_libfd(), name.c_str(), 0);
+    // Whose removal was queued and is done now is forgotten; the rest waits for the controller.
+    img_purge(image_exists, nullptr);
 }

@@ -27,11 +27,18 @@ public:
     const std::string &id() const { return m_id; }
     const Machine &machine() const { return m_machine; }
     const EngineHost &host() const { return m_host; }
-    // Records the saved state, and drops it with its file. False with errno set.
+    // Records the saved state. False with errno set.
     bool writeState(const std::string &name);
-    void removeState();
+    // Drops it with its file. False when the record still names it.
+    bool removeState();
+    // Removes saved states of this VM that no configuration names: what a supervisor left that was
+    // killed before it recorded one, and what has been resumed.
+    void sweepStates();
 
 private:
+    bool isNeeded(const std::string &state) const;
+    bool names(const std::string &id, const char *tag, const std::string &state) const;
+
     struct Close
     {
         void operator()(vm *record) const;

@@ -16,7 +16,11 @@
 namespace {
 
 constexpr uint64_t START_PATIENCE_MS = 60000;
+constexpr uint64_t END_PATIENCE_MS = 2000; // of an engine that closed its monitor
+constexpr uint64_t KILL_GRACE_MS = 200;
 constexpr uint64_t DISK_RETRY_MS = 5000;
+constexpr uint64_t DISK_SETTLED_MS = 1000;
+constexpr uint64_t STATE_RETRY_MS = 5000;
 
 std::string log_directory()
 {
@@ -101,7 +105,7 @@ bool Supervisor::startEngine(std::string *error)
     Qmp::Handlers handlers;
     handlers.ready = [this] { onQmpReady(); };
     handlers.event = [this](const std::string &name, const json *data) { onQmpEvent(name, data); };
-    handlers.closed = [this](const std::string &reason) { m_log.line(reason); };
+    handlers.closed = [this](const std::string &reason) { onQmpClosed(reason); };
     m_qmp = std::make_unique<Qmp>(m_loop, std::move(channels.monitor), std::move(handlers));
     m_pasteboard = std::make_unique<GuestPasteboard>(
         m_loop, std::move(channels.agent), std::move(agent_unread),
@@ -110,6 +114,7 @@ bool Supervisor::startEngine(std::string *error)
                                           [this](StopRung rung) { climb(rung); });
     m_suspender = std::make_unique<Suspender>(m_loop, *m_qmp, m_record.host().images_dir);
     m_suspender->sweep(m_record.id()); // the socket is ours: nobody else is writing one
+    m_record.sweepStates();
     m_start_deadline =
         event_timer(m_loop, START_PATIENCE_MS, [this] { failStart("the engine does not answer"); });
     return true;
@@ -163,11 +168,13 @@ void Supervisor::resume()
 {
     const std::string &state = m_record.machine().state_file;
     m_log.line("resuming from " + state);
-    m_suspender->load(state, [this](const std::string &name, const std::string &error) {
+    m_loading = true;
+    m_suspender->load(state, [this](const std::string &, const std::string &error) {
         if (!error.empty()) {
-            failStart("the saved state " + name + " can't be resumed: " + error);
+            failStart(error);
             return;
         }
+        m_loading = false;
         m_displays->keepSizes();
         letRun();
     });
@@ -191,19 +198,39 @@ void Supervisor::onRunning()
         return;
     m_log.line("running, engine's process " + std::to_string(m_engine->pid()));
     m_running_since = m_sampled = Clock::now();
-    // From here on the disks differ from what the state was saved with.
-    if (!m_record.machine().state_file.empty())
-        m_record.removeState();
+    dropState();
     notify("start");
     for (auto &request : std::exchange(m_display_waiters, {}))
         handleDisplay(std::move(request));
 }
 
+// Once the guest runs the disks differ from what the state was saved with.
+void Supervisor::dropState()
+{
+    if (m_record.machine().state_file.empty())
+        return;
+    if (m_record.removeState())
+        return;
+    m_log.line("the record still names the saved state; it is tried again");
+    m_state_retry = event_timer(m_loop, STATE_RETRY_MS, [this] { dropState(); });
+}
+
+// An engine that is gone says why by its end.
 void Supervisor::failStart(const std::string &message)
+{
+    if (!m_qmp->isClosed())
+        giveUp(message);
+}
+
+// What went wrong may be the beginning of the engine's end, which then says more.
+void Supervisor::giveUp(const std::string &message)
 {
     if (m_failure.empty())
         m_failure = message;
-    m_engine->signal(SIGKILL);
+    m_end_deadline = event_timer(m_loop, KILL_GRACE_MS, [this] {
+        m_killed = true;
+        m_engine->signal(SIGKILL);
+    });
 }
 
 // ---- states and their end -----------------------------------------------------------------------
@@ -231,18 +258,44 @@ void Supervisor::onQmpEvent(const std::string &name, const json *data)
     }
 }
 
+// As a rule the engine is ending. One that lives on without its monitor can't be told anything.
+void Supervisor::onQmpClosed(const std::string &reason)
+{
+    m_log.line(reason);
+    m_end_deadline = event_timer(m_loop, END_PATIENCE_MS, [this, reason] {
+        if (m_state != VmState::stopping) // else the ladder is at work
+            giveUp(reason);
+    });
+}
+
 // QEMU pauses a guest whose disk finds no room. It tries again until there is some.
 void Supervisor::onDiskError(const json *data)
 {
-    const std::string reason = json_find_str(data, "reason", "input or output error");
     const bool paused = std::string_view(json_find_str(data, "action", "")) == "stop";
-    m_log.line(std::string("disk ") + json_find_str(data, "device", "") + ": " + reason +
-               (paused ? ": the guest waits" : ""));
+    std::string trouble = std::string("disk ") + json_find_str(data, "device", "") + ": " +
+                          json_find_str(data, "reason", "input or output error");
+    if (paused)
+        trouble += ": the guest waits";
+    if (trouble != m_notice) // told once, however often it is tried
+        m_log.line(trouble);
     if (!paused)
         return;
+    m_notice = trouble;
+    m_disk_settled.reset();
     m_disk_retry = event_timer(m_loop, DISK_RETRY_MS, [this] {
         if (m_state == VmState::running)
-            m_qmp->execute("cont");
+            letGoOn();
+    });
+}
+
+void Supervisor::letGoOn()
+{
+    m_qmp->execute("cont");
+    if (m_notice.empty())
+        return;
+    m_disk_settled = event_timer(m_loop, DISK_SETTLED_MS, [this] {
+        m_log.line("there is room on the disk again: the guest goes on");
+        m_notice.clear();
     });
 }
 
@@ -285,16 +338,28 @@ void Supervisor::onEngineEnd(const EngineEnd &end)
 {
     const VmState before = m_state;
     step(VmEvent::engineEnded);
-    std::string failure = m_failure;
-    if (failure.empty() && before != VmState::stopping && end.status != 0)
-        failure = end.message;
-    if (!failure.empty() && before == VmState::starting && m_resuming)
-        failure += " (the saved state is kept; a start in recovery mode boots without it)";
+    const std::string failure = failureOf(before, end);
     if (failure.empty())
         m_log.line("ended");
     else
         fail(EX_SOFTWARE, failure);
     sd_event_exit(m_loop, 0);
+}
+
+// Why the engine ended, unless that was asked for.
+std::string Supervisor::failureOf(VmState before, const EngineEnd &end) const
+{
+    std::string failure = m_killed || end.status == 0 ? m_failure : "";
+    if (failure.empty() && before != VmState::stopping && end.status != 0)
+        failure = end.message;
+    else if (failure.empty() && before == VmState::starting)
+        failure = "the engine ended before the guest ran";
+    if (failure.empty() || before != VmState::starting || !m_resuming)
+        return failure;
+    if (m_loading)
+        failure =
+            "the saved state " + m_record.machine().state_file + " can't be resumed: " + failure;
+    return failure + " (the saved state is kept; tarvctl start --recovery boots without it)";
 }
 
 void Supervisor::finish(const std::function<void()> &report)
@@ -321,7 +386,7 @@ void Supervisor::answerWaiters()
         if (m_saved)
             request->answer(nullptr);
         else
-            request->fail(ECANCELED, failure);
+            request->fail(ECANCELED, "not suspended: " + failure);
     }
     for (auto &request : m_display_waiters)
         request->fail(ECANCELED, failure);

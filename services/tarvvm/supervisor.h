@@ -52,13 +52,18 @@ private:
     void onQmpReady();
     void onQmpEvent(const std::string &name, const json *data);
     void onScreens(const std::string &error);
+    void onQmpClosed(const std::string &reason);
     void onDiskError(const json *data);
+    void letGoOn();
+    void dropState();
     void unplugCables();
     void resume();
     void letRun();
     void onRunning();
     void failStart(const std::string &message);
+    void giveUp(const std::string &message);
     void onEngineEnd(const EngineEnd &end);
+    std::string failureOf(VmState before, const EngineEnd &end) const;
 
     bool step(VmEvent event);
     void stop(StopKind kind);
@@ -82,8 +87,11 @@ private:
     SupervisorEnd m_end;
     VmState m_state = VmState::starting;
     bool m_resuming = false;
-    bool m_saved = false;  // suspended: the state is recorded
-    std::string m_failure; // why the start was given up, while the engine is being ended
+    bool m_loading = false; // the saved state is on its way into the engine
+    bool m_saved = false;   // suspended: the state is recorded
+    std::string m_failure;  // why the engine was given up, while it is being ended
+    bool m_killed = false;  // for that
+    std::string m_notice;   // what keeps a running guest from going on; empty as a rule
 
     std::unique_ptr<Service> m_service;
     std::unique_ptr<EngineProcess> m_engine;
@@ -92,8 +100,8 @@ private:
     std::unique_ptr<DisplayServer> m_displays;
     std::unique_ptr<Suspender> m_suspender;
     std::unique_ptr<Stopper> m_stopper;
-    EventSource m_start_deadline;
-    EventSource m_disk_retry;
+    EventSource m_start_deadline, m_end_deadline;
+    EventSource m_disk_retry, m_disk_settled, m_state_retry;
     Requests m_stop_waiters, m_suspend_waiters, m_display_waiters;
 
     using Clock = std::chrono::steady_clock;

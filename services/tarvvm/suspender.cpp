@@ -14,6 +14,7 @@
 namespace {
 
 constexpr const char *FD_NAME = "state";
+constexpr const char *STATE_SUFFIX = ".state";
 constexpr int64_t BANDWIDTH = int64_t{1} << 50; // bytes a second: as fast as it goes
 constexpr uint64_t POLL_MS = 50;
 
@@ -23,6 +24,21 @@ bool sync_directory(const std::string &directory)
     return fd && fsync(fd.get()) == 0;
 }
 
+// What the library holds under names that begin and end like this.
+std::vector<std::string> find_files(const std::string &directory, const std::string &prefix,
+                                    const std::string &suffix)
+{
+    std::error_code error;
+    std::vector<std::string> found;
+    for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::string name = entry->path().filename().string();
+        if (name.starts_with(prefix) && name.ends_with(suffix))
+            found.push_back(std::move(name));
+    }
+    return found;
+}
+
 // Of the name under which a state is written.
 std::string temporary_prefix(const std::string &id)
 {
@@ -30,6 +46,17 @@ std::string temporary_prefix(const std::string &id)
 }
 
 } // namespace
+
+std::vector<std::string> state_names(const std::string &directory, const std::string &id)
+{
+    const std::string prefix = id + "-";
+    std::vector<std::string> names = find_files(directory, prefix, STATE_SUFFIX);
+    std::erase_if(names, [&](const std::string &name) {
+        return name.find_first_not_of("0123456789", prefix.size()) !=
+               name.size() - std::strlen(STATE_SUFFIX);
+    });
+    return names;
+}
 
 Suspender::Suspender(sd_event *loop, Qmp &qmp, std::string directory)
     : m_loop(loop), m_qmp(qmp), m_directory(std::move(directory))
@@ -44,7 +71,7 @@ Suspender::~Suspender()
 void Suspender::save(const std::string &id, Done done)
 {
     m_done = std::move(done);
-    m_name = id + "-" + std::to_string(time(nullptr)) + ".state";
+    m_name = id + "-" + std::to_string(time(nullptr)) + STATE_SUFFIX;
     m_temporary = m_directory + "/" + temporary_prefix(id) + "XXXXXX";
     m_file.reset(mkostemp(m_temporary.data(), O_CLOEXEC));
     if (!m_file) {
@@ -128,15 +155,8 @@ void Suspender::finishSave()
 
 void Suspender::sweep(const std::string &id)
 {
-    const std::string prefix = temporary_prefix(id);
-    std::error_code error;
-    std::vector<std::filesystem::path> found;
-    for (std::filesystem::directory_iterator entry(m_directory, error), end; !error && entry != end;
-         entry.increment(error))
-        if (entry->path().filename().string().starts_with(prefix))
-            found.push_back(entry->path());
-    for (const std::filesystem::path &path : found)
-        unlink(path.c_str());
+    for (const std::string &name : find_files(m_directory, temporary_prefix(id), ""))
+        unlink((m_directory + "/" + name).c_str());
 }
 
 void Suspender::discard(const std::string &name)

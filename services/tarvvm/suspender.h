@@ -8,6 +8,10 @@
 
 #include <functional>
 #include <string>
+#include <vector>
+
+// The saved states of a VM in the image library, whether or not anything names them.
+std::vector<std::string> state_names(const std::string &directory, const std::string &id);
 
 class Suspender
 {

@@ -39,17 +39,19 @@ bool VmLog::openFile(const std::string &directory, const std::string &id)
 {
     const std::string path = directory + "/" + id + ".log";
     m_file.reset(openx(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-    struct stat status;
-    if (!m_file || fstat(m_file.get(), &status) != 0)
+    struct stat file, error;
+    if (!m_file || fstat(m_file.get(), &file) != 0)
         return false;
-    m_size = size_t(status.st_size);
+    m_is_stderr = fstat(STDERR_FILENO, &error) == 0 && error.st_dev == file.st_dev &&
+                  error.st_ino == file.st_ino;
     return true;
 }
 
 void VmLog::line(const std::string &text)
 {
     const std::string full = time_text() + " tarvvm: " + text + "\r\n";
-    write_all(STDERR_FILENO, full);
+    if (!m_is_stderr)
+        write_all(STDERR_FILENO, full);
     write(full);
 }
 
@@ -69,24 +71,24 @@ void VmLog::write(const std::string &text)
 {
     if (!m_file)
         return;
-    if (m_size + text.size() > FILE_MAX)
-        makeRoom();
+    // Others append too (what this process says on standard error), so the file is asked.
+    struct stat status;
+    if (fstat(m_file.get(), &status) == 0 && size_t(status.st_size) + text.size() > FILE_MAX)
+        makeRoom(size_t(status.st_size));
     // A log that can't be written (a full disk) must not end the VM.
-    if (write_all(m_file.get(), text))
-        m_size += text.size();
+    write_all(m_file.get(), text);
 }
 
-void VmLog::makeRoom()
+// Every writer appends, so what comes between the steps lands behind what is kept.
+void VmLog::makeRoom(size_t size)
 {
     std::vector<char> kept(FILE_MAX / 2);
-    const ssize_t length = m_size < kept.size() ? 0
-                                                : pread(m_file.get(), kept.data(), kept.size(),
-                                                        off_t(m_size - kept.size()));
+    const ssize_t length = size < kept.size() ? 0
+                                              : pread(m_file.get(), kept.data(), kept.size(),
+                                                      off_t(size - kept.size()));
     if (ftruncate(m_file.get(), 0) != 0)
         return;
-    m_size = 0;
     std::string_view rest(kept.data(), length > 0 ? size_t(length) : 0);
     rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1)); // what is left of a line
-    if (write_all(m_file.get(), rest))
-        m_size = rest.size();
+    write_all(m_file.get(), rest);
 }

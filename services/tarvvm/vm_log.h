@@ -1,5 +1,6 @@
 // What is said about one VM: lines on standard error and in the VM's own log file, which also takes
-// what the guest prints on its serial port.
+// what the guest prints on its serial port. The launch service makes the same file the standard
+// error of its job; a line stands in it once all the same.
 #pragma once
 
 #include "platform/unique_fd.h"
@@ -11,7 +12,7 @@
 class VmLog
 {
 public:
-    // The file is kept below this; when it is full the older half goes.
+    // The file is kept below this, whoever filled it; when it is full the older half goes.
     static constexpr size_t FILE_MAX = 1024 * 1024;
 
     // Logs to standard error alone until a file is opened.
@@ -28,9 +29,9 @@ public:
 
 private:
     void write(const std::string &text);
-    void makeRoom();
+    void makeRoom(size_t size);
 
     UniqueFd m_file;
-    size_t m_size = 0; // bytes in the file
+    bool m_is_stderr = false; // the file is where standard error goes
     std::string m_console;
 };

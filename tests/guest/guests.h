@@ -5,6 +5,7 @@
 //   repaint20   the whole screen of 1920 x 1080 repainted 20 times a second
 //   repaint40   the same 40 times a second
 //   text        80 x 25 characters, no cursor: nothing moves
+//   writer      writes its disk from 1 MiB to 32 MiB again and again
 #pragma once
 
 #include <cstdint>

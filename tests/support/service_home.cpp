@@ -26,6 +26,16 @@ bool wait_for(const std::function<bool()> &condition, std::chrono::seconds patie
     return true;
 }
 
+std::vector<pid_t> processes_with(const std::string &text)
+{
+    std::vector<pid_t> result;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc"))
+        if (const pid_t pid = atoi(entry.path().filename().c_str());
+            pid > 0 && file_text(entry.path() / "cmdline").find(text) != std::string::npos)
+            result.push_back(pid);
+    return result;
+}
+
 std::string file_text(const std::string &path)
 {
     std::ostringstream text;

@@ -57,5 +57,7 @@ private:
     pid_t m_vlaunchd = -1;
 };
 
+// The processes whose command line holds a text, as an identifier.
+std::vector<pid_t> processes_with(const std::string &text);
 // The whole of a small file, "" when absent.
 std::string file_text(const std::string &path);

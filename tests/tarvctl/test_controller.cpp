@@ -157,22 +157,6 @@ TEST_F(ControllerTest, tellsWhyAStartFailed)
                 HasSubstr("/no/supervisor: No such file or directory"));
 }
 
-TEST_F(ControllerTest, endsASupervisorThatHangs)
-{
-    const std::string id = create("plain"), other = create("slow");
-    ASSERT_EQ(ctl({"start", id, other})["exit"], 0);
-    const pid_t pid = ctl({"show", id})["body"]["running"]["pid"];
-    kill(pid, SIGSTOP);
-    EXPECT_EQ(status(id), "malfunction");
-    EXPECT_EQ(status(other), "running");
-    EXPECT_EQ(ctl({"stop", id})["exit"], 8);
-    EXPECT_EQ(ctl({"start", id})["exit"], 8);
-    EXPECT_EQ(ctl({"stop", "--force", id})["exit"], 0);
-    EXPECT_EQ(kill(pid, 0), -1);
-    EXPECT_EQ(status(id), "stopped");
-    EXPECT_EQ(ctl({"start", id})["exit"], 0) << "nothing is in its way";
-}
-
 TEST_F(ControllerTest, startsTheLaunchServiceOnceHoweverManyAsk)
 {
     std::vector<pid_t> askers;
@@ -191,39 +175,6 @@ TEST_F(ControllerTest, startsTheLaunchServiceOnceHoweverManyAsk)
     EXPECT_EQ(answer["exit"], 8);
     EXPECT_THAT(answer["message"].get<std::string>(), HasSubstr("ended at once with status 1"));
     m_home.set("vlaunchd_executable", VLAUNCHD_PROGRAM);
-}
-
-// Two controllers on one VM at once: whatever they do, the record stays whole.
-TEST_F(ControllerTest, keepsRecordsWholeUnderPairsOfCommands)
-{
-    const std::vector<std::vector<std::string>> commands = {
-        {"start", "vm"},      {"stop", "vm"},
-        {"suspend", "vm"},    {"stop", "--force", "vm"},
-        {"clone", "vm", "c"}, {"modify", "vm", "set", "cpu.count", "2"},
-        {"reboot", "vm"},     {"delete", "--yes", "c"},
-    };
-    const std::string id = create("vm");
-    unsigned seed = 20'261'121;
-    for (int round = 0; round < 20; ++round) {
-        std::vector<pid_t> pair;
-        for (int side = 0; side < 2; ++side) {
-            seed = seed * 1'103'515'245 + 12'345;
-            std::vector<std::string> argv = commands[(seed >> 16) % commands.size()];
-            argv.insert(argv.begin(), TARVCTL_PROGRAM);
-            pair.push_back(m_home.spawn(argv, 2));
-        }
-        for (const pid_t pid : pair)
-            waitpid(pid, nullptr, 0);
-        const Json shown = ctl({"show", id});
-        ASSERT_EQ(shown["exit"], 0) << shown;
-        const std::string file = shown["body"]["configuration"]["hard_drives"][0]["file"];
-        EXPECT_TRUE(std::filesystem::exists(m_home.file("images/" + file))) << file;
-    }
-    ctl({"stop", "--force", id});
-    ctl({"delete", "--yes", "c"});
-    EXPECT_EQ(ctl({"delete", "--yes", id})["exit"], 0);
-    EXPECT_THAT(names("vms"), IsEmpty());
-    EXPECT_THAT(names("images"), IsEmpty());
 }
 
 TEST_F(ControllerTest, speaksToPeopleInTables)
