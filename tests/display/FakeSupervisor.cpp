@@ -1,13 +1,7 @@
 #include "tests/display/FakeSupervisor.h"
 
-#include "platform/memory.h"
 #include "platform/socket.h"
-#include "tarvhv/cli2.h"
 #include "tests/display/memory_screen.h"
-
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QThread>
 
 #include <cstring>
 #include <poll.h>
@@ -35,45 +29,17 @@ void send_all(int fd, const void *bytes, size_t length, const std::vector<int> &
 
 } // namespace
 
-bool spin_until(const std::function<bool()> &condition)
-{
-    const QDeadlineTimer deadline(20000);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(1);
-    }
-    return true;
-}
-
-FakeSupervisor::FakeSupervisor(const QString &path)
-    : m_path(path.isEmpty() ? m_directory.filePath(QStringLiteral("vm.sock")) : path),
-      m_listener(cli2_listen(m_path.toLocal8Bit().constData()))
-{
-}
-
-FakeSupervisor::~FakeSupervisor()
-{
-    unlink(m_path.toLocal8Bit().constData());
-}
-
 bool FakeSupervisor::asked() const
 {
     pollfd entry{m_listener.get(), POLLIN, 0};
     return poll(&entry, 1, 0) == 1;
 }
 
-void FakeSupervisor::accept()
-{
-    pollfd entry{m_listener.get(), POLLIN, 0};
-    poll(&entry, 1, 20000);
-    m_connection.reset(cli2_accept(m_listener.get()));
-}
-
 void FakeSupervisor::answerRaw(const std::string &bytes, const std::vector<int> &descriptors)
 {
-    accept();
+    pollfd viewer{m_listener.get(), POLLIN, 0};
+    poll(&viewer, 1, 20000);
+    m_connection.reset(cli2_accept(m_listener.get()));
     pollfd entry{m_connection.get(), POLLIN, 0};
     if (bytes.find("OK") != std::string::npos)
         poll(&entry, 1, 20000);
@@ -85,23 +51,15 @@ void FakeSupervisor::answerRaw(const std::string &bytes, const std::vector<int> 
 
 void FakeSupervisor::answer(int width, int height)
 {
-    int ends[2];
-    socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends);
-    m_channel.reset(ends[0]);
-    const UniqueFd theirs(ends[1]);
-    const UniqueFd screen = makeScreen(width, height);
+    m_width = width;
+    m_screen = screen_memory(uint32_t(width), uint32_t(height));
+    const UniqueFd screen(platform_memory_read_only(m_screen.get()));
     answerRaw(R"({"status":"OK","body":{"uuid":"0f0e","name":"fake","index":2,"total":3,)"
               R"("width":64,"height":32,"hdpi":false,"live_resize":true,"caps":12,)"
               R"("absolute":true}})"
               "\r\n",
-              {screen.get(), theirs.get()});
-}
-
-UniqueFd FakeSupervisor::makeScreen(int width, int height)
-{
-    m_width = width;
-    m_screen = screen_memory(uint32_t(width), uint32_t(height));
-    return UniqueFd(platform_memory_read_only(m_screen.get()));
+              {screen.get(), m_channel.far.get()});
+    m_channel.far.reset();
 }
 
 void FakeSupervisor::setPixel(int x, int y, uint32_t colour)
@@ -110,32 +68,26 @@ void FakeSupervisor::setPixel(int x, int y, uint32_t colour)
                   off_t(DISPLAY_PIXELS_OFFSET) + (off_t(y) * m_width + x) * 4);
 }
 
-void FakeSupervisor::changeMode(int width, int height)
-{
-    UniqueFd screen = makeScreen(width, height);
-    send(DISPLAY_MODE, {width, height, 0, 1}, std::move(screen));
-}
-
 void FakeSupervisor::send(uint32_t type, std::initializer_list<int32_t> arguments,
                           UniqueFd descriptor)
 {
     display_packet packet{};
     packet.type = type;
     std::copy(arguments.begin(), arguments.end(), packet.arg);
-    send_all(m_channel.get(), &packet, sizeof packet,
+    send_all(channel(), &packet, sizeof packet,
              descriptor ? std::vector<int>{descriptor.get()} : std::vector<int>{});
 }
 
 void FakeSupervisor::hangUp()
 {
     m_connection.reset();
-    m_channel.reset();
+    m_channel.near.reset();
 }
 
 std::vector<display_packet> FakeSupervisor::received(uint32_t type)
 {
     display_packet packet;
-    while (recv(m_channel.get(), &packet, sizeof packet, MSG_DONTWAIT) == ssize_t(sizeof packet))
+    while (recv(channel(), &packet, sizeof packet, MSG_DONTWAIT) == ssize_t(sizeof packet))
         m_received.push_back(packet);
     std::vector<display_packet> found;
     std::copy_if(m_received.begin(), m_received.end(), std::back_inserter(found),

@@ -1,6 +1,7 @@
 #include "platform/memory.h"
 #include "tarvhv/display/TarvDisplay.h"
 #include "tests/display/FakeSupervisor.h"
+#include "tests/kit/application.h"
 
 #include <QSignalSpy>
 
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <sys/socket.h>
 #include <thread>
 
 namespace {
@@ -34,7 +34,7 @@ public:
     QByteArray pasteboard;
 };
 
-class ChannelDisplayTest : public testing::Test
+class ChannelDisplayTest : public ApplicationTest
 {
 protected:
     void SetUp() override
@@ -49,7 +49,7 @@ protected:
     bool acknowledges(int serial)
     {
         m_display->acknowledgeFrame();
-        return spin_until([&] {
+        return waitUntil([&] {
             const auto done = m_fake.received(DISPLAY_DAMAGE_DONE);
             return !done.empty() && done.back().arg[0] == serial;
         });
@@ -66,7 +66,7 @@ TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
     m_fake.setPixel(3, 4, 0x123456);
     m_fake.send(DISPLAY_DAMAGE, {0, 0, 8, 8, 1, 0});
     m_fake.send(DISPLAY_DAMAGE, {2, 2, 2, 2, 1, 1});
-    ASSERT_TRUE(spin_until([&] { return m_delegate.notifications > 0; }));
+    ASSERT_TRUE(waitUntil([&] { return m_delegate.notifications > 0; }));
     EXPECT_EQ(m_delegate.notifications, 1);
     ASSERT_EQ(damaged.count(), 1);
     EXPECT_EQ(damaged[0][0].toRect(), QRect(0, 0, 8, 8));
@@ -77,7 +77,7 @@ TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
     EXPECT_EQ(m_fake.received(DISPLAY_DAMAGE_DONE).size(), 1u);
 
     m_fake.send(DISPLAY_DAMAGE, {500, 500, 1, 1, 2, 1});
-    EXPECT_TRUE(spin_until([&] { return m_fake.received(DISPLAY_DAMAGE_DONE).size() == 2; }))
+    EXPECT_TRUE(waitUntil([&] { return m_fake.received(DISPLAY_DAMAGE_DONE).size() == 2; }))
         << "damage outside the picture is answered for without a paint";
 }
 
@@ -85,12 +85,12 @@ TEST_F(ChannelDisplayTest, carriesPasteboardsBothWays)
 {
     m_display->sendPasteboard(QByteArray("to the guest"));
     m_display->requestPasteboard(true);
-    ASSERT_TRUE(spin_until([&] { return !m_fake.received(DISPLAY_PASTEBOARD_ASK).empty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !m_fake.received(DISPLAY_PASTEBOARD_ASK).empty(); }));
     EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND)[0].arg[0], 12);
     UniqueFd memory(platform_memory_create("pasteboard", 14));
     ASSERT_EQ(pwrite(memory.get(), "from the guest", 14, 0), 14);
     m_fake.send(DISPLAY_PASTEBOARD, {14}, std::move(memory));
-    EXPECT_TRUE(spin_until([&] { return m_delegate.pasteboard == "from the guest"; }));
+    EXPECT_TRUE(waitUntil([&] { return m_delegate.pasteboard == "from the guest"; }));
     m_display->sendPasteboard(QByteArray(DISPLAY_PASTEBOARD_MAX + 1, 'x'));
     EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND).size(), 1u);
 }
@@ -100,33 +100,27 @@ TEST_F(ChannelDisplayTest, closesOnceWhenTheSupervisorGoes)
     m_fake.send(DISPLAY_DAMAGE, {0, 0, 1, 1, 1, 1});
     m_fake.send(DISPLAY_CLOSED, {DISPLAY_CLOSE_STOPPED});
     m_fake.hangUp();
-    ASSERT_TRUE(spin_until([&] { return m_delegate.closes > 0; }));
+    ASSERT_TRUE(waitUntil([&] { return m_delegate.closes > 0; }));
     EXPECT_EQ(m_delegate.notifications, 1) << "what came before is still shown";
     EXPECT_EQ(m_display->fbuf(), nullptr);
     m_display->sendKey(1, true);
     m_display->acknowledgeFrame();
-    spin_until([&, turns = 0]() mutable { return ++turns > 20; });
+    waitUntil([&, turns = 0]() mutable { return ++turns > 20; });
     EXPECT_EQ(m_delegate.closes, 1);
-}
-
-TEST_F(ChannelDisplayTest, closesOnAPacketThatIsNone)
-{
-    ASSERT_EQ(send(m_fake.channel(), "short", 5, 0), 5);
-    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
 }
 
 TEST_F(ChannelDisplayTest, closesOnAFrameBufferThatCouldFault)
 {
     m_fake.send(DISPLAY_MODE, {64, 32, 0, 1}, UniqueFd(platform_memory_create("bad", 1 << 20)));
-    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return m_delegate.closes == 1; }));
 }
 
-TEST_F(ChannelDisplayTest, mayBeDeletedByWhatItTells)
+TEST_F(ChannelDisplayTest, closesOnAPacketThatIsNoneAndMayBeDeletedByWhatItTells)
 {
     m_delegate.deleteOnClose = true;
     (void)m_display.release();
-    m_fake.hangUp();
-    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+    ASSERT_EQ(send(m_fake.channel(), "short", 5, 0), 5);
+    EXPECT_TRUE(waitUntil([&] { return m_delegate.closes == 1; }));
 }
 
 TEST_F(ChannelDisplayTest, keepsTheEventLoopAliveUnderAFlood)
@@ -136,11 +130,11 @@ TEST_F(ChannelDisplayTest, keepsTheEventLoopAliveUnderAFlood)
         while (!stop)
             m_fake.send(DISPLAY_DAMAGE, {0, 0, 64, 32, 1, 0});
     });
-    EXPECT_TRUE(spin_until([&] { return m_delegate.notifications > 100; }));
+    EXPECT_TRUE(waitUntil([&] { return m_delegate.notifications > 100; }));
     stop = true;
     m_fake.hangUp();
     flood.join();
-    EXPECT_TRUE(spin_until([&] { return m_delegate.closes == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return m_delegate.closes == 1; }));
 }
 
 // How an asynchronous opening ends with a supervisor that does `act` when asked.
@@ -151,28 +145,29 @@ int error_of(const std::function<void(FakeSupervisor &)> &act)
     int result = -1;
     TarvDisplayCreateAsync(fake.path(), 0, &context,
                            [&](std::unique_ptr<TarvDisplay>, int error) { result = error; });
-    EXPECT_TRUE(spin_until([&] { return fake.asked(); }));
+    EXPECT_TRUE(waitUntil([&] { return fake.asked(); }));
     act(fake);
-    EXPECT_TRUE(spin_until([&] { return result != -1; }));
+    EXPECT_TRUE(waitUntil([&] { return result != -1; }));
     return result;
 }
 
-TEST(OpeningADisplay, saysWhyItFails)
+// The same for one that answers so.
+int error_of_answer(const std::string &bytes, const std::vector<int> &descriptors = {})
+{
+    return error_of([&](FakeSupervisor &fake) { fake.answerRaw(bytes, descriptors); });
+}
+
+using OpeningADisplay = ApplicationTest;
+
+TEST_F(OpeningADisplay, saysWhyItFails)
 {
     const std::string ok = R"({"status":"OK","body":{}})";
     EXPECT_EQ(error_of([](FakeSupervisor &fake) { fake.answer(10, 10); }), 0);
-    EXPECT_EQ(error_of([](FakeSupervisor &fake) {
-                  fake.answerRaw(R"({"status":"ERROR","error":2,"message":"no"})");
-              }),
-              ENODEV);
-    EXPECT_EQ(error_of([](FakeSupervisor &fake) { fake.answerRaw("garbage"); }), EPROTO);
-    EXPECT_EQ(error_of([&](FakeSupervisor &fake) { fake.answerRaw(ok); }), EPROTO)
-        << "no descriptors";
-    EXPECT_EQ(error_of([&](FakeSupervisor &fake) { fake.answerRaw(ok, {0, 0}); }), EPROTO);
-    EXPECT_EQ(error_of([&](FakeSupervisor &fake) {
-                  fake.answerRaw(ok, {0, 0, 0, 0, 0, 0});
-              }),
-              EMSGSIZE);
+    EXPECT_EQ(error_of_answer(R"({"status":"ERROR","error":2,"message":"no"})"), ENODEV);
+    EXPECT_EQ(error_of_answer("garbage"), EPROTO);
+    EXPECT_EQ(error_of_answer(ok), EPROTO) << "no descriptors";
+    EXPECT_EQ(error_of_answer(ok, {0, 0}), EPROTO);
+    EXPECT_EQ(error_of_answer(ok, {0, 0, 0, 0, 0, 0}), EMSGSIZE);
     EXPECT_EQ(error_of([](FakeSupervisor &fake) {
                   fake.answerRaw(R"({"status":"OK",)");
                   fake.hangUp();
@@ -182,14 +177,14 @@ TEST(OpeningADisplay, saysWhyItFails)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(OpeningADisplay, waitsOneSecondForASupervisorThatSaysNothing)
+TEST_F(OpeningADisplay, waitsOneSecondForASupervisorThatSaysNothing)
 {
     const FakeSupervisor fake;
     EXPECT_EQ(TarvDisplayCreate(fake.path(), 0), nullptr);
     EXPECT_EQ(errno, ETIMEDOUT);
 }
 
-TEST(OpeningADisplay, callsNobodyWhenItsContextIsGone)
+TEST_F(OpeningADisplay, callsNobodyWhenItsContextIsGone)
 {
     FakeSupervisor fake;
     bool called = false;
@@ -197,10 +192,10 @@ TEST(OpeningADisplay, callsNobodyWhenItsContextIsGone)
         QObject context;
         TarvDisplayCreateAsync(fake.path(), 0, &context,
                                [&](std::unique_ptr<TarvDisplay>, int) { called = true; });
-        ASSERT_TRUE(spin_until([&] { return fake.asked(); }));
+        ASSERT_TRUE(waitUntil([&] { return fake.asked(); }));
     }
     fake.answer(10, 10);
-    spin_until([turns = 0]() mutable { return ++turns > 20; });
+    waitUntil([turns = 0]() mutable { return ++turns > 20; });
     EXPECT_FALSE(called);
 }
 

@@ -4,24 +4,23 @@
 #include "app/kit/PasteboardArchive.h"
 #include "app/kit/UserDefaults.h"
 #include "tests/display/FakeDisplay.h"
-#include "tests/display/FakeSupervisor.h"
+#include "tests/kit/application.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QMimeData>
-#include <QSettings>
+#include <QPointer>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-class DisplayWindow : public testing::Test
+class DisplayWindow : public ApplicationTest
 {
 protected:
     DisplayWindow()
     {
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
         for (const char *key : {"liveResize", "sharedpasteboard", "lockKeyboard"})
             UserDefaults::standard().removeKey(QLatin1String(key));
     }
@@ -33,15 +32,14 @@ protected:
         m_controller = std::make_unique<TarvWindowController>(std::move(display));
         m_window = qobject_cast<TarvWindow *>(m_controller->window());
         m_controller->showWindow();
-        ASSERT_TRUE(spin_until([this] { return m_window->isActiveWindow(); }));
-        spin_until([turns = 0]() mutable { return ++turns > 10; });
+        ASSERT_TRUE(waitUntil([this] { return m_window->isActiveWindow(); }));
+        waitUntil([turns = 0]() mutable { return ++turns > 10; });
         m_display->taken();
     }
     QSize viewSize() const { return m_controller->view()->size(); }
     // As the user resizes: the window system says nothing but the sizes.
     void resizeContent(QSize size) { m_window->resize(m_window->size() + size - viewSize()); }
 
-    QTemporaryDir m_home;
     uint32_t m_caps = 0;
     FakeDisplay *m_display = nullptr;
     std::unique_ptr<TarvWindowController> m_controller;
@@ -53,7 +51,7 @@ TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndKeepsIt)
     UserDefaults::standard().setBool(QStringLiteral("liveResize"), true);
     open(640, 400);
     resizeContent(QSize(500, 350));
-    ASSERT_TRUE(spin_until([&] { return viewSize() == QSize(514, 360); }));
+    ASSERT_TRUE(waitUntil([&] { return viewSize() == QSize(514, 360); }));
     EXPECT_EQ(m_display->taken(), "size 514 360 0");
     m_display->setSize(512, 352); // as its video modes allow
     EXPECT_EQ(viewSize(), QSize(514, 360)) << "a change that the window caused";
@@ -71,7 +69,7 @@ TEST_F(DisplayWindow, closesWithItsVMAndNoOther)
     EXPECT_TRUE(m_window->isVisible());
     center.post(VMServiceDidStop, QStringLiteral("4A9E"));
     EXPECT_EQ(m_controller->window(), nullptr);
-    EXPECT_TRUE(spin_until([&] { return alive.isNull(); }));
+    EXPECT_TRUE(waitUntil([&] { return alive.isNull(); }));
     open(640, 400);
     m_display->delegate->displayDidClose(m_display);
     EXPECT_EQ(m_controller->window(), nullptr);
@@ -107,7 +105,7 @@ TEST_F(DisplayWindow, sharesThePasteboardWithoutEcho)
     refocus();
     refocus();
     EXPECT_EQ(m_display->pasteboards.size(), 2) << "sent once";
-    EXPECT_TRUE(spin_until([&] { return m_display->taken().find("ask 1") != std::string::npos; }))
+    EXPECT_TRUE(waitUntil([&] { return m_display->taken().find("ask 1") != std::string::npos; }))
         << "polls while it is key";
     m_controller->toggleSharedPasteboard(nullptr);
     EXPECT_FALSE(m_controller->pasteBoardEnabled());

@@ -1,5 +1,5 @@
 #include "tarvhv/tarvhv.h"
-#include "tests/display/FakeSupervisor.h"
+#include "tests/kit/application.h"
 
 #include <QUuid>
 
@@ -10,7 +10,7 @@
 
 namespace {
 
-class HostedVM : public testing::Test
+class HostedVM : public ApplicationTest
 {
 protected:
     void SetUp() override
@@ -24,7 +24,7 @@ protected:
     }
     void TearDown() override
     {
-        EXPECT_TRUE(spin_until([] { return TarvHVGetNumberOfVMsRunning() == 0; }));
+        EXPECT_TRUE(waitUntil([] { return TarvHVGetNumberOfVMsRunning() == 0; }));
         tarvhv_set_observer({});
         qunsetenv("TARV_HOST_ARM64");
     }
@@ -36,11 +36,11 @@ TEST_F(HostedVM, tellsHowItEnded)
 {
     tarvhv_set_supervisor("/bin/true");
     ASSERT_EQ(TarvHVStartVM(m_id.c_str(), 0), 0);
-    EXPECT_TRUE(spin_until([&] { return m_told == "stop "; }));
+    EXPECT_TRUE(waitUntil([&] { return m_told == "stop "; }));
     m_told.clear();
     tarvhv_set_supervisor("/bin/false");
     ASSERT_EQ(TarvHVStartVM(m_id.c_str(), 0), 0);
-    EXPECT_TRUE(spin_until([&] { return m_told == "stop failed "; }));
+    EXPECT_TRUE(waitUntil([&] { return m_told == "stop failed "; }));
     tarvhv_set_supervisor("/nowhere/tarvvm");
     EXPECT_EQ(TarvHVStartVM(m_id.c_str(), 0), -1);
     EXPECT_EQ(errno, ENOENT);

@@ -1,12 +1,11 @@
 #include "tarvhv/display/packet_socket.h"
 #include "tarvhv/display/packets.h"
 #include "tests/display/memory_screen.h"
+#include "tests/support/scratch.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstring>
-#include <sys/socket.h>
 
 namespace {
 
@@ -35,25 +34,22 @@ TEST(FrameBuffer, refusesMemoryThatDoesNotHoldWhatItSays)
     EXPECT_EQ(errno, EPROTO);
     EXPECT_FALSE(FrameBuffer::map(screen_memory(good, 16).get()));
     EXPECT_FALSE(FrameBuffer::map(-1));
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const UniqueFd in(ends[1]);
-    const UniqueFd out(ends[0]);
-    EXPECT_FALSE(FrameBuffer::map(out.get()));
+    EXPECT_FALSE(FrameBuffer::map(Ends().near.get()));
 
-    const auto refused = [&](auto change) {
+    const std::pair<uint32_t display_fbctl::*, uint32_t> changes[] = {
+        {&display_fbctl::magic, DISPLAY_MAGIC + 1},
+        {&display_fbctl::version, DISPLAY_VERSION + 1},
+        {&display_fbctl::width, 0},
+        {&display_fbctl::height, DISPLAY_HEIGHT_MAX + 1},
+        {&display_fbctl::height, DISPLAY_HEIGHT_MAX},
+        {&display_fbctl::stride, 31},
+        {&display_fbctl::stride, 28},
+        {&display_fbctl::stride, UINT32_MAX - 3}};
+    for (const auto &[member, value] : changes) {
         display_fbctl bad = good;
-        change(bad);
-        return !FrameBuffer::map(screen_memory(bad, size).get());
-    };
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.magic++; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.version++; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.width = 0; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.height = DISPLAY_HEIGHT_MAX + 1; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.stride = 31; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.stride = 28; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.stride = UINT32_MAX - 3; }));
-    EXPECT_TRUE(refused([](display_fbctl &c) { c.height = DISPLAY_HEIGHT_MAX; }));
+        bad.*member = value;
+        EXPECT_FALSE(FrameBuffer::map(screen_memory(bad, size).get())) << value;
+    }
 }
 
 TEST(DisplayState, clipsAndMergesDamage)
@@ -82,15 +78,18 @@ TEST(DisplayState, keepsWhatItHasWhenAPacketIsWrong)
 {
     DisplayState state = screen(100, 50);
     const UniqueFd small = screen_memory(screen_control(200, 200), DISPLAY_PIXELS_OFFSET);
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_MODE, {200, 200, 0, 0}), {}));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_MODE, {200, 200, 0, 0}), UniqueFd(dup(small.get()))));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_CURSOR, {64, 64, 0, 0}), UniqueFd(dup(small.get()))));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_CURSOR, {-1, 64, 0, 0}), {}));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_CURSOR, {1 << 16, 1 << 16, 0, 0}), {}));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_PASTEBOARD, {-1}), {}));
-    EXPECT_FALSE(state.feed(packet_of(DISPLAY_PASTEBOARD, {4097}), UniqueFd(dup(small.get()))));
-    EXPECT_FALSE(
-        state.feed(packet_of(DISPLAY_PASTEBOARD, {INT32_MAX}), UniqueFd(dup(small.get()))));
+    const std::pair<display_packet, bool> wrong[] = {
+        {packet_of(DISPLAY_MODE, {200, 200, 0, 0}), false},
+        {packet_of(DISPLAY_MODE, {200, 200, 0, 0}), true},
+        {packet_of(DISPLAY_CURSOR, {64, 64, 0, 0}), true},
+        {packet_of(DISPLAY_CURSOR, {-1, 64, 0, 0}), false},
+        {packet_of(DISPLAY_CURSOR, {1 << 16, 1 << 16, 0, 0}), false},
+        {packet_of(DISPLAY_PASTEBOARD, {-1}), false},
+        {packet_of(DISPLAY_PASTEBOARD, {4097}), true},
+        {packet_of(DISPLAY_PASTEBOARD, {INT32_MAX}), true}};
+    for (const auto &[packet, with_memory] : wrong)
+        EXPECT_FALSE(state.feed(packet, UniqueFd(with_memory ? dup(small.get()) : -1)))
+            << packet.type << " " << packet.arg[0];
     EXPECT_EQ(state.buffer().width(), 100);
     EXPECT_FALSE(state.takeChanges().cursor);
 
@@ -104,13 +103,6 @@ TEST(DisplayState, keepsWhatItHasWhenAPacketIsWrong)
 class Channel : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK, 0, ends), 0);
-        m_near.reset(ends[0]);
-        m_far.reset(ends[1]);
-    }
     // Sends until the channel is full.
     void block(PacketSender &sender)
     {
@@ -120,24 +112,21 @@ protected:
     std::vector<display_packet> drain(PacketSender &sender)
     {
         std::vector<display_packet> packets;
-        do {
-            display_packet packet;
-            while (recv(m_far.get(), &packet, sizeof packet, 0) == ssize_t(sizeof packet))
-                packets.push_back(packet);
+        for (bool waits = true; waits;) {
+            waits = sender.waiting() != 0;
             EXPECT_TRUE(sender.flush());
-        } while (sender.waiting() != 0);
-        display_packet packet;
-        while (recv(m_far.get(), &packet, sizeof packet, 0) == ssize_t(sizeof packet))
-            packets.push_back(packet);
+            display_packet packet;
+            while (recv(m_ends.far.get(), &packet, sizeof packet, 0) == ssize_t(sizeof packet))
+                packets.push_back(packet);
+        }
         return packets;
     }
-    UniqueFd m_near;
-    UniqueFd m_far;
+    Ends m_ends{SOCK_SEQPACKET | SOCK_NONBLOCK};
 };
 
 TEST_F(Channel, mergesWhatASilentSupervisorDoesNotRead)
 {
-    PacketSender sender(m_near.get());
+    PacketSender sender(m_ends.near.get());
     block(sender);
     for (int i = 0; i < 10000; i++) {
         sender.send(packet_of(DISPLAY_POINTER_ABS, {i, i, 0}));
@@ -151,7 +140,7 @@ TEST_F(Channel, mergesWhatASilentSupervisorDoesNotRead)
 
 TEST_F(Channel, neverLeavesAKeyPressed)
 {
-    PacketSender sender(m_near.get());
+    PacketSender sender(m_ends.near.get());
     EXPECT_TRUE(sender.send(packet_of(DISPLAY_KEY, {1, 1})));
     block(sender);
     for (int i = 0; i < 5000; i++) {
@@ -177,15 +166,16 @@ TEST_F(Channel, neverLeavesAKeyPressed)
 TEST_F(Channel, keepsTheLastWordOfASupervisorThatDidNotReadItAll)
 {
     const display_packet word = packet_of(DISPLAY_CLOSED, {DISPLAY_CLOSE_REFUSED});
-    PacketSender sender(m_near.get());
+    PacketSender sender(m_ends.near.get());
     ASSERT_TRUE(sender.send(packet_of(DISPLAY_KEY, {1, 1})));
-    ASSERT_EQ(send(m_far.get(), &word, sizeof word, 0), ssize_t(sizeof word));
-    m_far.reset();
+    ASSERT_EQ(send(m_ends.far.get(), &word, sizeof word, 0), ssize_t(sizeof word));
+    m_ends.far.reset();
     display_packet got{};
     std::vector<UniqueFd> none;
-    ASSERT_EQ(receive_with_descriptors(m_near.get(), &got, sizeof got, &none), ssize_t(sizeof got));
+    ASSERT_EQ(receive_with_descriptors(m_ends.near.get(), &got, sizeof got, &none),
+              ssize_t(sizeof got));
     EXPECT_EQ(got.type, DISPLAY_CLOSED);
-    EXPECT_EQ(receive_with_descriptors(m_near.get(), &got, sizeof got, &none), 0);
+    EXPECT_EQ(receive_with_descriptors(m_ends.near.get(), &got, sizeof got, &none), 0);
 }
 
 } // namespace

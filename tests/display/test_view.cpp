@@ -1,6 +1,6 @@
 #include "tarvhv/display/TarvDisplayView.h"
 #include "tests/display/FakeDisplay.h"
-#include "tests/display/FakeSupervisor.h"
+#include "tests/kit/application.h"
 
 #include <QDialog>
 #include <QPaintEvent>
@@ -28,7 +28,7 @@ public:
     QRegion region;
 };
 
-class View : public testing::Test, public TarvDisplayDelegate
+class View : public ApplicationTest, public TarvDisplayDelegate
 {
 protected:
     void SetUp() override
@@ -42,7 +42,7 @@ protected:
         m_window.show();
         m_window.activateWindow();
         m_view->setFocus();
-        ASSERT_TRUE(spin_until([this] { return m_paints.count > 0 && m_view->hasFocus(); }));
+        ASSERT_TRUE(waitUntil([this] { return m_paints.count > 0 && m_view->hasFocus(); }));
         settle();
         m_display.taken();
     }
@@ -74,7 +74,7 @@ TEST_F(View, repaintsTheDamagedPartOnceAndAnswersForIt)
     const int before = m_display.acknowledged;
     m_display.paint(QRect(10, 20, 30, 5), Qt::red);
     EXPECT_EQ(m_display.acknowledged, before);
-    ASSERT_TRUE(spin_until([&] { return m_paints.count > 0; }));
+    ASSERT_TRUE(waitUntil([&] { return m_paints.count > 0; }));
     EXPECT_EQ(m_paints.region, QRegion(10, 20, 30, 5));
     EXPECT_EQ(m_display.acknowledged, before + 1);
     settle();
@@ -122,7 +122,7 @@ TEST_F(View, releasesWhatIsPressedWhenItLosesTheKeyboard)
     QDialog sheet(&m_window);
     sheet.setWindowModality(Qt::WindowModal);
     sheet.open();
-    EXPECT_TRUE(spin_until([&] { return m_display.taken() == released; }));
+    EXPECT_TRUE(waitUntil([&] { return m_display.taken() == released; }));
     sheet.close();
     settle();
     m_view->setFocus();
