@@ -83,11 +83,14 @@ class Home:
         return found
 
     def end(self):
-        self.tarvctl("stop", "--force", *self.ids)
+        if running := [identifier for identifier, status in self.statuses().items()
+                       if status in ("running", "malfunction")]:
+            self.tarvctl("stop", "--force", *running)
         with socket.socket(socket.AF_UNIX) as service, contextlib.suppress(OSError):
             service.connect(str(self.path / "vlaunchd"))
             peer = service.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("3i"))
             os.kill(struct.unpack("3i", peer)[0], signal.SIGTERM)
+            service.recv(1)  # the end of the stream is its end
         shutil.rmtree(self.path)
 
 

@@ -2,7 +2,8 @@
 """Stands between a supervisor and QEMU and fails at a chosen moment.
 
 The file "plan" beside it holds "WHEN COMMAND DEED": WHEN is before or after, COMMAND one of the machine
-protocol's or "greeting", DEED is kill, exit, hang or close. Without it QEMU is run as it is.
+protocol's or "greeting", DEED is kill, exit, hang, close (its monitor) or blind (closes its display, and
+goes on). Without it QEMU is run as it is.
 """
 import ctypes
 import json
@@ -18,7 +19,10 @@ import sys
 QEMU = "/usr/bin/qemu-system-x86_64"
 
 
-def fail(deed, engine, supervisor):
+def fail(deed, engine, supervisor, display):
+    if deed == "blind":
+        display.shutdown(socket.SHUT_RDWR)
+        return
     if deed == "hang":
         signal.signal(signal.SIGTERM, signal.SIG_IGN)
         while True:
@@ -35,7 +39,7 @@ def fail(deed, engine, supervisor):
     os.kill(os.getpid(), signal.SIGKILL)
 
 
-def relay(supervisor, monitor, act):
+def relay(supervisor, monitor, act, displays):
     """Passes lines on, both ways, until one side ends."""
     names, rest = {}, {supervisor: b"", monitor: b""}
     while True:
@@ -48,6 +52,8 @@ def relay(supervisor, monitor, act):
                 message = json.loads(line)
                 if source is supervisor:
                     name = names[message["id"]] = message["execute"]
+                    if name == "getfd" and message["arguments"]["fdname"] == "display":
+                        displays.append(socket.socket(fileno=os.dup(fds[0])))
                     act("before", name)
                     socket.send_fds(monitor, [line + b"\n"], fds if name == "getfd" else [])
                     continue
@@ -68,11 +74,11 @@ def main():
     line = " ".join(sys.argv)
     supervisor = socket.socket(fileno=int(re.search(r"id=monitor,fd=(\d+)", line)[1]))
     inherited = [int(fd) for name, fd in re.findall(r"id=(\w+),fd=(\d+)", line) if name != "monitor"]
-    engine = None
+    engine, displays = None, []
 
     def act(now, name):
         if (now, name) == (when, command):
-            fail(deed, engine, supervisor)
+            fail(deed, engine, supervisor, *displays[:1] or [None])
 
     act("before", "greeting")
     monitor, theirs = socket.socketpair()
@@ -81,7 +87,7 @@ def main():
     engine = subprocess.Popen([QEMU, *arguments], pass_fds=[theirs.fileno(), *inherited],
                               preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGKILL))
     theirs.close()
-    relay(supervisor, monitor, act)
+    relay(supervisor, monitor, act, displays)
     sys.exit(engine.wait())
 
 

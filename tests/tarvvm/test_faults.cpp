@@ -120,6 +120,21 @@ TEST(Faults, hungEngineIsEndedByForceAlsoWhileItIsSuspended)
     vm.expectGone();
 }
 
+TEST(Faults, screenThatTheEngineDropsClosesItsViewers)
+{
+    FaultyVm vm("bars");
+    vm.plan("after system_reset blind");
+    ASSERT_TRUE(vm.startAndRun());
+    LiveViewer viewer(vm);
+    EXPECT_EQ(vm.ask("reboot\r\n").status(), "OK");
+    EXPECT_TRUE(wait_for([&] { return !viewer.take(); }));
+    EXPECT_EQ(viewer.closedReason(), DISPLAY_CLOSE_REMOVED);
+    EXPECT_THAT(vm.ask("display\r\n{\"index\":0}").message(), HasSubstr("no such screen"));
+    EXPECT_EQ(vm.state(), "running");
+    EXPECT_EQ(vm.ask("stop\r\n{\"force\":true}").status(), "OK");
+    EXPECT_EQ(vm.wait(), 0);
+}
+
 TEST(Faults, resumeThatFailsKeepsTheStateUntilAStartDoesWithout)
 {
     FaultyVm vm("bars");
