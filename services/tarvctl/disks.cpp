@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -29,6 +30,13 @@ bool read_qcow2_header(int fd, std::array<unsigned char, 32> &header)
 {
     return pread(fd, header.data(), header.size(), 0) == static_cast<ssize_t>(header.size()) &&
            memcmp(header.data(), "QFI\xfb", 4) == 0;
+}
+
+std::filesystem::path real_folder(const std::filesystem::path &path)
+{
+    std::error_code error;
+    const auto real = std::filesystem::weakly_canonical(path, error);
+    return error ? path.lexically_normal() : real;
 }
 
 } // namespace
@@ -109,11 +117,17 @@ std::vector<std::string> config_images(const struct kv *record)
 std::set<std::string> library_images(const struct kv *record)
 {
     std::set<std::string> result;
-    for (std::string file : config_images(record)) {
-        for (size_t depth = 0; depth < chain_max && !file.empty(); ++depth) {
-            if (is_library_image(file))
-                result.insert(file);
-            file = qcow2_backing(image_path(file));
+    const std::filesystem::path library = real_folder(image_directory());
+    for (const std::string &file : config_images(record)) {
+        std::filesystem::path path = image_path(file);
+        for (size_t depth = 0; depth < chain_max; ++depth) {
+            // However it is named: by an absolute path, or through a link to the folder.
+            if (real_folder(path.parent_path()) == library)
+                result.insert(path.filename());
+            const std::string base = qcow2_backing(path);
+            if (base.empty())
+                break;
+            path = (path.parent_path() / base).lexically_normal();
         }
     }
     return result;

@@ -132,7 +132,9 @@ Installer describe(const ImageInfo &image, const std::string &name, Clock::time_
                         image.modified};
     if (installer.version.empty())
         installer.version = version_in(name);
-    if (installer.build.empty())
+    // What tools that make discs call them when nobody does.
+    const bool is_named = installer.build != "ISOIMAGE" && installer.build != "CDROM";
+    if (installer.build.empty() || !is_named)
         installer.build = name;
     const std::string system = image.kind == ImageKind::disc ? system_on(image.path, deadline) : "";
     if (system.empty())

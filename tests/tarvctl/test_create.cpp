@@ -220,7 +220,7 @@ TEST_F(CreateTest, undoesWhatWasCancelledOrKilled)
                            "echo part > \"$5\"\nexec sleep 1000\n";
     std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
     make_disc(m_home.file("x.iso"), {0});
-    for (const int number : {SIGTERM, SIGKILL}) {
+    for (const int number : {SIGTERM, SIGINT, SIGKILL}) {
         m_home.set("qemu_img_executable", tool);
         const pid_t pid = m_home.spawn(
             {TARVCTL_PROGRAM, "create", "--disk-size", "4M", "vm", m_home.file("x.iso")}, 2);
@@ -228,7 +228,7 @@ TEST_F(CreateTest, undoesWhatWasCancelledOrKilled)
         kill(pid, number);
         int state = 0;
         ASSERT_EQ(waitpid(pid, &state, 0), pid);
-        if (number == SIGTERM) {
+        if (number != SIGKILL) {
             EXPECT_EQ(WEXITSTATUS(state), 9);
             EXPECT_THAT(names("vms"), IsEmpty());
             EXPECT_THAT(names("images"), IsEmpty());
@@ -282,6 +282,24 @@ TEST_F(CreateTest, clonesShareUntilBothAreGone)
               0);
     EXPECT_EQ(ctl({"delete", "--yes", twin})["exit"], 0);
     EXPECT_THAT(names("images"), IsEmpty());
+}
+
+// A layer that somebody made by hand names its base as they liked.
+TEST_F(CreateTest, keepsABaseThatIsNamedByItsPath)
+{
+    const std::string source = create("vm"), other = create("other");
+    const std::string base = m_home.file("images/" + source + "-disk0.qcow2");
+    const std::string layer = m_home.file("layer.qcow2");
+    m_home.run({"/usr/bin/qemu-img", "create", "-f", "qcow2", "-F", "qcow2", "-b", base, layer});
+    std::string text = record(other);
+    const std::string file = other + "-disk0.qcow2";
+    text.replace(text.find(file), file.size(), layer);
+    std::ofstream(m_home.file("vms/" + other + "/config.yaml")) << text;
+    EXPECT_EQ(ctl({"delete", "--yes", source})["exit"], 0);
+    EXPECT_TRUE(std::filesystem::exists(base));
+    EXPECT_EQ(ctl({"delete", "--yes", other})["exit"], 0);
+    EXPECT_FALSE(std::filesystem::exists(base)) << "it was the controller's own";
+    EXPECT_TRUE(std::filesystem::exists(layer));
 }
 
 TEST_F(CreateTest, leavesSourceAndLibraryWholeWhenACloneIsKilled)
