@@ -218,6 +218,10 @@
         <translation>Stoppen er&amp;zwingen</translation>
     </message>
     <message>
+        <source>Rena&amp;me</source>
+        <translation>U&amp;mbenennen</translation>
+    </message>
+    <message>
         <source>&amp;Clone</source>
         <translation>&amp;Klonen</translation>
     </message>
@@ -447,6 +451,13 @@
     <message>
         <source>Reason</source>
         <translation>Grund</translation>
+    </message>
+</context>
+<context>
+    <name>VirtualMachineDelegate</name>
+    <message>
+        <source>Name</source>
+        <translation>Name</translation>
     </message>
 </context>
 <context>

@@ -40,9 +40,8 @@ protected:
     // The argument vectors that the controller was run with, each joined by single spaces.
     QStringList recorded() const;
     bool waitForRecorded(int count) const;
-    // How the controller ends; a hanging one ends by a signal.
+    // How the controller ends.
     static void controllerEnds(int status, const char *answer = "");
-    static void controllerHangs();
 
 private:
     std::vector<std::unique_ptr<FakeService>> m_services;

@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
@@ -98,10 +99,14 @@ TEST_F(Reload, sortsByPlainComparisonAndMergesOnly)
 
 TEST_F(Reload, leavesUnreadableVMsOutAndSaysWhy)
 {
-    addVM(u"good"_s);
     const QString bad = randomId();
     writeVM(bad, "config.yaml", "name: [\n");
     open();
+    const auto *empty = widget<QLabel>(u"noContainersLabel"_s);
+    EXPECT_TRUE(empty->isVisibleTo(m_controller->window()));
+    addVM(u"good"_s);
+    NotificationCenter::defaultCenter().post(VMServiceDidCreate);
+    EXPECT_TRUE(waitFor([&] { return !empty->isVisibleTo(m_controller->window()); }));
     EXPECT_EQ(names(), QStringList(u"good"_s));
     const auto *line = widget<QToolButton>(u"unreadableButton"_s);
     EXPECT_FALSE(line->isHidden());

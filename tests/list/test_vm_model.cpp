@@ -3,6 +3,7 @@
 
 #include <QSignalSpy>
 #include <QTest>
+#include <QUuid>
 
 using namespace Qt::StringLiterals;
 
@@ -22,6 +23,17 @@ TEST_F(VMModel, statusFollowsTheServices)
     EXPECT_EQ(vm.status(), u"running"_s);
     TarvVM::setVM(id, 0);
     EXPECT_EQ(TarvVM(QString()).status(), u"stopped"_s);
+    EXPECT_EQ(TarvVM::displayStatusOf(u"not quite dEAD"_s), u"Not Quite Dead"_s);
+}
+
+TEST_F(VMModel, equalIdentifiersAreEqualWhateverTheirCase)
+{
+    const QString id = randomId();
+    TarvVM vm(id);
+    TarvVM same(id.toUpper());
+    EXPECT_TRUE(vm.isEqual(id.toUpper()) && vm.isEqual(QUuid(id)));
+    EXPECT_TRUE(vm.isEqual(QVariant::fromValue(&same)));
+    EXPECT_FALSE(vm.isEqual(QVariant()) || vm.isEqual(7) || vm.isEqual(randomId()));
 }
 
 TEST_F(VMModel, renamesOnceTheControllerHasAnswered)

@@ -1,20 +1,21 @@
 #include "app/kit/MainMenu.h"
 #include "app/kit/Responder.h"
-#include "app/kit/UserDefaults.h"
 #include "app/list/LongOperationWindow.h"
+#include "app/list/LongRunningOperationWindowController.h"
+#include "app/list/ProgressIndicator.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
-#include "app/list/WelcomeWindow.h"
+#include "app/list/WelcomeWindowCloseButton.h"
 #include "app/list/WelcomeWindowController.h"
 #include "app/shell/TarvVM.h"
 #include "tests/list/fixture.h"
 
 #include <QApplication>
-#include <QMessageBox>
+#include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -120,54 +121,6 @@ TEST_F(WelcomeWindowTest, doubleClickStartsOneVM)
     EXPECT_EQ(recorded().size(), 1);
 }
 
-TEST_F(WelcomeWindowTest, returnStartsAllSelectedVMs)
-{
-    select({m_two, m_three});
-    table()->setFocus();
-    QTest::keyClick(table(), Qt::Key_Return);
-    ASSERT_TRUE(waitForRecorded(2));
-    // Each start is a process of its own: their order is that of the launches, not of the lines.
-    QStringList got = recorded();
-    QStringList expected = {u"start -fv "_s + m_three, u"start -fv "_s + m_two};
-    got.sort();
-    expected.sort();
-    EXPECT_EQ(got, expected);
-}
-
-TEST_F(WelcomeWindowTest, commandsPassTheVMsThatTheyAreFor)
-{
-    const struct
-    {
-        void (WelcomeWindowController::*action)(QObject *);
-        QString command;
-        QString title;
-    } cases[] = {
-        {&WelcomeWindowController::stopVirtualMachine, u"stop "_s + m_one, u"Stopping ..."_s},
-        {&WelcomeWindowController::forceStopVirtualMachine,
-         u"stop --force %1 %2"_s.arg(m_one, m_three), u"Stopping ..."_s},
-        {&WelcomeWindowController::suspendVirtualMachine, u"suspend "_s + m_one,
-         u"Suspending ..."_s},
-        {&WelcomeWindowController::rebootVirtualMachine, u"suspend "_s + m_one, u"Rebooting ..."_s},
-    };
-    int count = 0;
-    for (const auto &c : cases) {
-        select({m_one, m_two, m_three});
-        const auto reloads = m_reloads->count();
-        (m_controller.get()->*c.action)(nullptr);
-        const auto *sheet = waitForSheet<LongOperationWindow>();
-        ASSERT_TRUE(sheet);
-        EXPECT_EQ(sheet->windowTitle(), c.title);
-        ASSERT_TRUE(waitForRecorded(++count));
-        EXPECT_EQ(recorded().last(), c.command);
-        EXPECT_TRUE(waitFor([&] {
-            return m_reloads->count() > reloads && !WindowController::attachedSheet(window());
-        }));
-    }
-    select({m_two});
-    m_controller->stopVirtualMachine();
-    EXPECT_FALSE(QTest::qWaitFor([&] { return recorded().size() > count; }, 300)) << "none runs";
-}
-
 TEST_F(WelcomeWindowTest, aVMThatDoesNotAnswerHoldsUpNoCommand)
 {
     supervise(m_two, Supervisor::silent);
@@ -179,84 +132,102 @@ TEST_F(WelcomeWindowTest, aVMThatDoesNotAnswerHoldsUpNoCommand)
     EXPECT_EQ(recorded(), QStringList(u"stop "_s + m_one));
 }
 
-TEST_F(WelcomeWindowTest, copiesAndClonesUnderANewName)
+TEST_F(WelcomeWindowTest, keysActOnTheSelection)
 {
-    select({m_two});
-    m_controller->copyVirtualMachine();
-    ASSERT_TRUE(waitForRecorded(1));
-    EXPECT_EQ(recorded().last(), u"clone --copy %1 two_copy"_s.arg(m_two));
-    EXPECT_TRUE(waitFor([&] { return !WindowController::attachedSheet(window()); }));
-    m_controller->cloneVirtualMachine();
-    ASSERT_TRUE(waitForRecorded(2));
-    EXPECT_EQ(recorded().last(), u"clone %1 two_copy"_s.arg(m_two));
-    EXPECT_FALSE(WindowController::attachedSheet(window()));
-    table()->clearSelection();
-    m_controller->copyVirtualMachine();
-    m_controller->cloneVirtualMachine();
-    EXPECT_FALSE(QTest::qWaitFor([&] { return recorded().size() > 2; }, 300));
-}
-
-TEST_F(WelcomeWindowTest, cancelledSheetEndsTheCommand)
-{
-    controllerHangs();
-    select({m_one});
-    m_controller->stopVirtualMachine();
-    auto *sheet = waitForSheet<LongOperationWindow>();
-    ASSERT_TRUE(waitForRecorded(1));
-    const auto reloads = m_reloads->count();
-    QTest::keyClick(sheet, Qt::Key_Escape);
-    // The command has ended by its signal, which the runner reports, modally without a key window.
-    bool reported = false;
-    QTimer dismiss;
-    QObject::connect(&dismiss, &QTimer::timeout, &dismiss, [&] {
-        for (QWidget *widget : QApplication::topLevelWidgets()) {
-            if (auto *alert = qobject_cast<QMessageBox *>(widget); alert && alert->isVisible()) {
-                reported = true;
-                QTest::keyClick(alert, Qt::Key_Escape);
-            }
-        }
-    });
-    dismiss.start(10);
-    EXPECT_TRUE(waitFor([&] { return reported; }));
-    dismiss.stop();
-    EXPECT_FALSE(QTest::qWaitFor([&] { return m_reloads->count() > reloads; }, 300));
-}
-
-TEST_F(WelcomeWindowTest, deleteAsksFirst)
-{
-    const auto answer = [this](const QString &question, const QString &button) {
-        auto *alert = waitForSheet<QMessageBox>();
-        ASSERT_TRUE(alert);
-        EXPECT_EQ(alert->text(), question);
-        QTest::mouseClick(alert->findChild<QPushButton *>(button), Qt::LeftButton);
-        ASSERT_TRUE(waitFor([&] { return !window()->findChild<QMessageBox *>(); }));
-    };
-    m_controller->delete_();
-    EXPECT_FALSE(WindowController::attachedSheet(window())) << "nothing is selected";
-    select({m_two});
+    QString opened;
+    TarvVM::setDisplayOpener([&](const QString &path, int) { opened = path; });
     table()->setFocus();
+    select({m_one});
+    QTest::keyClick(table(), Qt::Key_Return);
+    ASSERT_TRUE(waitFor([&] { return opened.contains(m_one); })) << "the screen of a running VM";
+    select({m_two, m_three});
+    QTest::keyClick(table(), Qt::Key_Return);
+    ASSERT_TRUE(waitForRecorded(2));
+    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_two));
+    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_three));
+
+    QTest::keyClick(table(), Qt::Key_F2);
+    EXPECT_FALSE(table()->findChild<QLineEdit *>(u"nameEditor"_s)) << "of which of the two?";
+    select({m_two});
+    for (const QString &name : {u" "_s, u"new"_s}) {
+        QTest::keyClick(table(), Qt::Key_F2);
+        QPointer<QLineEdit> editor = table()->findChild<QLineEdit *>(u"nameEditor"_s);
+        ASSERT_TRUE(editor);
+        editor->setText(name);
+        QTest::keyClick(editor, Qt::Key_Return);
+        ASSERT_TRUE(waitFor([&] { return !editor; }));
+    }
+    ASSERT_TRUE(waitForRecorded(3));
+    EXPECT_EQ(recorded().last(), u"modify %1 set name new"_s.arg(m_two));
+
+    QTest::keyClick(table(), Qt::Key_Escape);
     QTest::keyClick(table(), Qt::Key_Delete);
-    answer(u"Are you sure you want to delete two?"_s, u"alertButton2"_s);
-    select({m_one, m_two, m_three});
-    const auto reloads = m_reloads->count();
-    m_controller->delete_();
-    answer(u"Are you sure you want to delete 3 VMs?"_s, u"alertButton1"_s);
-    ASSERT_TRUE(waitFor([&] { return m_reloads->count() > reloads; }));
-    EXPECT_EQ(recorded(), QStringList(u"delete --yes %1 %2 %3"_s.arg(m_one, m_three, m_two)));
+    m_controller->copyVirtualMachine();
+    m_controller->cloneVirtualMachine();
+    m_controller->stopVirtualMachine();
+    EXPECT_FALSE(WindowController::attachedSheet(window())) << "nothing is selected";
+    EXPECT_FALSE(QTest::qWaitFor([&] { return recorded().size() > 3; }, 300));
+    QTest::keyClick(table(), Qt::Key_End);
+    EXPECT_EQ(table()->selectedRows(), QList<int>({2}));
+    QTest::keyClick(table(), Qt::Key_Home, Qt::ShiftModifier);
+    EXPECT_EQ(table()->selectedRows(), QList<int>({0, 1, 2}));
 }
 
 TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)
 {
     select({m_one});
-    EXPECT_FALSE(isEnabled("openDocument:"));
-    EXPECT_TRUE(isEnabled("stopVirtualMachine:"));
+    EXPECT_TRUE(isEnabled("stopVirtualMachine:") && !isEnabled("openDocument:"));
     select({m_two});
-    EXPECT_TRUE(isEnabled("openDocument:"));
-    EXPECT_FALSE(isEnabled("stopVirtualMachine:"));
-    EXPECT_TRUE(isEnabled("delete:"));
+    EXPECT_TRUE(!isEnabled("stopVirtualMachine:") && isEnabled("openDocument:"));
     QTest::keyClick(table(), Qt::Key_Escape);
-    EXPECT_FALSE(isEnabled("delete:"));
-    EXPECT_TRUE(isEnabled("performClose:"));
+    EXPECT_TRUE(!isEnabled("delete:") && isEnabled("performClose:"));
     EXPECT_TRUE(waitFor(
         [&] { return !window()->findChild<QPushButton *>(u"startButton"_s)->isEnabled(); }));
+}
+
+TEST_F(WelcomeWindowTest, theCloseButtonShowsUnderThePointerAndTheLayoutIsKept)
+{
+    auto *button = window()->findChild<WelcomeWindowCloseButton *>(u"closeButton"_s);
+    QWidget *area = window()->findChild<QWidget *>(u"infoView"_s);
+    const auto enter = [](QWidget *widget) {
+        QEnterEvent event(QPointF(1, 1), QPointF(1, 1), widget->mapToGlobal(QPointF(1, 1)));
+        QApplication::sendEvent(widget, &event);
+    };
+    QEvent leave(QEvent::Leave);
+    EXPECT_TRUE(button->isHidden());
+    enter(area);
+    EXPECT_FALSE(button->isHidden());
+    const QImage rest = button->icon().pixmap(20, 20).toImage();
+    enter(button);
+    EXPECT_NE(button->icon().pixmap(20, 20).toImage(), rest);
+    QApplication::sendEvent(button, &leave);
+    EXPECT_EQ(button->icon().pixmap(20, 20).toImage(), rest);
+    window()->resize(777, 555);
+    table()->setColumnWidth(1, 144);
+    QApplication::sendEvent(area, &leave);
+    EXPECT_TRUE(button->isHidden()) << "the new area takes the pointer as inside";
+    enter(area);
+    QTest::mouseClick(button, Qt::LeftButton);
+    EXPECT_FALSE(window()->isVisible());
+    m_controller.reset();
+    open();
+    EXPECT_EQ(window()->size(), QSize(777, 555));
+    EXPECT_EQ(table()->columnWidth(1), 144);
+}
+
+TEST(ProgressSheet, spinsUntilTheFirstProgress)
+{
+    const std::unique_ptr<LongRunningOperationWindowController> operation(
+        LongRunningOperationWindowController::controller());
+    const ProgressIndicator *indicator = operation->progressIndicator();
+    EXPECT_TRUE(waitFor([&] { return indicator->isAnimating(); }));
+    operation->setProgress(0);
+    operation->setProgress(-3);
+    EXPECT_TRUE(indicator->isAnimating());
+    operation->setProgress(12.5);
+    EXPECT_EQ(indicator->style(), ProgressIndicator::Style::bar);
+    EXPECT_EQ(indicator->value(), 12);
+    operation->setProgress(0);
+    operation->setProgress(1000);
+    EXPECT_EQ(indicator->value(), 100);
 }
