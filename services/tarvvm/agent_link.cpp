@@ -137,12 +137,13 @@ bool AgentLink::handleCapabilities(std::string_view body)
     return true;
 }
 
-bool AgentLink::handleContents(const AgentMessage &message, std::string_view body)
+bool AgentLink::handleContents(AgentMessage &message, std::string_view body)
 {
     uint32_t kind = AGENT_NONE;
     if (!agent_take_number(&body, &kind))
         return refuse("contents without their kind");
     const size_t head = message.body.size() - body.size();
-    m_listener.agentAnswered(kind, std::string(body), message.size - uint32_t(head));
+    message.body.erase(0, head);
+    m_listener.agentAnswered(kind, std::move(message.body), message.size - uint32_t(head));
     return true;
 }

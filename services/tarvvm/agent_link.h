@@ -67,7 +67,7 @@ public:
 private:
     bool handle(AgentMessage &message);
     bool handleCapabilities(std::string_view body);
-    bool handleContents(const AgentMessage &message, std::string_view body);
+    bool handleContents(AgentMessage &message, std::string_view body);
     bool refuse(const char *what);
     void sendCapabilities(bool ask);
     std::string selection() const;

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
+#include <sys/mman.h>
 #include <unistd.h>
 #include <utility>
 
@@ -17,21 +19,29 @@ constexpr std::chrono::seconds EAGER{2};
 constexpr unsigned LINES_MAX = 200; // what a guest can make this side log in all
 constexpr uint32_t USEFUL_KINDS = 1u << AGENT_TEXT | 1u << AGENT_PNG;
 
-// All bytes of a memory file. False with errno set.
-bool read_memory(int fd, size_t size, std::string *bytes)
+// The bytes of sealed memory. Its other end may still write: each is to be looked at once.
+class MappedMemory
 {
-    bytes->resize(size);
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t length = pread(fd, bytes->data() + done, size - done, off_t(done));
-        if (length == 0)
-            errno = EIO;
-        if (length == 0 || (length < 0 && errno != EINTR))
-            return false;
-        done += size_t(std::max<ssize_t>(length, 0));
+public:
+    MappedMemory(int fd, size_t size)
+        : m_bytes(size == 0 ? nullptr : mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0)),
+          m_size(size)
+    {
     }
-    return true;
-}
+    ~MappedMemory()
+    {
+        if (m_size != 0 && mapped())
+            munmap(m_bytes, m_size);
+    }
+    MappedMemory(const MappedMemory &) = delete;
+    MappedMemory &operator=(const MappedMemory &) = delete;
+    bool mapped() const { return m_bytes != MAP_FAILED; }
+    std::string_view bytes() const { return {static_cast<const char *>(m_bytes), m_size}; }
+
+private:
+    void *m_bytes;
+    size_t m_size;
+};
 
 // Null with errno set.
 std::shared_ptr<const PasteboardMemory> memory_of(const std::string &bytes)
@@ -215,7 +225,7 @@ void GuestPasteboard::agentAnswered(uint32_t kind, std::string contents, uint32_
     if (contents.size() != size) {
         log("what the guest copied is too large: " + std::to_string(size) + " bytes");
     } else if (kind == AGENT_TEXT) {
-        m_fetched.text = pasteboard_text(contents);
+        m_fetched.text = pasteboard_text(std::move(contents));
         if (m_port.link().linesEndWithCrLf())
             m_fetched.text = pasteboard_without_crlf(m_fetched.text);
         if (m_fetched.text.size() > PASTEBOARD_CONTENTS_MAX)
@@ -255,12 +265,13 @@ void GuestPasteboard::deliver()
 bool GuestPasteboard::give(UniqueFd memory, size_t size)
 {
     const int64_t there = platform_memory_size(memory.get(), /*sealed=*/true);
-    std::string archive;
-    if (size > DISPLAY_PASTEBOARD_MAX || there < 0 || uint64_t(there) < size ||
-        !read_memory(memory.get(), size, &archive))
+    if (size > DISPLAY_PASTEBOARD_MAX || there < 0 || uint64_t(there) < size)
         return false;
     auto contents = std::make_shared<PasteboardContents>();
-    if (!pasteboard_archive_read(archive, contents.get()))
+    const MappedMemory mapping(memory.get(), size);
+    if (!mapping.mapped())
+        log(std::string("a viewer's pasteboard: ") + std::strerror(errno));
+    else if (!pasteboard_archive_read(mapping.bytes(), contents.get()))
         log("a viewer's pasteboard of " + std::to_string(size) + " bytes is no archive");
     else if (!contents->empty() && m_port.link().ready() && !isKnown(*contents)) {
         forgetGuests();
@@ -280,10 +291,12 @@ bool GuestPasteboard::isKnown(const PasteboardContents &contents) const
 {
     if (m_host && *m_host == contents)
         return true;
-    std::string archive;
+    if (!m_held || m_offered == 0 || m_held->size < contents.text.size() + contents.png.size())
+        return false;
+    const MappedMemory mapping(m_held->fd.get(), m_held->size);
     PasteboardContents guests;
-    return m_held && m_offered != 0 && read_memory(m_held->fd.get(), m_held->size, &archive) &&
-           pasteboard_archive_read(archive, &guests) && guests == contents;
+    return mapping.mapped() && pasteboard_archive_read(mapping.bytes(), &guests) &&
+           guests == contents;
 }
 
 void GuestPasteboard::offer()

@@ -1,6 +1,7 @@
 #include "services/tarvvm/pasteboard_archive.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -186,6 +187,26 @@ size_t utf8_length(std::string_view bytes)
     return 0;
 }
 
+// How many bytes at the front are well-formed.
+size_t utf8_prefix(std::string_view bytes)
+{
+    constexpr uint64_t not_ascii = 0x8080808080808080;
+    size_t done = 0;
+    for (;;) {
+        uint64_t eight = not_ascii;
+        if (bytes.size() - done >= sizeof eight)
+            std::memcpy(&eight, bytes.data() + done, sizeof eight);
+        if ((eight & not_ascii) == 0) {
+            done += sizeof eight;
+            continue;
+        }
+        const size_t length = done < bytes.size() ? utf8_length(bytes.substr(done, 4)) : 0;
+        if (length == 0)
+            return done;
+        done += length;
+    }
+}
+
 } // namespace
 
 bool pasteboard_archive_read(std::string_view archive, PasteboardContents *contents)
@@ -236,16 +257,23 @@ std::string pasteboard_archive_write(const PasteboardContents &contents)
     return bytes;
 }
 
-std::string pasteboard_text(std::string_view bytes)
+std::string pasteboard_text(std::string bytes)
 {
-    while (bytes.ends_with('\0'))
-        bytes.remove_suffix(1);
+    bytes.erase(bytes.find_last_not_of('\0') + 1);
+    std::string_view rest = bytes;
+    size_t good = utf8_prefix(rest);
+    if (good == rest.size())
+        return bytes;
     std::string text;
     text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const size_t length = utf8_length(bytes);
-        text += length == 0 ? "\xef\xbf\xbd" : bytes.substr(0, length);
-        bytes.remove_prefix(length == 0 ? 1 : length);
+    while (!rest.empty()) {
+        text += rest.substr(0, good);
+        rest.remove_prefix(good);
+        if (!rest.empty()) {
+            text += "\xef\xbf\xbd";
+            rest.remove_prefix(1);
+        }
+        good = utf8_prefix(rest);
     }
     return text;
 }
@@ -258,21 +286,21 @@ bool pasteboard_is_png(std::string_view bytes)
 std::string pasteboard_with_crlf(std::string_view text)
 {
     std::string result;
-    char before = '\0';
-    for (const char c : text) {
-        if (c == '\n' && before != '\r')
-            result += '\r';
-        result += c;
-        before = c;
+    for (size_t end; (end = text.find('\n')) != std::string_view::npos;) {
+        result += text.substr(0, end);
+        result += result.ends_with('\r') ? "\n" : "\r\n";
+        text.remove_prefix(end + 1);
     }
-    return result;
+    return result.append(text);
 }
 
 std::string pasteboard_without_crlf(std::string_view text)
 {
     std::string result;
-    for (size_t i = 0; i < text.size(); i++)
-        if (text[i] != '\r' || i + 1 == text.size() || text[i + 1] != '\n')
-            result += text[i];
-    return result;
+    for (size_t end; (end = text.find("\r\n")) != std::string_view::npos;) {
+        result += text.substr(0, end);
+        result += '\n';
+        text.remove_prefix(end + 2);
+    }
+    return result.append(text);
 }

@@ -26,7 +26,7 @@ std::string pasteboard_archive_write(const PasteboardContents &contents);
 
 // Well-formed UTF-8 of a text that a guest calls so: without the zero bytes that some end with, and
 // with U+FFFD for what is none.
-std::string pasteboard_text(std::string_view bytes);
+std::string pasteboard_text(std::string bytes);
 // Whether bytes begin as a PNG file.
 bool pasteboard_is_png(std::string_view bytes);
 // Line ends of a text: LF to CR LF, where there is no CR yet, and back.

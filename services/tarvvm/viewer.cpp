@@ -190,6 +190,8 @@ void Viewer::receive()
             close(DISPLAY_CLOSE_REFUSED);
             return;
         }
+        if (packet.type == DISPLAY_PASTEBOARD_SEND)
+            return; // a large one takes its time: others come first
     }
 }
 

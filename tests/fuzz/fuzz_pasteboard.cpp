@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (pasteboard_archive_read(bytes, &contents) &&
         (!pasteboard_archive_read(pasteboard_archive_write(contents), &again) || again != contents))
         abort();
-    const std::string text = pasteboard_text(bytes);
+    const std::string text = pasteboard_text(std::string(bytes));
     if (pasteboard_text(text) != text ||
         pasteboard_without_crlf(pasteboard_with_crlf(text)).size() > text.size())
         abort();
