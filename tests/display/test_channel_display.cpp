@@ -18,10 +18,7 @@ class Delegate : public TarvDisplayDelegate
 {
 public:
     void displayNotification(TarvDisplay *) override { notifications++; }
-    void displayPasteboardDataDidChange(TarvDisplay *, const QByteArray &archive) override
-    {
-        pasteboard = archive;
-    }
+    void displayPasteboardDataDidChange(TarvDisplay *, const QByteArray &) override {}
     void displayDidClose(TarvDisplay *display) override
     {
         closes++;
@@ -31,7 +28,6 @@ public:
     int notifications = 0;
     int closes = 0;
     bool deleteOnClose = false;
-    QByteArray pasteboard;
 };
 
 class ChannelDisplayTest : public ApplicationTest
@@ -79,20 +75,6 @@ TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
     m_fake.send(DISPLAY_DAMAGE, {500, 500, 1, 1, 2, 1});
     EXPECT_TRUE(waitUntil([&] { return m_fake.received(DISPLAY_DAMAGE_DONE).size() == 2; }))
         << "damage outside the picture is answered for without a paint";
-}
-
-TEST_F(ChannelDisplayTest, carriesPasteboardsBothWays)
-{
-    m_display->sendPasteboard(QByteArray("to the guest"));
-    m_display->requestPasteboard(true);
-    ASSERT_TRUE(waitUntil([&] { return !m_fake.received(DISPLAY_PASTEBOARD_ASK).empty(); }));
-    EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND)[0].arg[0], 12);
-    UniqueFd memory(platform_memory_create("pasteboard", 14));
-    ASSERT_EQ(pwrite(memory.get(), "from the guest", 14, 0), 14);
-    m_fake.send(DISPLAY_PASTEBOARD, {14}, std::move(memory));
-    EXPECT_TRUE(waitUntil([&] { return m_delegate.pasteboard == "from the guest"; }));
-    m_display->sendPasteboard(QByteArray(DISPLAY_PASTEBOARD_MAX + 1, 'x'));
-    EXPECT_EQ(m_fake.received(DISPLAY_PASTEBOARD_SEND).size(), 1u);
 }
 
 TEST_F(ChannelDisplayTest, closesOnceWhenTheSupervisorGoes)

@@ -251,6 +251,13 @@ TEST_F(Pasteboard, garbageAndFloodsCostTheGuestItsPasteboardAndNothingElse)
         m_pasteboard->setPortOpen(true);
         EXPECT_THAT(told(), ElementsAre("6:ask"));
     }
+    send(broken[0]);
+    std::vector<std::string> asked;
+    for (int i = 0; i < 30 && asked.empty(); i++) { // seconds
+        sd_event_run(m_loop, 1000000);
+        asked = told();
+    }
+    EXPECT_THAT(asked, ElementsAre("6:ask")) << "after a while, without the port being opened anew";
     announce(0, false);
     EXPECT_EQ(m_reader.caps, BOTH);
     // What is of no use is passed over: other ports and types, contents that nobody asked for.
