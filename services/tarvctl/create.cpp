@@ -1,4 +1,5 @@
 #include "hostlib/config/config.h"
+#include "services/engine/machine.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
@@ -29,13 +30,19 @@ struct Plan
     ImageInfo image;
 };
 
+// A value and, for messages, where it comes from.
+struct Choice
+{
+    std::string source, value;
+};
+
 // What the command line says, else the setting, else the default.
-std::string chosen(const std::string &given, const char *key, const char *missing)
+Choice chosen(const char *option, const std::string &given, const char *key, const char *missing)
 {
     if (!given.empty())
-        return given;
+        return {option, given};
     const char *setting = config_find(key) ? config_get_str(key) : nullptr;
-    return setting ? setting : missing;
+    return {std::string("setting ") + key, setting ? setting : missing};
 }
 
 std::string from_environment(const char *variable, const char *missing,
@@ -57,10 +64,11 @@ std::string from_environment(const char *variable, const char *missing,
 std::string choose_firmware(const std::string &given, const ImageInfo &image)
 {
     const bool needs_uefi = image.boots_uefi && !image.boots_bios;
-    const std::string firmware = chosen(given, "default_firmware", needs_uefi ? "uefi" : "bios");
+    const auto [source, firmware] =
+        chosen("--firmware", given, "default_firmware", needs_uefi ? "uefi" : "bios");
     if (firmware != "bios" && firmware != "uefi")
         throw Failure(ExitStatus::input,
-                      "--firmware: \"" + firmware + "\" is neither bios nor uefi");
+                      source + ": \"" + firmware + "\" is neither bios nor uefi");
     const char *setting = config_find("uefi_code") ? config_get_path("uefi_code") : nullptr;
     const char *code = setting ? setting : "/usr/share/OVMF/OVMF_CODE_4M.fd";
     if (firmware == "uefi" && access(code, R_OK) != 0)
@@ -68,10 +76,10 @@ std::string choose_firmware(const std::string &given, const ImageInfo &image)
     return firmware;
 }
 
-void check_disk_size(const Plan &plan)
+void check_disk_size(const Plan &plan, const std::string &source)
 {
     if (plan.image.kind == ImageKind::disk && plan.disk < plan.image.virtual_size)
-        throw Failure(ExitStatus::input, "--disk-size: " + bytes_text(plan.disk) +
+        throw Failure(ExitStatus::input, source + ": " + bytes_text(plan.disk) +
                                              " is less than the image's own " +
                                              bytes_text(plan.image.virtual_size));
 }
@@ -97,12 +105,12 @@ Plan make_plan(const Arguments &arguments)
     Plan plan;
     plan.name = arguments.name;
     check_name(plan.name);
-    plan.cpus =
-        parse_number("--cpu-count", chosen(arguments.cpu_count, "default_nvcpu", "2"), 1, CPU_MOST);
-    plan.ram = parse_bytes("--ram-size", chosen(arguments.ram_size, "default_ram", "2G"), RAM_LEAST,
-                           RAM_MOST);
-    plan.disk = parse_bytes("--disk-size", chosen(arguments.disk_size, "default_disk", "64G"),
-                            DISK_LEAST, DISK_MOST);
+    const Choice cpus = chosen("--cpu-count", arguments.cpu_count, "default_nvcpu", "2");
+    const Choice ram = chosen("--ram-size", arguments.ram_size, "default_ram", "2G");
+    const Choice disk = chosen("--disk-size", arguments.disk_size, "default_disk", "64G");
+    plan.cpus = parse_number(cpus.source, cpus.value, 1, CPU_MOST);
+    plan.ram = parse_bytes(ram.source, ram.value, RAM_LEAST, RAM_MOST);
+    plan.disk = parse_bytes(disk.source, disk.value, DISK_LEAST, DISK_MOST);
     plan.disk_controller = from_environment("TARV_DISK_CONTROLLER", "ablk", {"ablk", "virtio-blk"});
     plan.network_mode = from_environment("TARV_NETWORK_MODE", "shared",
                                          {"host", "shared", "bridge", "disconnected"});
@@ -113,7 +121,11 @@ Plan make_plan(const Arguments &arguments)
     const std::string source = arguments.source == "latest" ? latest_installer() : arguments.source;
     plan.image = probe_image(image_source_path(source));
     plan.firmware = choose_firmware(arguments.firmware, plan.image);
-    check_disk_size(plan);
+    if (plan.firmware == "uefi" && plan.ram < MACHINE_RAM_UEFI_MIN)
+        throw Failure(ExitStatus::input, ram.source + ": " + bytes_text(plan.ram) +
+                                             " is less than the " +
+                                             bytes_text(MACHINE_RAM_UEFI_MIN) + " that UEFI needs");
+    check_disk_size(plan, disk.source);
     check_space(plan);
     return plan;
 }

@@ -168,6 +168,7 @@ TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
         {{"", good}, "NAME is required"},
         {{"a\nb", good}, "control character"},
         {{"--ram-size", "1K", "x", good}, "--ram-size: 1K is less than 16 MiB"},
+        {{"--ram-size", "16M", "--firmware", "uefi", "x", good}, "64 MiB that UEFI needs"},
         {{"--ram-size", "0", "x", good}, "--ram-size: 0 is less"},
         {{"--disk-size", "12 parsecs", "x", good}, "--disk-size: \"12 parsecs\" is not"},
         {{"--disk-size", "99999999999T", "x", good}, "--disk-size: 99999999999T is more than"},
@@ -181,6 +182,10 @@ TEST_F(CreateTest, refusesBadInputBeforeMakingAnything)
         EXPECT_THAT(answer["exit"].get<int>(), testing::AnyOf(2, 6)) << answer;
         EXPECT_THAT(answer["message"].get<std::string>(), HasSubstr(expected.message));
     }
+    m_home.set("default_disk", "much");
+    EXPECT_EQ(create_with({}, good)["message"],
+              "setting default_disk: \"much\" is not a number of bytes");
+    m_home.set("default_disk", "4M");
     m_home.environment["TARV_NETWORK_MODE"] = "pigeon";
     EXPECT_EQ(create_with({}, good)["message"],
               "TARV_NETWORK_MODE: \"pigeon\" is none of host, shared, bridge, disconnected");
