@@ -18,10 +18,7 @@ std::string nested(unsigned levels)
 
 TEST(Request, endsByItsOwnSyntaxHoweverItArrives)
 {
-    const struct
-    {
-        std::string bytes, rest, value;
-    } cases[] = {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {"status\r\n", "", "null"},
         {"status\r\n", "status\r\n", "null"},
         {"start\r\n\"com.a \\\" \\\\\"", "\r\n", R"("com.a \" \\")"},
@@ -29,14 +26,14 @@ TEST(Request, endsByItsOwnSyntaxHoweverItArrives)
          R"({"a":"}\"","b":[{},{"c":"]"}]})"},
         {"start\r\n" + nested(CLI2_DEPTH_MAX), "x", nested(CLI2_DEPTH_MAX)},
     };
-    for (const auto &each : cases) {
-        for (const size_t step : {size_t(1), size_t(3), each.bytes.size() + 8}) {
-            SCOPED_TRACE(each.bytes + " by " + std::to_string(step));
-            const RequestOutcome outcome = feed_request(each.bytes + each.rest, step, wants_json);
+    for (const auto &[bytes, rest, value] : cases) {
+        for (const size_t step : {size_t(1), size_t(3), bytes.size() + 8}) {
+            SCOPED_TRACE(bytes + " by " + std::to_string(step));
+            const RequestOutcome outcome = feed_request(bytes + rest, step, wants_json);
             EXPECT_EQ(outcome.result, 1);
-            EXPECT_EQ(outcome.used, each.bytes.size());
-            EXPECT_EQ(outcome.command, each.bytes.substr(0, each.bytes.find('\r')));
-            EXPECT_EQ(outcome.value, each.value);
+            EXPECT_EQ(outcome.used, bytes.size());
+            EXPECT_EQ(outcome.command, bytes.substr(0, bytes.find('\r')));
+            EXPECT_EQ(outcome.value, value);
         }
     }
 }

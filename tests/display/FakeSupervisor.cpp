@@ -1,33 +1,9 @@
 #include "tests/display/FakeSupervisor.h"
 
-#include "platform/socket.h"
+#include "tarvhv/cli2/io.h"
 #include "tests/display/memory_screen.h"
 
-#include <cstring>
 #include <poll.h>
-
-namespace {
-
-// The descriptors go with the first byte.
-void send_all(int fd, const void *bytes, size_t length, const std::vector<int> &descriptors)
-{
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * 8)] = {};
-    iovec part{const_cast<void *>(bytes), length};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (!descriptors.empty()) {
-        const size_t size = descriptors.size() * sizeof(int);
-        message.msg_control = control;
-        message.msg_controllen = CMSG_SPACE(size);
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        *header = {CMSG_LEN(size), SOL_SOCKET, SCM_RIGHTS};
-        std::memcpy(CMSG_DATA(header), descriptors.data(), size);
-    }
-    platform_sendmsg(fd, &message, 0);
-}
-
-} // namespace
 
 bool FakeSupervisor::asked() const
 {
@@ -46,7 +22,8 @@ void FakeSupervisor::answerRaw(const std::string &bytes, const std::vector<int> 
     char buffer[256];
     const ssize_t got = recv(m_connection.get(), buffer, sizeof buffer, MSG_DONTWAIT);
     request.assign(buffer, size_t(std::max<ssize_t>(got, 0)));
-    send_all(m_connection.get(), bytes.data(), bytes.size(), descriptors);
+    cli2_send_fds(m_connection.get(), bytes.data(), bytes.size(), 0, descriptors.data(),
+                  descriptors.size());
 }
 
 void FakeSupervisor::answer(int width, int height)
@@ -74,8 +51,8 @@ void FakeSupervisor::send(uint32_t type, std::initializer_list<int32_t> argument
     display_packet packet{};
     packet.type = type;
     std::copy(arguments.begin(), arguments.end(), packet.arg);
-    send_all(channel(), &packet, sizeof packet,
-             descriptor ? std::vector<int>{descriptor.get()} : std::vector<int>{});
+    const int fd = descriptor.get();
+    cli2_send_fds(channel(), &packet, sizeof packet, MSG_DONTWAIT, &fd, descriptor ? 1 : 0);
 }
 
 void FakeSupervisor::hangUp()

@@ -47,13 +47,7 @@ TEST(DisplayGeometry, constrainsTheUsersResizing)
 {
     const GuestScreen guest{1024, 768, false};
     const QSizeF now(800, 625);
-    struct Case
-    {
-        ResizeMode mode;
-        QSizeF proposed;
-        QSizeF allowed;
-    };
-    const Case cases[] = {
+    const std::tuple<ResizeMode, QSizeF, QSizeF> cases[] = {
         {ResizeMode::fixed, {10, 10}, {10, 10}},
         {ResizeMode::live, {10, 10}, {320, 265}},
         {ResizeMode::live, {3000, 700.5}, {3000, 701}},
@@ -62,9 +56,9 @@ TEST(DisplayGeometry, constrainsTheUsersResizing)
         {ResizeMode::scaled, {10, 10}, {320, 265}},     // the least size
         {ResizeMode::scaled, {1200, 625}, {1024, 793}}, // no larger than the guest
     };
-    for (const Case &each : cases)
-        EXPECT_EQ(constrained_frame(guest, each.mode, now, each.proposed, SPACE), each.allowed)
-            << each.proposed.width() << " x " << each.proposed.height();
+    for (const auto &[mode, proposed, allowed] : cases)
+        EXPECT_EQ(constrained_frame(guest, mode, now, proposed, SPACE), allowed)
+            << proposed.width() << " x " << proposed.height();
     const GuestScreen large{4000, 2000, false};
     EXPECT_EQ(constrained_frame(large, ResizeMode::scaled, now, {2000, 900}, SPACE),
               QSizeF(1440, 745));

@@ -66,24 +66,20 @@ TEST(KvYaml, quotesTextsThatWouldReadAsSomethingElse)
 
 TEST(KvYaml, readsTypesOfPlainScalarsOnly)
 {
-    const struct
-    {
-        const char *yaml;
-        uint32_t type;
-        int64_t number;
-        const char *text;
-    } rows[] = {{"4096", KV_INT, 4096, "4096"},
-                {"-1", KV_INT, -1, "-1"},
-                {"0x10", KV_INT, 16, "0x10"},
-                {"off", KV_BOOL, 0, "off"},
-                {"2026-11-21", KV_DATE, 1795219200, "2026-11-21"},
-                {"1970-01-01 01:00:05.9+01:00", KV_DATE, 5, "1970-01-01 01:00:05.9+01:00"},
-                {"", KV_NONE, -9, "default"},
-                {"'4'", KV_STRING, -9, "4"},
-                {"1.5", KV_STRING, -9, "1.5"},
-                {"9223372036854775808", KV_STRING, -9, "9223372036854775808"},
-                {"!!int '5'", KV_INT, 5, "5"},
-                {"!!str 5", KV_STRING, -9, "5"}};
+    const std::tuple<const char *, uint32_t, int64_t, const char *> rows[] = {
+        {"4096", KV_INT, 4096, "4096"},
+        {"-1", KV_INT, -1, "-1"},
+        {"0x10", KV_INT, 16, "0x10"},
+        {"007", KV_STRING, -9, "007"},
+        {"off", KV_BOOL, 0, "off"},
+        {"2026-11-21", KV_DATE, 1795219200, "2026-11-21"},
+        {"1970-01-01 01:00:05.9+01:00", KV_DATE, 5, "1970-01-01 01:00:05.9+01:00"},
+        {"", KV_NONE, -9, "default"},
+        {"'4'", KV_STRING, -9, "4"},
+        {"1.5", KV_STRING, -9, "1.5"},
+        {"9223372036854775808", KV_STRING, -9, "9223372036854775808"},
+        {"!!int '5'", KV_INT, 5, "5"},
+        {"!!str 5", KV_STRING, -9, "5"}};
     for (const auto &[yaml, type, number, text] : rows) {
         const KvOwner tree = load_yaml("a: " + std::string(yaml));
         EXPECT_EQ(kv_type(kv_get(tree.get(), "a")), type) << yaml;

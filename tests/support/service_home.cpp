@@ -1,18 +1,12 @@
 #include "tests/support/service_home.h"
 
+#include "tests/support/scratch.h"
+
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
-#include <fcntl.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -38,9 +32,7 @@ std::vector<pid_t> processes_with(const std::string &text)
 
 std::string file_text(const std::string &path)
 {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
+    return read_file(path);
 }
 
 ServiceHome::ServiceHome()
@@ -131,14 +123,11 @@ ProgramResult ServiceHome::run(const std::vector<std::string> &argv) const
 {
     ProgramResult result;
     const std::string out = file("run.out"), err = file("run.err");
-    const int out_fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const int err_fd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const pid_t pid = spawn(argv, out_fd, err_fd);
-    close(out_fd);
-    close(err_fd);
-    int status = 0;
-    if (pid > 0 && waitpid(pid, &status, 0) == pid)
-        result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+    const UniqueFd out_fd(open(out.c_str(), flags, 0600)), err_fd(open(err.c_str(), flags, 0600));
+    const pid_t pid = spawn(argv, out_fd.get(), err_fd.get());
+    if (pid > 0)
+        result.status = wait_child(pid);
     result.out = file_text(out);
     result.err = file_text(err);
     return result;
@@ -146,15 +135,10 @@ ProgramResult ServiceHome::run(const std::vector<std::string> &argv) const
 
 pid_t ServiceHome::start_vlaunchd()
 {
-    const int log = open(file("log/vlaunchd.log").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    m_vlaunchd = spawn({VLAUNCHD_PROGRAM}, log, log);
-    close(log);
-    wait_for([&] {
-        const int fd = connect_vlaunchd();
-        if (fd >= 0)
-            close(fd);
-        return fd >= 0;
-    });
+    const UniqueFd log(
+        open(file("log/vlaunchd.log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    m_vlaunchd = spawn({VLAUNCHD_PROGRAM}, log.get(), log.get());
+    wait_for([&] { return bool(UniqueFd(connect_vlaunchd())); });
     return m_vlaunchd;
 }
 
@@ -169,43 +153,35 @@ void ServiceHome::end_vlaunchd(int signal_number)
 
 void ServiceHome::kill_service()
 {
-    const int fd = connect_vlaunchd();
-    if (fd < 0)
-        return;
+    const UniqueFd fd(connect_vlaunchd());
     ucred peer = {};
     socklen_t size = sizeof peer;
-    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 1)
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.pid > 1)
         kill(peer.pid, SIGKILL);
     char byte;
-    while (recv(fd, &byte, 1, 0) > 0)
+    while (recv(fd.get(), &byte, 1, 0) > 0)
         ;
-    close(fd);
 }
 
 int ServiceHome::connect_vlaunchd() const
 {
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     file("vlaunchd").copy(address.sun_path, sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0)
-        return fd;
-    close(fd);
-    return -1;
+    UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto *where = reinterpret_cast<sockaddr *>(&address);
+    return connect(fd.get(), where, sizeof address) == 0 ? fd.release() : -1;
 }
 
 std::string ServiceHome::ask(const std::string &request) const
 {
-    const int fd = connect_vlaunchd();
-    if (fd < 0)
-        return "";
+    const UniqueFd fd(connect_vlaunchd());
     std::string answer;
     char bytes[4096];
-    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) >= 0) {
+    if (send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL) >= 0) {
         const timeval patience = {.tv_sec = 60, .tv_usec = 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        for (ssize_t got; (got = recv(fd, bytes, sizeof bytes, 0)) > 0;)
+        setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        for (ssize_t got; (got = recv(fd.get(), bytes, sizeof bytes, 0)) > 0;)
             answer.append(bytes, static_cast<size_t>(got));
     }
-    close(fd);
     return answer;
 }

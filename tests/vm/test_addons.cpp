@@ -84,10 +84,8 @@ TEST_F(Addons, recordIsDecodedAndChecked)
     std::string no_record = boot_sector("12345678", 10), no_boot = no_record;
     no_record[364] = 't';
     no_boot[511] = 0;
-    std::string large = no_record;
-    large.resize(4096);
-    large += "EFI PART";
-    large.resize(40960);
+    const std::string large =
+        no_record + std::string(4096 - 512, 0) + "EFI PART" + std::string(36856, 0);
     for (const std::string &bytes : {no_record, no_boot, large, std::string(511, 'x')}) {
         write_file(image, bytes);
         EXPECT_EQ(pyver_read(image.c_str()), nullptr);

@@ -1,6 +1,7 @@
 #include "hostlib/vm/owners.h"
 #include "hostlib/vm/vm.h"
 #include "policy/owners.h"
+#include "tests/support/small_disk.h"
 #include "tests/vm/home.h"
 
 #include <cerrno>
@@ -8,8 +9,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <vector>
 
@@ -46,14 +45,9 @@ bool is_whole(const struct kv *tree)
            kv_count(kv_get(tree, "items")) == static_cast<size_t>(items);
 }
 
-std::string tag_of(int items)
+std::string tag_of(size_t length)
 {
-    return std::string(static_cast<size_t>(items) + 1, static_cast<char>('a' + items % 26));
-}
-
-bool is_whole_tag(const std::string &tag)
-{
-    return !tag.empty() && tag == tag_of(static_cast<int>(tag.size()) - 1);
+    return std::string(length, static_cast<char>('a' + length % 26));
 }
 
 int write_until_end(const fs::path &dir, Clock::time_point end)
@@ -61,7 +55,7 @@ int write_until_end(const fs::path &dir, Clock::time_point end)
     const VmOwner vm(vm_open(dir.c_str()));
     for (int round = 0; Clock::now() < end; ++round) {
         const int items = round * 7919 % 1500;
-        const KvOwner tag(kv_new_type(KV_STRING, tag_of(items).c_str()));
+        const KvOwner tag(kv_new_type(KV_STRING, tag_of(size_t(items) + 1).c_str()));
         if (vm_write_config(vm.get(), document(items).get()) != 0 ||
             vm_write_version(vm.get(), tag.get()) != 0)
             return 2;
@@ -85,18 +79,11 @@ int read_until_end(const fs::path &dir, Clock::time_point end)
             return 3;
         seen += tree ? 1 : 0;
         const KvOwner version(vm_read_version(vm.get()));
-        if (version ? !is_whole_tag(kv_get_str(version.get(), "tag", "")) : errno != ENOENT)
+        const std::string tag = kv_get_str(version.get(), "tag", "");
+        if (version ? tag.empty() || tag != tag_of(tag.size()) : errno != ENOENT)
             return 4;
     }
     return seen > 0 ? 0 : 5;
-}
-
-// A file system of one page, seen by this process alone.
-bool mount_small(const fs::path &path)
-{
-    return (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) &&
-           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", path.c_str(), "tmpfs", 0, "size=16k") == 0;
 }
 
 // Tries to write a longer configuration and version once `fill` has used up the room; 0 when both
@@ -139,10 +126,8 @@ TEST_F(Sharing, noReaderSeesATornOrEmptyFile)
 {
     const auto end = end_of_run();
     std::vector<pid_t> children;
-    for (int i = 0; i < 2; ++i)
-        children.push_back(run_child([&] { return write_until_end(dir, end); }));
-    for (int i = 0; i < 2; ++i)
-        children.push_back(run_child([&] { return read_until_end(dir, end); }));
+    for (const auto work : {write_until_end, write_until_end, read_until_end, read_until_end})
+        children.push_back(run_child([&] { return work(dir, end); }));
     for (const pid_t child : children)
         EXPECT_EQ(wait_child(child), 0);
     EXPECT_EQ(Home::get().takeLog(), "");
@@ -150,15 +135,9 @@ TEST_F(Sharing, noReaderSeesATornOrEmptyFile)
 
 TEST_F(Sharing, aFullDiskKeepsTheOldText)
 {
-    const fs::path small = Home::get().dir / "small";
-    fs::create_directory(small);
     const int result = wait_child(run_child([&] {
-        if (!mount_small(small))
-            return 77;
-        const int full =
-            overfill(small, [&] { write_file(small / "fill", std::string(16384, 'x')); });
-        umount(small.c_str());
-        return full;
+        const SmallDisk small(dir, "16k");
+        return small.mounted() ? overfill(dir, [&] { small.fill(); }) : 77;
     }));
     if (result == 77)
         GTEST_SKIP() << "no right to mount a small file system";

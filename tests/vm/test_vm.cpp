@@ -5,9 +5,7 @@
 #include "tests/vm/home.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -90,14 +88,12 @@ TEST_F(Record, readsAndWritesItsVersionAsBytes)
     EXPECT_EQ(vm_read_version(vm.get()), nullptr);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(Home::get().takeLog(), "");
-    const struct
-    {
-        const char *text, *tag;
-    } cases[] = {{";c\n1.2 beta\r\nmore\n", "1.2 beta\r\n"}, {"1.2", "1.2"}, {"\n1.2\n", "\n"}};
-    for (const auto &each : cases) {
-        write_file(dir / "localversion", each.text);
+    const std::pair<const char *, const char *> cases[] = {
+        {";c\n1.2 beta\r\nmore\n", "1.2 beta\r\n"}, {"1.2", "1.2"}, {"\n1.2\n", "\n"}};
+    for (const auto &[text, tag] : cases) {
+        write_file(dir / "localversion", text);
         const KvOwner version(vm_read_version(vm.get()));
-        EXPECT_STREQ(kv_get_str(version.get(), "tag", ""), each.tag);
+        EXPECT_STREQ(kv_get_str(version.get(), "tag", ""), tag);
     }
     write_file(dir / "localversion", ";a\n;b");
     EXPECT_EQ(vm_read_version(vm.get()), nullptr);

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <thread>
