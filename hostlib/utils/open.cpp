@@ -24,6 +24,12 @@ std::string parent_directory(const std::string &path)
     return end == std::string::npos ? "/" : path.substr(0, end + 1);
 }
 
+// The mode that follows the flags where they make a file.
+mode_t creation_mode(int flags, va_list arguments)
+{
+    return (flags & O_CREAT) != 0 ? mode_t(va_arg(arguments, unsigned)) : 0644;
+}
+
 // Write-only streams always append, whether or not O_APPEND was asked for.
 const char *stream_mode(int flags)
 {
@@ -41,13 +47,10 @@ const char *stream_mode(int flags)
 
 int openx(const char *path, int flags, ...)
 {
-    mode_t mode = 0644;
-    if ((flags & O_CREAT) != 0) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = mode_t(va_arg(arguments, unsigned));
-        va_end(arguments);
-    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = creation_mode(flags, arguments);
+    va_end(arguments);
     if (path == nullptr) {
         errno = EINVAL;
         return -1;
@@ -74,13 +77,10 @@ int standard_fds_open()
 
 FILE *fopenat(int dirfd, const char *path, int flags, ...)
 {
-    mode_t mode = 0644;
-    if ((flags & O_CREAT) != 0) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = mode_t(va_arg(arguments, unsigned));
-        va_end(arguments);
-    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = creation_mode(flags, arguments);
+    va_end(arguments);
     if (path == nullptr) {
         errno = EINVAL;
         return nullptr;

@@ -51,6 +51,24 @@ std::array<char, Size> quoted_label(const char *id)
     return label;
 }
 
+// A connection that asks the launch service about the VM's job; none, logged and with errno set,
+// where `task` fails for want of the service. `LabelSize` as with quoted_label.
+template <size_t LabelSize>
+UniqueFd ask_launch_service(const char *id, const char *command, const char *task)
+{
+    UniqueFd fd(vconnect(command));
+    if (!fd) {
+        const int error = errno;
+        dprintf(log_fd, "vms: %s: failed to %s: connection failed: %s\r\n", id, task,
+                strerror(error));
+        errno = error;
+        return fd;
+    }
+    const auto label = quoted_label<LabelSize>(id);
+    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
+    return fd;
+}
+
 // What an answer says went wrong. `error` is the errno of reading it.
 const char *reason(const struct json *answer, int error)
 {
@@ -140,16 +158,9 @@ int vms_exit_status(const char *id)
         errno = ECHILD;
         return -1;
     }
-    UniqueFd fd(vconnect("status"));
-    if (!fd) {
-        const int error = errno;
-        dprintf(log_fd, "vms: %s: failed to request status: connection failed: %s\r\n", id,
-                strerror(error));
-        errno = error;
+    UniqueFd fd = ask_launch_service<128>(id, "status", "request status");
+    if (!fd)
         return -1;
-    }
-    const auto label = quoted_label<128>(id);
-    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
     errno = 0;
     const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
     const int error = errno;
@@ -184,16 +195,9 @@ int vms_stop(const char *id)
         errno = ESRCH;
         return -1;
     }
-    UniqueFd fd(vconnect("remove"));
-    if (!fd) {
-        const int error = errno;
-        dprintf(log_fd, "vms: %s: failed to remove job: connection failed: %s\r\n", id,
-                strerror(error));
-        errno = error;
+    UniqueFd fd = ask_launch_service<1024>(id, "remove", "remove job");
+    if (!fd)
         return -1;
-    }
-    const auto label = quoted_label<1024>(id);
-    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
     errno = 0;
     const JsonOwner answer(cli2_recv_json(fd.get()));
     const int error = errno;

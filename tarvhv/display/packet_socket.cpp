@@ -1,6 +1,7 @@
 #include "tarvhv/display/packet_socket.h"
 
 #include "platform/socket.h"
+#include "tarvhv/cli2/io.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -95,25 +96,8 @@ bool PacketSender::flush()
 
 PacketSender::Sent PacketSender::trySend(const display_packet &packet, int descriptor) const
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-    iovec part{const_cast<display_packet *>(&packet), sizeof packet};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (descriptor >= 0) {
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(sizeof descriptor);
-        std::memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
-    }
-    ssize_t sent;
-    do
-        sent = platform_sendmsg(m_fd, &message, MSG_DONTWAIT);
-    while (sent < 0 && errno == EINTR);
-    if (sent >= 0)
+    if (cli2_send_fds(m_fd, &packet, sizeof packet, MSG_DONTWAIT, &descriptor,
+                      descriptor >= 0 ? 1 : 0) == 0)
         return Sent::yes;
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS ? Sent::no_room
                                                                        : Sent::failed;
