@@ -94,15 +94,14 @@ void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Don
         m_screens.push_back(std::move(screen));
         // The first head has its size from the start; a further one is plugged in by it.
         if (number > 0 && m_begin == Begin::configured)
-            askConfiguredSize(number);
+            plugIn(number);
     }
     done(m_screens.empty() ? "QEMU has no screen" : "");
 }
 
-void DisplayServer::askConfiguredSize(size_t number)
+void DisplayServer::plugIn(size_t number)
 {
-    const MachineDisplay &display = m_machine.displays[number];
-    m_screens[number]->requestSize(int32_t(display.width), int32_t(display.height), display.hdpi);
+    m_screens[number]->plugIn(m_machine.displays[number].width, m_machine.displays[number].height);
 }
 
 void DisplayServer::keepSizes()
@@ -116,7 +115,7 @@ void DisplayServer::keepSizes()
             if (screen.used() || i == 0)
                 screen.keepSize();
             else
-                askConfiguredSize(i);
+                plugIn(i);
         }
     });
 }

@@ -44,7 +44,7 @@ public:
 private:
     void remove();
     void takeConsoles(const std::vector<Console> &consoles, const Done &done);
-    void askConfiguredSize(size_t number);
+    void plugIn(size_t number);
 
     sd_event *m_loop;
     const Machine &m_machine;

@@ -290,6 +290,16 @@ void Screen::requestSize(int32_t width, int32_t height, bool hdpi)
     sendSize(hint.width, hint.height, hdpi);
 }
 
+void Screen::plugIn(uint32_t width, uint32_t height)
+{
+    // No change of size will tell that the guest uses it.
+    m_used = width == m_begun.width && height == m_begun.height;
+    if (m_used && m_desktop)
+        m_desktop->setSize(m_console.index, width, height);
+    m_last_hint = {width, height, m_mode.hdpi};
+    sendSize(width, height, m_mode.hdpi);
+}
+
 void Screen::keepSize()
 {
     sendSize(m_console.width, m_console.height, m_mode.hdpi);

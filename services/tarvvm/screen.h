@@ -30,10 +30,10 @@ public:
     void consoleChanged(const ConsoleChange &change);
     // Tells all viewers and hangs up.
     void close(display_close_reason reason);
+    // Plugs in a further screen, which QEMU shows in a size of its own until the guest uses it.
+    void plugIn(uint32_t width, uint32_t height);
     // Tells QEMU the size that the guest has, after it was loaded with a saved state.
     void keepSize();
-    // Asks the guest for a size.
-    void requestSize(int32_t width, int32_t height, bool hdpi);
 
     const FrameBuffer &frame() const { return *m_frame; }
     ScreenMode mode() const { return m_mode; }
@@ -64,6 +64,7 @@ private:
     void sendCursor(Viewer &viewer);
     void checkSize();
     bool sizeDiffers() const;
+    void requestSize(int32_t width, int32_t height, bool hdpi);
     void sendSize(uint32_t width, uint32_t height, bool hdpi);
     void broadcastMode();
 

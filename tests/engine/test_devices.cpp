@@ -83,6 +83,7 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
     LiveVm vm("linux", "- {file: second.img, controller: virtio-blk}\n"
                        "firmware: uefi\ncdrom: disc.iso\naudio: true\n"
                        "displays:\n- {width: 1280, height: 800}\n- {width: 800, height: 600}\n"
+                       "- {width: 640, height: 480}\n- {width: 720, height: 480}\n"
                        "network:\n- {mode: shared, mac: '" +
                            greeter.mac(1) +
                            "'}\n"
@@ -93,7 +94,7 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
     vm.write("images/disc.iso", std::string(1 << 16, '\0'));
     ASSERT_TRUE(vm.startAndRun()) << vm.log();
     Serial serial(vm.file("log/" + vm.id() + ".log"));
-    LiveViewer first(vm), second(vm, 1);
+    LiveViewer first(vm), second(vm, 1), small(vm, 2);
     first.send(DISPLAY_ACTIVE, {1});
     second.send(DISPLAY_ACTIVE, {1});
     ASSERT_TRUE(serial.says("tick 3 ")) << serial.text();
@@ -104,6 +105,8 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
 
     EXPECT_TRUE(showsColour(first, 1280, 800, LINUX_COLOURS[0])) << serial.text();
     EXPECT_TRUE(showsColour(second, 800, 600, LINUX_COLOURS[1])) << serial.text();
+    EXPECT_TRUE(showsColour(small, 640, 480, LINUX_COLOURS[2])) << serial.text();
+    EXPECT_TRUE(serial.said("screen 3 720x480"));
     EXPECT_TRUE(first.shows([&] { return first.cursor().arg[0] == int(LINUX_CURSOR_SIZE); }));
     EXPECT_EQ(first.cursor().arg[2], LINUX_CURSOR_HOT_X);
     EXPECT_EQ(first.cursor().arg[3], LINUX_CURSOR_HOT_Y);
@@ -120,10 +123,10 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
         return std::to_string(at * LINUX_POINTER_MAX / size);
     };
     first.send(DISPLAY_POINTER_ABS, {1023, 100, 0});
-    EXPECT_TRUE(serial.says("pointer " + scaled(1023, 2464) + " " + scaled(100, 900)))
+    EXPECT_TRUE(serial.says("pointer " + scaled(1023, 3824) + " " + scaled(100, 900)))
         << serial.text();
     first.send(DISPLAY_POINTER_ABS, {5, 767, 1});
-    EXPECT_TRUE(serial.says("pointer " + scaled(5, 2464) + " " + scaled(767, 900)))
+    EXPECT_TRUE(serial.says("pointer " + scaled(5, 3824) + " " + scaled(767, 900)))
         << serial.text();
     EXPECT_TRUE(serial.says("key 272 1")) << "the left button";
     first.send(DISPLAY_WHEEL, {-1, 0});
@@ -133,7 +136,7 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
 
     // To the guest's tablet the screens are one area, side by side.
     second.send(DISPLAY_POINTER_ABS, {720, 450, 0});
-    EXPECT_TRUE(serial.says("pointer " + scaled(1024 + 720, 2464) + " " + scaled(450, 900)))
+    EXPECT_TRUE(serial.says("pointer " + scaled(1024 + 720, 3824) + " " + scaled(450, 900)))
         << serial.text();
 
     ASSERT_TRUE(serial.said("card eth2 has no")) << serial.text();
@@ -155,7 +158,7 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
     EXPECT_TRUE(showsColour(third, 1024, 768, LINUX_COLOURS[0]));
     EXPECT_TRUE(showsColour(fourth, 1440, 900, LINUX_COLOURS[1]));
     third.send(DISPLAY_POINTER_ABS, {512, 384, 0});
-    EXPECT_TRUE(serial.says("pointer " + scaled(512, 2464) + " " + scaled(384, 900)))
+    EXPECT_TRUE(serial.says("pointer " + scaled(512, 3824) + " " + scaled(384, 900)))
         << serial.text();
     fourth.send(DISPLAY_RESIZE, {1024, 600, 0});
     EXPECT_TRUE(showsColour(fourth, 1024, 600, LINUX_COLOURS[1])) << serial.text();
