@@ -4,7 +4,6 @@
 
 #include <QApplication>
 #include <QDBusConnection>
-#include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
@@ -19,6 +18,8 @@ const QString settingsInterface = QStringLiteral("org.freedesktop.portal.Setting
 const QString appearanceSpace = QStringLiteral("org.freedesktop.appearance");
 const QString colourSchemeKey = QStringLiteral("color-scheme");
 constexpr uint preferDark = 1;
+// The style of a desktop that brings none.
+const QString fusion = QStringLiteral("fusion");
 
 constexpr QRgb highlight = 0xff2f6fb8;
 
@@ -95,7 +96,8 @@ std::optional<Appearance::Scheme> Appearance::schemeNamed(const QString &name)
 Appearance::Appearance(Scheme scheme, QObject *parent)
     : QObject(parent), m_platformStyle(QApplication::style()->objectName())
 {
-    use(scheme);
+    if (scheme != Scheme::automatic || m_platformStyle == fusion)
+        use(scheme);
     if (scheme == Scheme::automatic)
         followDesktop();
 }
@@ -104,7 +106,7 @@ Appearance::Appearance(Scheme scheme, QObject *parent)
 void Appearance::use(Scheme scheme)
 {
     m_ownColours = scheme != Scheme::automatic;
-    if (m_ownColours || m_platformStyle == QLatin1String("fusion"))
+    if (m_ownColours || m_platformStyle == fusion)
         QApplication::setStyle(new PlainStyle);
     else
         QApplication::setStyle(m_platformStyle);
@@ -122,7 +124,7 @@ void Appearance::followDesktop()
     if (!bus.isConnected())
         return;
     bus.connect(portalService, portalPath, settingsInterface, QStringLiteral("SettingChanged"),
-                this, SLOT(settingChanged(QString, QString, QDBusVariant)));
+                this, SLOT(settingChanged(QDBusMessage)));
     QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
                                                        QStringLiteral("Read"));
     call << appearanceSpace << colourSchemeKey;
@@ -132,25 +134,25 @@ void Appearance::followDesktop()
         answer->deleteLater();
         const QDBusPendingReply<QDBusVariant> reply = *answer;
         if (reply.isValid())
-            settingChanged(appearanceSpace, colourSchemeKey, reply.value());
+            desktopPrefers(reply.value().variant());
     });
 }
 
-void Appearance::settingChanged(const QString &space, const QString &key, const QDBusVariant &value)
+void Appearance::settingChanged(const QDBusMessage &change)
 {
-    if (space != appearanceSpace || key != colourSchemeKey)
-        return;
-    QVariant preference = value.variant();
+    const QVariantList arguments = change.arguments();
+    if (arguments.value(0) == appearanceSpace && arguments.value(1) == colourSchemeKey)
+        desktopPrefers(arguments.value(2).value<QDBusVariant>().variant());
+}
+
+void Appearance::desktopPrefers(QVariant preference)
+{
     // A read answers with the value inside a second variant.
     if (preference.userType() == qMetaTypeId<QDBusVariant>())
         preference = preference.value<QDBusVariant>().variant();
-    desktopPrefers(preference.toUInt());
-}
-
-void Appearance::desktopPrefers(uint preference)
-{
-    if (preference != preferDark && m_ownColours)
+    const bool dark = preference.toUInt() == preferDark;
+    if (!dark && m_ownColours)
         use(Scheme::automatic);
-    else if (preference == preferDark && !m_ownColours && !isDark(QApplication::palette()))
+    else if (dark && !m_ownColours && !isDark(QApplication::palette()))
         use(Scheme::dark);
 }

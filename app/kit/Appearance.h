@@ -1,12 +1,12 @@
 // Light or dark: as the user has set it, else as the desktop asks for.
 #pragma once
 
+#include <QDBusMessage>
 #include <QObject>
 #include <QString>
+#include <QVariant>
 
 #include <optional>
-
-class QDBusVariant;
 
 // Exists once, beside the QApplication. Where the desktop's own theme brings its colours to Qt
 // nothing is changed; where only the desktop portal tells of a dark desktop, its wish is met with
@@ -28,17 +28,16 @@ public:
     // Applies a scheme at once; an automatic one follows the desktop from then on.
     explicit Appearance(Scheme scheme, QObject *parent = nullptr);
 
-    // What the portal says: 1 asks for dark, anything else for nothing in particular.
-    void desktopPrefers(uint preference);
-
 private:
     const QString m_platformStyle;
     bool m_ownColours = false;
 
     void use(Scheme scheme);
     void followDesktop();
+    // The portal's colour scheme: 1 asks for dark, anything else for nothing in particular.
+    void desktopPrefers(QVariant preference);
 
 private Q_SLOTS:
     // The portal's signal SettingChanged.
-    void settingChanged(const QString &space, const QString &key, const QDBusVariant &value);
+    void settingChanged(const QDBusMessage &change);
 };

@@ -2,11 +2,17 @@
 #include "app/kit/Appearance.h"
 
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusVariant>
 #include <QPalette>
+#include <QProcess>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -51,12 +57,54 @@ TEST(Appearance, isReadableInDarkAndLight)
     }
 }
 
-TEST(Appearance, followsADesktopThatTurnsDarkAndBack)
+// The desktop's portal, on a bus of its own that becomes the session bus of this process.
+class Portal : public QObject
 {
-    Appearance appearance(Appearance::Scheme::automatic);
-    ASSERT_FALSE(isDark());
-    appearance.desktopPrefers(1);
-    EXPECT_TRUE(isDark());
-    appearance.desktopPrefers(0);
-    EXPECT_FALSE(isDark());
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Settings")
+
+public:
+    bool start()
+    {
+        m_bus.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
+        if (!m_bus.waitForReadyRead(20000))
+            return false;
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.readLine().trimmed());
+        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"own"_s);
+        return bus.registerObject(u"/org/freedesktop/portal/desktop"_s, this,
+                                  QDBusConnection::ExportAllContents) &&
+               bus.registerService(u"org.freedesktop.portal.Desktop"_s);
+    }
+    ~Portal() override
+    {
+        QDBusConnection::disconnectFromBus(u"own"_s);
+        m_bus.kill();
+        m_bus.waitForFinished();
+    }
+
+public Q_SLOTS:
+    QDBusVariant Read(const QString &, const QString &) // NOLINT: the name on the bus
+    {
+        return QDBusVariant(QVariant::fromValue(QDBusVariant(1U)));
+    }
+
+Q_SIGNALS:
+    void SettingChanged(const QString &space, const QString &key, const QDBusVariant &value);
+
+private:
+    QProcess m_bus;
+};
+
+TEST(Appearance, followsADesktopThatIsDarkAndTurnsLight)
+{
+    Portal portal;
+    ASSERT_TRUE(portal.start());
+    const Appearance appearance(Appearance::Scheme::automatic);
+    EXPECT_FALSE(isDark()) << "nothing was waited for";
+    EXPECT_TRUE(QTest::qWaitFor(isDark, 20000));
+    Q_EMIT portal.SettingChanged(u"org.freedesktop.appearance"_s, u"color-scheme"_s,
+                                 QDBusVariant(2U));
+    EXPECT_TRUE(QTest::qWaitFor([] { return !isDark(); }, 20000));
 }
+
+#include "test_appearance.moc"
