@@ -301,6 +301,10 @@
         <source>Main menu</source>
         <translation>Hauptmenü</translation>
     </message>
+    <message>
+        <source>Rena&amp;me</source>
+        <translation>&amp;Umbenennen</translation>
+    </message>
 </context>
 <context>
     <name>ResolutionWindow</name>
