@@ -219,7 +219,7 @@
     </message>
     <message>
         <source>Rena&amp;me</source>
-        <translation>U&amp;mbenennen</translation>
+        <translation>&amp;Umbenennen</translation>
     </message>
     <message>
         <source>&amp;Clone</source>
@@ -300,10 +300,6 @@
     <message>
         <source>Main menu</source>
         <translation>Hauptmenü</translation>
-    </message>
-    <message>
-        <source>Rena&amp;me</source>
-        <translation>&amp;Umbenennen</translation>
     </message>
 </context>
 <context>
