@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include <unistd.h>
 
@@ -47,6 +48,21 @@ void queue_images(const std::vector<std::string> &images)
             throw system_failure("failed to queue the image " + image + " for removal", errno);
 }
 
+// What a supervisor left that was killed while it saved the VM's state.
+std::vector<std::string> stray_states(const std::string &id)
+{
+    std::vector<std::string> result;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(image_directory(), error), end;
+         !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (name.starts_with("." + id + ".state-") ||
+            (name.starts_with(id + "-") && name.ends_with(".state")))
+            result.push_back(name);
+    }
+    return result;
+}
+
 // A VM whose configuration can't be read can be deleted all the same; its images then stay.
 KvOwner readable_config(Library &library, const VmRef &ref)
 {
@@ -64,6 +80,7 @@ void delete_one(const VmRef &ref)
     // short here loses nothing.
     if (KvOwner record = readable_config(library, ref))
         queue_images(images_to_drop(record.get()));
+    queue_images(stray_states(ref.id));
     library.remove(ref);
     service_request("remove", vm_job_label(ref.id), std::chrono::seconds(30));
     unlink(vm_socket_path(ref.id).c_str());

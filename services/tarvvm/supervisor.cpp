@@ -115,9 +115,16 @@ bool Supervisor::startEngine(std::string *error)
     m_suspender = std::make_unique<Suspender>(m_loop, *m_qmp, m_record.host().images_dir);
     m_suspender->sweep(m_record.id()); // the socket is ours: nobody else is writing one
     m_record.sweepStates();
-    m_start_deadline =
-        event_timer(m_loop, START_PATIENCE_MS, [this] { failStart("the engine does not answer"); });
+    awaitEngine();
     return true;
+}
+
+void Supervisor::awaitEngine()
+{
+    m_start_deadline = event_timer(m_loop, START_PATIENCE_MS, [this] {
+        if (m_state == VmState::starting) // else the ladder of a stop is at work
+            failStart("the engine does not answer");
+    });
 }
 
 // ---- the way to a running guest -----------------------------------------------------------------
@@ -184,6 +191,7 @@ void Supervisor::letRun()
 {
     if (m_state != VmState::starting)
         return;
+    awaitEngine();
     m_qmp->execute("cont", [this](const json *result, const std::string &error) {
         if (result)
             onRunning();
@@ -196,6 +204,7 @@ void Supervisor::onRunning()
 {
     if (!step(VmEvent::guestRuns))
         return;
+    m_start_deadline.reset();
     m_log.line("running, engine's process " + std::to_string(m_engine->pid()));
     m_running_since = m_sampled = Clock::now();
     dropState();

@@ -49,6 +49,7 @@ private:
 
     bool fail(int status, const std::string &message);
     bool startEngine(std::string *error);
+    void awaitEngine();
     void onQmpReady();
     void onQmpEvent(const std::string &name, const json *data);
     void onScreens(const std::string &error);

@@ -125,6 +125,8 @@ TEST_F(FaultsTest, stuckAndDeadSupervisorsAreToldAndCleared)
             "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
         EXPECT_TRUE(std::filesystem::exists(socket));
         EXPECT_EQ(ctl({"stop", id})["exit"], 4);
+        std::ofstream(m_home.file("images/" + id + "-12.state")) << "never recorded";
+        std::ofstream(m_home.file("images/." + id + ".state-abcdef")) << "not whole";
         ASSERT_EQ(ctl({next, next[0] == 'd' ? "--yes" : "-f", id})["exit"], 0);
         EXPECT_EQ(std::filesystem::exists(socket), next[0] == 's');
         ctl({"stop", "--force", id});
