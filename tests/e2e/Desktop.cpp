@@ -324,14 +324,18 @@ QByteArray Desktop::paste(const char *target)
 
 bool Desktop::doubleClickVM(const QString &listWindow, const QString &id)
 {
+    return doubleClickVM(listWindow, [&] { return status(id) == QLatin1String("running"); });
+}
+
+bool Desktop::doubleClickVM(const QString &listWindow, const std::function<bool()> &opened)
+{
     const QRect frame = geometry(listWindow);
     for (int y = 94; y < frame.height(); y += 14) {
         xdotool({QStringLiteral("mousemove"), QString::number(frame.x() + frame.width() / 3),
                  QString::number(frame.y() + y), QStringLiteral("click"),
                  QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
                  QStringLiteral("60"), QStringLiteral("1")});
-        if (waitUntil(std::chrono::milliseconds(1500),
-                      [this, &id] { return status(id) == QLatin1String("running"); })) {
+        if (waitUntil(std::chrono::milliseconds(1500), opened)) {
             return true;
         }
     }

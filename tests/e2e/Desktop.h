@@ -65,6 +65,8 @@ public:
     QByteArray paste(const char *target);
     // Opens the first VM of the list window with a real double-click; false when none began to run.
     bool doubleClickVM(const QString &listWindow, const QString &id);
+    // The same until a condition holds: of one that runs already.
+    bool doubleClickVM(const QString &listWindow, const std::function<bool()> &opened);
 
     // Starts a program that ends with the desktop; its words go to NAME.log.
     QProcess *start(const QString &name, const QString &program, const QStringList &arguments);

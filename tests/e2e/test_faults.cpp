@@ -85,8 +85,8 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
     desktop->startTarv();
     const QString list = waitForWindow(QStringLiteral("^Virtual Machines$"));
     ASSERT_FALSE(list.isEmpty());
-    EXPECT_TRUE(desktop->doubleClickVM(list, id));
-    EXPECT_FALSE(waitForWindow(QStringLiteral("^bars$")).isEmpty());
+    EXPECT_TRUE(desktop->doubleClickVM(
+        list, [this] { return !desktop->window(QStringLiteral("^bars$")).isEmpty(); }));
 
     // The supervisor: QEMU goes with it, the window closes, the socket does not block.
     killAll("tarvvm");
