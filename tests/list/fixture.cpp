@@ -1,78 +1,33 @@
 #include "tests/list/fixture.h"
 
-#include "app/kit/UserDefaults.h"
+#include "app/list/VirtualMachinesController.h"
+#include "app/list/VirtualMachinesTable.h"
+#include "app/shell/TarvVM.h"
+#include "tests/support/scratch.h"
 
-#include <QApplication>
 #include <QDir>
-#include <QFile>
 #include <QSettings>
 #include <QTest>
 #include <QUuid>
 
 using namespace Qt::StringLiterals;
 
-namespace {
-constexpr int deadline_ms = 20000;
-
-// One for the process: settings are read once.
-QString &root()
+ListTest::ListTest()
+    : ShellTest(u"vm_lib_dir = %1/vms\nimg_lib_dir = %1/images\nvlaunch_sock = %1/launch\n"_s.arg(
+          privateHome().path()))
 {
-    static QString path;
-    return path;
-}
-
-void write(const QString &path, const QByteArray &text)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate)) << qPrintable(path);
-    file.write(text);
-}
-
-void makeController(const QString &path)
-{
-    write(path, "#!/bin/sh\n"
-                "line=\n"
-                "for a in \"$@\"; do line=\"$line$a \"; done\n"
-                "printf '%s\\n' \"$line\" >> \"$TEST_RECORD\"\n" // at once: others write too
-                "printf '%s' \"$TEST_ANSWER\"\n"
-                "exit \"$TEST_STATUS\"\n");
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
-void makeHome(const QString &home)
-{
-    root() = home;
-    QDir(home).mkpath(u"vms"_s);
-    makeController(home + u"/controller"_s);
-    const QString settings = u"[tarv]\nvm_lib_dir = %1/vms\nimg_lib_dir = %1/images\n"
-                             "vlaunch_sock = %1/launch\ntarvctl_executable = %1/controller\n"_s;
-    write(home + u"/settings.ini"_s, settings.arg(home).toUtf8());
-    qputenv("HOME", home.toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home + u"/config"_s).toUtf8());
-    qputenv("TARV_CONFIG_PATH", (home + u"/settings.ini"_s).toUtf8());
     qputenv("TARV_HOST_ARM64", "0");
-    qputenv("TEST_RECORD", (home + u"/record"_s).toUtf8());
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-}
-} // namespace
-
-bool waitFor(const std::function<bool()> &condition)
-{
-    return QTest::qWaitFor(condition, deadline_ms);
-}
-
-void ListTest::SetUp()
-{
-    controllerEnds(0, "{\"body\":{}}");
+    QDir(path(u"vms"_s)).removeRecursively();
+    privateHome().mkpath(u"vms"_s);
+    QSettings(u"Quelda"_s, u"Tarv"_s).clear();
+    setController(u"print {\"body\":{}}\n"_s);
 }
 
 void ListTest::TearDown()
 {
+    TarvVM::setDisplayOpener({});
+    m_controller.reset();
     m_services.clear();
-    QDir(root() + u"/vms"_s).removeRecursively();
-    QDir(root()).mkpath(u"vms"_s);
-    QFile::remove(root() + u"/record"_s);
-    QSettings(u"Quelda"_s, u"Tarv"_s).clear();
 }
 
 QString ListTest::randomId()
@@ -89,16 +44,15 @@ QString ListTest::addVM(const QString &name, const QString &more)
 
 QString ListTest::vmFile(const QString &id, const char *file) const
 {
-    return root() + u"/vms/"_s + id + u'/' + QString::fromLatin1(file);
+    return path(u"vms/%1/%2"_s.arg(id, QLatin1String(file)));
 }
 
 void ListTest::writeVM(const QString &id, const char *file, const QByteArray &text)
 {
-    QDir(root()).mkpath(u"vms/"_s + id);
     write(vmFile(id, file), text);
 }
 
-FakeService *ListTest::supervise(const QString &id, Supervisor kind)
+void ListTest::supervise(const QString &id, Supervisor kind)
 {
     m_services.push_back(
         std::make_unique<FakeService>(supervisorPath(id), [kind](const std::string &) {
@@ -106,13 +60,12 @@ FakeService *ListTest::supervise(const QString &id, Supervisor kind)
                        ? std::string()
                        : "{\"status\":\"OK\",\"body\":{\"state\":\"running\"}}\r\n";
         }));
-    return m_services.back().get();
 }
 
 void ListTest::startLaunchService(int exitStatus)
 {
     m_services.push_back(
-        std::make_unique<FakeService>(root() + u"/launch"_s, [exitStatus](const std::string &got) {
+        std::make_unique<FakeService>(path(u"launch"_s), [exitStatus](const std::string &got) {
             // The label ends with its second quotation mark and may come by itself.
             return got.back() != '"'
                        ? std::string()
@@ -121,35 +74,63 @@ void ListTest::startLaunchService(int exitStatus)
         }));
 }
 
-QStringList ListTest::recorded() const
+QStringList ListTest::recorded()
 {
-    QFile file(root() + u"/record"_s);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
-    for (QString &line : lines) {
-        line = line.trimmed();
-    }
-    return lines;
+    const std::string commands = read_file(path(u"commands"_s).toStdString());
+    return QString::fromStdString(commands).split(u'\n', Qt::SkipEmptyParts);
 }
 
-bool ListTest::waitForRecorded(int count) const
+bool ListTest::waitForRecorded(int count)
 {
-    return waitFor([&] { return recorded().size() >= count; });
+    return waitUntil([&] { return recorded().size() >= count; });
 }
 
-void ListTest::controllerEnds(int status, const char *answer)
+void ListTest::open()
 {
-    qputenv("TEST_STATUS", QByteArray::number(status));
-    qputenv("TEST_ANSWER", answer);
+    m_controller.reset(WelcomeWindowController::controller());
+    m_reloads =
+        std::make_unique<QSignalSpy>(m_controller.get(), &WelcomeWindowController::listReloaded);
+    ASSERT_TRUE(waitUntil([&] { return m_reloads->count() > 0; }));
 }
 
-int main(int argc, char **argv)
+int ListTest::row(const QString &id) const
 {
-    const QTemporaryDir home;
-    makeHome(home.path());
-    const QApplication application(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    const auto *list = m_controller->virtualMachinesController();
+    return static_cast<int>(list->arrangedObjects().indexOf(list->find(id)));
+}
+
+QString ListTest::shown(const QString &id) const
+{
+    const auto *list = m_controller->virtualMachinesController();
+    return list->shownStatus(list->find(id));
+}
+
+void ListTest::select(const QStringList &ids)
+{
+    auto *table = m_controller->virtualMachinesTableView();
+    table->clearSelection();
+    for (const QString &id : ids)
+        table->selectionModel()->setCurrentIndex(
+            m_controller->virtualMachinesController()->index(row(id), 0),
+            QItemSelectionModel::Select | QItemSelectionModel::Rows);
+}
+
+ListOfThree::ListOfThree(const QString &stoppedName)
+    : m_running(addVM(u"one"_s)),
+      m_stopped(addVM(stoppedName)),
+      m_suspended(addVM(u"three"_s, u"state_file: s.img\n"_s))
+{
+}
+
+void ListOfThree::SetUp()
+{
+    startLaunchService();
+    supervise(m_running);
+    open();
+    m_controller->showWindow();
+    ASSERT_TRUE(waitUntil([&] {
+        return shown(m_running) == "running"_L1 && shown(m_stopped) == "stopped"_L1 &&
+               shown(m_suspended) == "suspended"_L1;
+    }));
+    ASSERT_TRUE(QTest::qWaitForWindowActive(m_controller->window()));
 }

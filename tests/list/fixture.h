@@ -1,25 +1,19 @@
-// A private home, VM library, launch service and controller for the tests of the VM list.
+// A private VM library with its services and an open list, for the tests of the VM list.
 #pragma once
 
+#include "app/list/WelcomeWindowController.h"
 #include "tests/list/fake_service.h"
+#include "tests/shell/shell_fixture.h"
 
-#include <QString>
-#include <QStringList>
-#include <QTemporaryDir>
+#include <QSignalSpy>
 
-#include <gtest/gtest.h>
-
-#include <functional>
 #include <memory>
 #include <vector>
 
-// Waits, with events processed, until a condition holds; false after a generous deadline.
-bool waitFor(const std::function<bool()> &condition);
-
-class ListTest : public testing::Test
+class ListTest : public ShellTest
 {
 protected:
-    void SetUp() override;
+    ListTest();
     void TearDown() override;
 
     static QString randomId();
@@ -33,16 +27,33 @@ protected:
         answers,
         silent,
     };
-    FakeService *supervise(const QString &id, Supervisor kind = Supervisor::answers);
+    void supervise(const QString &id, Supervisor kind = Supervisor::answers);
     // The launch service, with one exit status for every VM. Without it there is none.
     void startLaunchService(int exitStatus = 0);
 
     // The argument vectors that the controller was run with, each joined by single spaces.
-    QStringList recorded() const;
-    bool waitForRecorded(int count) const;
-    // How the controller ends.
-    static void controllerEnds(int status, const char *answer = "");
+    static QStringList recorded();
+    static bool waitForRecorded(int count);
+
+    // Makes the list's window and waits until the list has been read.
+    void open();
+    int row(const QString &id) const;
+    QString shown(const QString &id) const; // its status
+    void select(const QStringList &ids);
+
+    std::unique_ptr<WelcomeWindowController> m_controller;
+    std::unique_ptr<QSignalSpy> m_reloads;
 
 private:
     std::vector<std::unique_ptr<FakeService>> m_services;
+};
+
+// A shown list of three VMs: "one" runs, "three" is suspended, the one in between is stopped.
+class ListOfThree : public ListTest
+{
+protected:
+    explicit ListOfThree(const QString &stoppedName = QStringLiteral("two"));
+    void SetUp() override;
+
+    QString m_running, m_stopped, m_suspended;
 };

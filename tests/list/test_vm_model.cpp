@@ -42,11 +42,11 @@ TEST_F(VMModel, renamesOnceTheControllerHasAnswered)
     QSignalSpy changes(&vm, &TarvVM::nameChanged);
     vm.setName(u"new"_s);
     EXPECT_EQ(vm.name(), u"old"_s);
-    ASSERT_TRUE(waitFor([&] { return changes.count() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return changes.count() == 1; }));
     EXPECT_EQ(vm.name(), u"new"_s);
     EXPECT_EQ(recorded(), QStringList(u"modify the-id set name new"_s));
 
-    controllerEnds(0, "{\"status\":\"OK\"}");
+    setController(u"print {\"status\":\"OK\"}\n"_s);
     vm.setName(u"newer"_s);
     ASSERT_TRUE(waitForRecorded(2));
     EXPECT_FALSE(QTest::qWaitFor([&] { return changes.count() > 1; }, 300)) << "no body";

@@ -1,82 +1,34 @@
 #include "app/kit/MainMenu.h"
 #include "app/kit/Responder.h"
-#include "app/list/LongOperationWindow.h"
 #include "app/list/LongRunningOperationWindowController.h"
 #include "app/list/ProgressIndicator.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/list/WelcomeWindowCloseButton.h"
-#include "app/list/WelcomeWindowController.h"
 #include "app/shell/TarvVM.h"
 #include "tests/list/fixture.h"
 
 #include <QApplication>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPointer>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QTest>
+#include <QWindow>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-// A list of three: "one" runs, "three" is suspended, "two" is stopped.
-class WelcomeWindowTest : public ListTest
+class WelcomeWindowTest : public ListOfThree
 {
 protected:
-    void SetUp() override
-    {
-        ListTest::SetUp();
-        startLaunchService();
-        m_one = addVM(u"one"_s);
-        m_two = addVM(u"two"_s);
-        m_three = addVM(u"three"_s, u"state_file: s.img\n"_s);
-        supervise(m_one);
-        open();
-    }
-
-    void TearDown() override
-    {
-        TarvVM::setDisplayOpener({});
-        m_controller.reset();
-        ListTest::TearDown();
-    }
-
-    void open()
-    {
-        m_controller.reset(WelcomeWindowController::controller());
-        m_controller->showWindow();
-        m_reloads = std::make_unique<QSignalSpy>(m_controller.get(),
-                                                 &WelcomeWindowController::listReloaded);
-        const auto *list = m_controller->virtualMachinesController();
-        ASSERT_TRUE(waitFor([&] {
-            return list->count() == 3 && !list->shownStatus(list->find(m_one)).isNull() &&
-                   !list->shownStatus(list->find(m_two)).isNull() &&
-                   !list->shownStatus(list->find(m_three)).isNull();
-        }));
-        ASSERT_TRUE(QTest::qWaitForWindowActive(window()));
-    }
-
     QWidget *window() const { return m_controller->window(); }
     VirtualMachinesTable *table() const { return m_controller->virtualMachinesTableView(); }
-
-    void select(const QStringList &ids)
-    {
-        table()->clearSelection();
-        for (const QString &id : ids) {
-            const auto *list = m_controller->virtualMachinesController();
-            const auto row = list->arrangedObjects().indexOf(list->find(id));
-            table()->selectionModel()->setCurrentIndex(list->index(static_cast<int>(row), 0),
-                                                       QItemSelectionModel::Select |
-                                                           QItemSelectionModel::Rows);
-        }
-    }
 
     QPoint rowOf(const QString &id) const
     {
         const auto *list = m_controller->virtualMachinesController();
-        const auto row = static_cast<int>(list->arrangedObjects().indexOf(list->find(id)));
-        return table()->visualRect(list->index(row, 0)).center();
+        return table()->visualRect(list->index(row(id), 0)).center();
     }
 
     bool isEnabled(const char *action) const
@@ -84,52 +36,35 @@ protected:
         return Responder::validate(
             window(), MainMenu::of(window())->itemWithAction(QString::fromLatin1(action)));
     }
-
-    // The sheet of this kind, once it is shown.
-    template <class Sheet>
-    Sheet *waitForSheet() const
-    {
-        Sheet *sheet = nullptr;
-        waitFor([&] {
-            sheet = window()->findChild<Sheet *>();
-            return sheet && sheet->isVisible();
-        });
-        return sheet;
-    }
-
-    QString m_one, m_two, m_three;
-    std::unique_ptr<WelcomeWindowController> m_controller;
-    std::unique_ptr<QSignalSpy> m_reloads;
 };
 } // namespace
 
 TEST_F(WelcomeWindowTest, doubleClickStartsOneVM)
 {
-    select({m_three});
-    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, rowOf(m_two));
+    select({m_suspended});
+    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, rowOf(m_stopped));
     ASSERT_TRUE(waitForRecorded(1));
-    EXPECT_EQ(recorded().last(), u"start -uv "_s + m_two) << "no add-ons: forced";
+    EXPECT_EQ(recorded().last(), u"start -uv "_s + m_stopped) << "no add-ons: forced";
 
     // A click below the last row starts nothing; a double-clicked running VM shows its screen.
     QString opened;
     TarvVM::setDisplayOpener([&](const QString &path, int) { opened = path; });
     QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {},
                        QPoint(10, table()->viewport()->height() - 5));
-    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, Qt::AltModifier, rowOf(m_one));
-    ASSERT_TRUE(waitFor([&] { return !opened.isEmpty(); }));
-    EXPECT_TRUE(opened.contains(m_one));
+    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, Qt::AltModifier, rowOf(m_running));
+    ASSERT_TRUE(waitUntil([&] { return !opened.isEmpty(); }));
+    EXPECT_TRUE(opened.contains(m_running));
     EXPECT_EQ(recorded().size(), 1);
 }
 
 TEST_F(WelcomeWindowTest, aVMThatDoesNotAnswerHoldsUpNoCommand)
 {
-    supervise(m_two, Supervisor::silent);
-    select({m_one, m_two});
+    supervise(m_stopped, Supervisor::silent);
+    select({m_running, m_stopped});
     m_controller->stopVirtualMachine();
     m_controller->stopVirtualMachine(); // one is being prepared
-    ASSERT_TRUE(waitForSheet<LongOperationWindow>());
     ASSERT_TRUE(waitForRecorded(1));
-    EXPECT_EQ(recorded(), QStringList(u"stop "_s + m_one));
+    EXPECT_EQ(recorded(), QStringList(u"stop "_s + m_running));
 }
 
 TEST_F(WelcomeWindowTest, keysActOnTheSelection)
@@ -137,28 +72,29 @@ TEST_F(WelcomeWindowTest, keysActOnTheSelection)
     QString opened;
     TarvVM::setDisplayOpener([&](const QString &path, int) { opened = path; });
     table()->setFocus();
-    select({m_one});
+    select({m_running});
     QTest::keyClick(table(), Qt::Key_Return);
-    ASSERT_TRUE(waitFor([&] { return opened.contains(m_one); })) << "the screen of a running VM";
-    select({m_two, m_three});
+    ASSERT_TRUE(waitUntil([&] { return opened.contains(m_running); }))
+        << "the screen of a running VM";
+    select({m_stopped, m_suspended});
     QTest::keyClick(table(), Qt::Key_Return);
     ASSERT_TRUE(waitForRecorded(2));
-    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_two));
-    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_three));
+    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_stopped));
+    EXPECT_TRUE(recorded().contains(u"start -fv "_s + m_suspended));
 
     QTest::keyClick(table(), Qt::Key_F2);
     EXPECT_FALSE(table()->findChild<QLineEdit *>(u"nameEditor"_s)) << "of which of the two?";
-    select({m_two});
+    select({m_stopped});
     for (const QString &name : {u" "_s, u"new"_s}) {
         QTest::keyClick(table(), Qt::Key_F2);
         QPointer<QLineEdit> editor = table()->findChild<QLineEdit *>(u"nameEditor"_s);
         ASSERT_TRUE(editor);
         editor->setText(name);
         QTest::keyClick(editor, Qt::Key_Return);
-        ASSERT_TRUE(waitFor([&] { return !editor; }));
+        ASSERT_TRUE(waitUntil([&] { return !editor; }));
     }
     ASSERT_TRUE(waitForRecorded(3));
-    EXPECT_EQ(recorded().last(), u"modify %1 set name new"_s.arg(m_two));
+    EXPECT_EQ(recorded().last(), u"modify %1 set name new"_s.arg(m_stopped));
 
     QTest::keyClick(table(), Qt::Key_Escape);
     QTest::keyClick(table(), Qt::Key_Delete);
@@ -175,13 +111,20 @@ TEST_F(WelcomeWindowTest, keysActOnTheSelection)
 
 TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)
 {
-    select({m_one});
+    select({m_running});
     EXPECT_TRUE(isEnabled("stopVirtualMachine:") && !isEnabled("openDocument:"));
-    select({m_two});
+    select({m_stopped});
     EXPECT_TRUE(!isEnabled("stopVirtualMachine:") && isEnabled("openDocument:"));
+    const auto *menu = window()->findChild<QMenu *>(u"virtualMachineMenu"_s);
+    QTest::mouseClick(window()->windowHandle(), Qt::RightButton, {},
+                      table()->viewport()->mapTo(window(), rowOf(m_running)));
+    EXPECT_TRUE(waitUntil([&] { return menu->isVisible(); }));
+    EXPECT_EQ(table()->selectedRows(), QList<int>({row(m_running)}));
+    QTest::keyClick(window()->windowHandle(), Qt::Key_Escape);
+    EXPECT_TRUE(waitUntil([&] { return !menu->isVisible(); }));
     QTest::keyClick(table(), Qt::Key_Escape);
     EXPECT_TRUE(!isEnabled("delete:") && isEnabled("performClose:"));
-    EXPECT_TRUE(waitFor(
+    EXPECT_TRUE(waitUntil(
         [&] { return !window()->findChild<QPushButton *>(u"startButton"_s)->isEnabled(); }));
 }
 
@@ -211,16 +154,19 @@ TEST_F(WelcomeWindowTest, theCloseButtonShowsUnderThePointerAndTheLayoutIsKept)
     EXPECT_FALSE(window()->isVisible());
     m_controller.reset();
     open();
+    m_controller->showWindow();
     EXPECT_EQ(window()->size(), QSize(777, 555));
     EXPECT_EQ(table()->columnWidth(1), 144);
 }
 
-TEST(ProgressSheet, spinsUntilTheFirstProgress)
+using ProgressSheet = ApplicationTest;
+
+TEST_F(ProgressSheet, spinsUntilTheFirstProgress)
 {
     const std::unique_ptr<LongRunningOperationWindowController> operation(
         LongRunningOperationWindowController::controller());
     const ProgressIndicator *indicator = operation->progressIndicator();
-    EXPECT_TRUE(waitFor([&] { return indicator->isAnimating(); }));
+    EXPECT_TRUE(waitUntil([&] { return indicator->isAnimating(); }));
     operation->setProgress(0);
     operation->setProgress(-3);
     EXPECT_TRUE(indicator->isAnimating());

@@ -1,12 +1,12 @@
 // Light and dark, by setting and by the desktop's wish.
 #include "app/kit/Appearance.h"
+#include "tests/kit/PrivateBus.h"
+#include "tests/kit/application.h"
 
 #include <QApplication>
 #include <QDBusConnection>
 #include <QDBusVariant>
 #include <QPalette>
-#include <QProcess>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -41,7 +41,9 @@ bool isDark()
 
 } // namespace
 
-TEST(Appearance, isReadableInDarkAndLight)
+using AppearanceTest = ApplicationTest;
+
+TEST_F(AppearanceTest, isReadableInDarkAndLight)
 {
     for (const auto scheme : {Appearance::Scheme::dark, Appearance::Scheme::light}) {
         const Appearance appearance(scheme);
@@ -66,21 +68,13 @@ class Portal : public QObject
 public:
     bool start()
     {
-        m_bus.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
-        if (!m_bus.waitForReadyRead(20000))
-            return false;
-        qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.readLine().trimmed());
+        qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toLocal8Bit());
         QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"own"_s);
         return bus.registerObject(u"/org/freedesktop/portal/desktop"_s, this,
                                   QDBusConnection::ExportAllContents) &&
                bus.registerService(u"org.freedesktop.portal.Desktop"_s);
     }
-    ~Portal() override
-    {
-        QDBusConnection::disconnectFromBus(u"own"_s);
-        m_bus.kill();
-        m_bus.waitForFinished();
-    }
+    ~Portal() override { QDBusConnection::disconnectFromBus(u"own"_s); }
 
 public Q_SLOTS:
     QDBusVariant Read(const QString &, const QString &) // NOLINT: the name on the bus
@@ -92,19 +86,19 @@ Q_SIGNALS:
     void SettingChanged(const QString &space, const QString &key, const QDBusVariant &value);
 
 private:
-    QProcess m_bus;
+    const PrivateBus m_bus;
 };
 
-TEST(Appearance, followsADesktopThatIsDarkAndTurnsLight)
+TEST_F(AppearanceTest, followsADesktopThatIsDarkAndTurnsLight)
 {
     Portal portal;
     ASSERT_TRUE(portal.start());
     const Appearance appearance(Appearance::Scheme::automatic);
     EXPECT_FALSE(isDark()) << "nothing was waited for";
-    EXPECT_TRUE(QTest::qWaitFor(isDark, 20000));
+    EXPECT_TRUE(waitUntil(isDark));
     Q_EMIT portal.SettingChanged(u"org.freedesktop.appearance"_s, u"color-scheme"_s,
                                  QDBusVariant(2U));
-    EXPECT_TRUE(QTest::qWaitFor([] { return !isDark(); }, 20000));
+    EXPECT_TRUE(waitUntil([] { return !isDark(); }));
 }
 
 #include "test_appearance.moc"

@@ -1,4 +1,6 @@
 // The German translation against the source texts.
+#include "tests/kit/application.h"
+
 #include <QFile>
 #include <QMap>
 #include <QProcess>
@@ -72,7 +74,9 @@ std::string fillings(const QString &text)
 
 } // namespace
 
-TEST(Translation, hasEveryTextOfTheSourceAndNoOther)
+using Translation = ApplicationTest;
+
+TEST_F(Translation, hasEveryTextOfTheSourceAndNoOther)
 {
     const QTemporaryDir directory;
     const QString fresh = directory.filePath(u"fresh.ts"_s);
@@ -92,7 +96,7 @@ TEST(Translation, hasEveryTextOfTheSourceAndNoOther)
     }
 }
 
-TEST(Translation, isFinishedAndKeepsWhatATextIsFilledWith)
+TEST_F(Translation, isFinishedAndKeepsWhatATextIsFilledWith)
 {
     const QMap<QString, Entry> entries = entriesOf(german);
     for (auto entry = entries.begin(); entry != entries.end(); ++entry) {

@@ -7,7 +7,6 @@
 #include "app/list/LongOperationWindow.h"
 #include "app/list/LongRunningOperationWindowController.h"
 #include "app/list/UnreadableSheet.h"
-#include "app/list/WelcomeWindowController.h"
 #include "app/shell/EULAWindowController.h"
 #include "tests/display/FakeDisplay.h"
 #include "tests/list/fixture.h"
@@ -19,7 +18,6 @@
 #include <QLabel>
 #include <QMenu>
 #include <QSet>
-#include <QSignalSpy>
 #include <QTranslator>
 
 using namespace Qt::StringLiterals;
@@ -95,7 +93,6 @@ class Windows : public ListTest
 protected:
     void SetUp() override
     {
-        ListTest::SetUp();
         qputenv("LC_ALL", "de_DE.UTF-8");
         qputenv("LANGUAGE", "de");
         installTranslations(qApp);
@@ -117,10 +114,8 @@ TEST_F(Windows, areNamedAndUncutInGerman)
 
     addVM(u"Datenbank"_s);
     writeVM(randomId(), "config.yaml", "name: [unclosed\n");
-    const std::unique_ptr<WelcomeWindowController> list(WelcomeWindowController::controller());
-    QSignalSpy reloaded(list.get(), &WelcomeWindowController::listReloaded);
-    ASSERT_TRUE(waitFor([&] { return reloaded.count() > 0; }));
-    look(list->window());
+    open();
+    look(m_controller->window());
     UnreadableSheet unreadable({{randomId(), u"…/config.yaml: No such file"_s}}, nullptr);
     look(&unreadable);
 
@@ -137,7 +132,7 @@ TEST_F(Windows, areNamedAndUncutInGerman)
 
     Alert question(u"Laufende VMs: 2. Möchten Sie Tarv beenden und diese VMs abbrechen?"_s);
     question.addButton(u"Abbrechen"_s).addButton(u"Tarv beenden"_s);
-    look(question.beginSheet(list->window(), [](int) {}));
+    look(question.beginSheet(m_controller->window(), [](int) {}));
 }
 
 TEST_F(Windows, haveMenusWithoutALetterTwice)

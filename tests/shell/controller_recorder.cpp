@@ -1,6 +1,6 @@
 // Plays the controller: stores its arguments and environment beside itself in "record", each text
-// with its kind before it and a null byte after it, then does what the lines of the file "mode"
-// say.
+// with its kind before it and a null byte after it, adds its arguments as one line to "commands",
+// then does what the lines of the file "mode" say.
 //
 //   print TEXT   write TEXT          flood N   write N bytes
 //   ignore-term  ignore SIGTERM      hang      wait for a signal
@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
@@ -18,10 +19,14 @@ int main(int argc, char **argv)
 {
     const std::string self = argv[0];
     const std::string folder = self.substr(0, self.rfind('/') + 1);
+    const std::string fresh = folder + "record." + std::to_string(getpid());
+    std::string command;
     {
-        std::ofstream record(folder + "record.new");
-        for (int i = 1; i < argc; ++i)
+        std::ofstream record(fresh);
+        for (int i = 1; i < argc; ++i) {
             record << "argument " << argv[i] << '\0';
+            command += argv[i] + std::string(i + 1 < argc ? " " : "\n");
+        }
         for (char **entry = environ; *entry; ++entry)
             record << "environment " << *entry << '\0';
     }
@@ -30,9 +35,10 @@ int main(int argc, char **argv)
     bool announced = false;
     // The record appears once signals are handled as told.
     const auto announce = [&] {
-        if (!announced)
-            rename((folder + "record.new").c_str(), (folder + "record").c_str());
-        announced = true;
+        if (std::exchange(announced, true))
+            return;
+        rename(fresh.c_str(), (folder + "record").c_str());
+        std::ofstream(folder + "commands", std::ios::app) << command << std::flush; // at one go
     };
     while (std::getline(mode, line)) {
         const std::string word = line.substr(0, line.find(' '));

@@ -1,10 +1,10 @@
 #include "tests/shell/shell_fixture.h"
 
-#include "app/shell/TarvApplication.h"
 #include "hostlib/config/config.h"
 #include "hostlib/config/config_table.h"
 #include "hostlib/utils/utils.h"
 #include "platform/host.h"
+#include "tests/support/scratch.h"
 
 #include <QFile>
 
@@ -15,21 +15,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Keys are routed by the application object.
-QApplication *makeApplication(int &argc, char **argv)
-{
-    return new TarvApplication(argc, argv);
-}
-
-[[maybe_unused]] const bool g_set = (testApplicationMaker = makeApplication);
-
 QStringList recorded(const QString &kind)
 {
-    QFile file(privateHome().filePath(u"record"_s));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
+    const std::string record = read_file(privateHome().filePath(u"record"_s).toStdString());
     QStringList lines;
-    for (const QString &line : QString::fromLocal8Bit(file.readAll()).split(QChar(u'\0')))
+    for (const QString &line : QString::fromStdString(record).split(QChar(u'\0')))
         if (line.startsWith(kind))
             lines << line.mid(kind.size());
     return lines;
@@ -37,15 +27,14 @@ QStringList recorded(const QString &kind)
 
 } // namespace
 
-ShellTest::ShellTest()
+ShellTest::ShellTest(const QString &settings)
 {
-    QFile::remove(path(u"record"_s));
-    QFile::remove(path(u"mode"_s));
-    QFile::remove(path(u"log"_s));
+    for (const QString &file : {u"record"_s, u"commands"_s, u"mode"_s, u"log"_s})
+        QFile::remove(path(file));
     QFile::link(QString::fromLatin1(CONTROLLER_RECORDER), path(u"tarvctl"_s));
     const QByteArray support = path(u"support"_s).toLocal8Bit();
     platform_set_path(PlatformPath::support_dir, support.constData());
-    setSettings(QString());
+    setSettings(settings);
     if (log_fd > 2)
         close(log_fd);
     log_fd = open(path(u"log"_s).toLocal8Bit().constData(),
@@ -59,16 +48,16 @@ QString ShellTest::path(const QString &name)
 
 void ShellTest::write(const QString &name, const QByteArray &text)
 {
-    QFile file(path(name));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(text);
+    write_file(path(name).toStdString(), text.toStdString());
 }
 
-void ShellTest::setSettings(const QString &lines)
+void ShellTest::setSettings(const QString &lines, const QString &controller)
 {
-    const QString settings =
-        u"[tarv]\ntarvctl_executable = %1\n%2\n"_s.arg(path(u"tarvctl"_s), lines);
-    write(u"settings.ini"_s, settings.toLocal8Bit());
+    const QByteArray settings =
+        u"[tarv]\ntarvctl_executable = %1\n%2\n"_s.arg(controller, lines).toLocal8Bit();
+    if (config && settings.toStdString() == read_file(path(u"settings.ini"_s).toStdString()))
+        return; // a thread of an earlier case may still read them
+    write(u"settings.ini"_s, settings);
     qputenv("TARV_CONFIG_PATH", path(u"settings.ini"_s).toLocal8Bit());
     config_table_free(config);
     config = nullptr;
@@ -91,6 +80,5 @@ QStringList ShellTest::recordedEnvironment()
 
 QString ShellTest::log()
 {
-    QFile file(path(u"log"_s));
-    return file.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(file.readAll()) : QString();
+    return QString::fromStdString(read_file(path(u"log"_s).toStdString()));
 }

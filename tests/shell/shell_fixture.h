@@ -14,10 +14,12 @@
 class ShellTest : public ApplicationTest
 {
 protected:
-    ShellTest();
+    // With these settings of the section [tarv].
+    explicit ShellTest(const QString &settings = {});
 
     // Replaces the settings of the section [tarv]; tarvctl_executable is added.
-    static void setSettings(const QString &lines);
+    static void setSettings(const QString &lines,
+                            const QString &controller = path(QStringLiteral("tarvctl")));
     // What the controller does when it runs; see controller_recorder.cpp.
     static void setController(const QString &mode);
     // The arguments and environment of the last run; empty while there was none.

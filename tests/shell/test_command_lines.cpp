@@ -1,9 +1,6 @@
 // What every menu action and model operation runs the controller with, to the byte: the recording
 // controller stands in for it.
 #include "app/display/TarvWindowController.h"
-#include "app/list/VirtualMachinesController.h"
-#include "app/list/VirtualMachinesTable.h"
-#include "app/list/WelcomeWindowController.h"
 #include "app/shell/TarvVM.h"
 #include "platform/process.h"
 #include "tests/display/FakeDisplay.h"
@@ -12,9 +9,9 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QFile>
+#include <QMenu>
 #include <QMessageBox>
 #include <QProcessEnvironment>
-#include <QTest>
 
 #include <unistd.h>
 
@@ -22,50 +19,20 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-class CommandLines : public ListTest
+class CommandLines : public ListOfThree
 {
 protected:
-    const QString home = qEnvironmentVariable("HOME");
-    const QString record = home + u"/record"_s;
-    QString running, stopped, suspended;
-    std::unique_ptr<WelcomeWindowController> list;
-    std::unique_ptr<TarvWindowController> screen;
+    CommandLines() : ListOfThree(u"a \\\"$b\\\" ü"_s) {}
 
-    void SetUp() override
+    // Chooses from the context menu.
+    void choose(const char *title)
     {
-        ListTest::SetUp();
-        QFile::remove(home + u"/controller"_s);
-        QFile::link(QStringLiteral(CONTROLLER_RECORDER), home + u"/controller"_s);
-        startLaunchService();
-        running = addVM(u"one"_s);
-        stopped = addVM(u"a \\\"$b\\\" ü"_s);
-        suspended = addVM(u"three"_s, u"state_file: s.img\n"_s);
-        supervise(running);
-        list.reset(WelcomeWindowController::controller());
-        list->showWindow();
-        const auto *vms = list->virtualMachinesController();
-        ASSERT_TRUE(waitFor([&] {
-            return vms->count() == 3 && vms->shownStatus(vms->find(running)) == "running"_L1 &&
-                   vms->shownStatus(vms->find(suspended)) == "suspended"_L1;
-        }));
-        screen = std::make_unique<TarvWindowController>(std::make_unique<FakeDisplay>(640, 480));
-        screen->showWindow();
-    }
-    void TearDown() override
-    {
-        screen.reset();
-        list.reset();
-        ListTest::TearDown();
-    }
-    void select(const QStringList &ids)
-    {
-        const auto *vms = list->virtualMachinesController();
-        auto *table = list->virtualMachinesTableView();
-        table->clearSelection();
-        for (const QString &id : ids)
-            table->selectionModel()->setCurrentIndex(
-                vms->index(int(vms->arrangedObjects().indexOf(vms->find(id))), 0),
-                QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        auto *menu = m_controller->window()->findChild<QMenu *>(u"virtualMachineMenu"_s);
+        menu->popup({});
+        for (QAction *item : menu->actions())
+            if (item->text() == QString::fromUtf8(title))
+                item->trigger();
+        menu->close();
     }
     // Presses the first button of the question that an action asks.
     static void confirm(const WindowController &window)
@@ -74,23 +41,17 @@ protected:
         ASSERT_TRUE(question);
         question->findChild<QAbstractButton *>(u"alertButton1"_s)->click();
     }
-    // The texts of a kind that the controller was run with; each ends with a null byte.
-    QStringList recordedTexts(const QByteArray &kind) const
-    {
-        QFile file(record);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        QStringList texts;
-        for (const QByteArray &text : file.readAll().split('\0'))
-            if (text.startsWith(kind))
-                texts << QString::fromUtf8(text.mid(kind.size()));
-        return texts;
-    }
 };
 
 } // namespace
 
 TEST_F(CommandLines, areTheStatedOnes)
 {
+    TarvWindowController onScreen(std::make_unique<FakeDisplay>(640, 480));
+    onScreen.showWindow();
+    auto *screen = &onScreen;
+    const QString running = m_running, stopped = m_stopped, suspended = m_suspended;
+    const QString record = path(u"record"_s);
     TarvVM vm(stopped);
     const QString name = u"--new \"name\"\n$(x);'ü"_s;
     const QString screenId = screen->display()->uuid();
@@ -104,19 +65,19 @@ TEST_F(CommandLines, areTheStatedOnes)
         {[&] { vm.start(0); }, {u"start"_s, u"-fv"_s, stopped}},
         {[&] { vm.start(1); }, {u"start"_s, u"-uv"_s, stopped}},
         {[&] { vm.start(2); }, {u"start"_s, u"-fv"_s, stopped}},
-        {[&] { select({stopped}), list->openDocument(); }, {u"start"_s, u"-fv"_s, stopped}},
-        {[&] { list->forceStartVirtualMachine(); }, {u"start"_s, u"-uv"_s, stopped}},
-        {[&] { list->recoverVirtualMachine(); }, {u"start"_s, u"-fv"_s, stopped}},
-        {[&] { list->cloneVirtualMachine(); }, {u"clone"_s, stopped, copy}},
-        {[&] { list->copyVirtualMachine(); }, {u"clone"_s, u"--copy"_s, stopped, copy}},
+        {[&] { select({stopped}), choose("Start"); }, {u"start"_s, u"-fv"_s, stopped}},
+        {[&] { choose("Force Start"); }, {u"start"_s, u"-uv"_s, stopped}},
+        {[&] { choose("Start in Recovery"); }, {u"start"_s, u"-fv"_s, stopped}},
+        {[&] { choose("Clone"); }, {u"clone"_s, stopped, copy}},
+        {[&] { choose("Copy"); }, {u"clone"_s, u"--copy"_s, stopped, copy}},
         {[&] {
-             select({stopped, running, suspended}), list->stopVirtualMachine();
+             select({stopped, running, suspended}), choose("Stop");
          },
          {u"stop"_s, running}},
-        {[&] { list->forceStopVirtualMachine(); }, {u"stop"_s, u"--force"_s, running, suspended}},
-        {[&] { list->suspendVirtualMachine(); }, {u"suspend"_s, running}},
-        {[&] { list->rebootVirtualMachine(); }, {u"suspend"_s, running}},
-        {[&] { list->delete_(), confirm(*list); },
+        {[&] { choose("Force Stop"); }, {u"stop"_s, u"--force"_s, running, suspended}},
+        {[&] { choose("Suspend"); }, {u"suspend"_s, running}},
+        {[&] { choose("Reboot"); }, {u"suspend"_s, running}},
+        {[&] { choose("Delete…"), confirm(*m_controller); },
          {u"delete"_s, u"--yes"_s, stopped, running, suspended}},
         {[&] { screen->stopVirtualMachine(nullptr); }, {u"stop"_s, screenId}},
         {[&] { screen->forceStopVirtualMachine(nullptr); }, {u"stop"_s, screenId, u"--force"_s}},
@@ -134,13 +95,13 @@ TEST_F(CommandLines, areTheStatedOnes)
         const std::string line = each.arguments.join(u'|').toStdString();
         QFile::remove(record);
         each.act();
-        ASSERT_TRUE(waitFor([&] { return QFile::exists(record); })) << line;
-        EXPECT_EQ(recordedTexts("argument "), each.arguments);
-        QStringList actual = recordedTexts("environment ");
+        ASSERT_TRUE(waitUntil([&] { return QFile::exists(record); })) << line;
+        EXPECT_EQ(recordedArguments(), each.arguments);
+        QStringList actual = recordedEnvironment();
         actual.sort();
         EXPECT_EQ(actual, environment) << line;
-        ASSERT_TRUE(waitFor([&] {
-            return !WindowController::attachedSheet(list->window()) &&
+        ASSERT_TRUE(waitUntil([&] {
+            return !WindowController::attachedSheet(m_controller->window()) &&
                    !WindowController::attachedSheet(screen->window());
         })) << line;
     }

@@ -1,6 +1,7 @@
 #include "app/display/TarvWindow.h"
 #include "app/kit/WindowController.h"
 #include "app/shell/MenuItemForEvent.h"
+#include "app/shell/TarvApplication.h"
 #include "tarvhv/display/TarvDisplayView.h"
 #include "tests/shell/shell_fixture.h"
 
@@ -37,6 +38,12 @@ private:
 };
 
 namespace {
+
+// Keys are routed by the application object.
+[[maybe_unused]] const bool g_set =
+    (testApplicationMaker = [](int &argc, char **argv) -> QApplication * {
+        return new TarvApplication(argc, argv);
+    });
 
 class DisplayController : public WindowController
 {

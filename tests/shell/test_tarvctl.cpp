@@ -124,7 +124,7 @@ TEST_F(TarvCTLTest, aFailureIsLoggedAndShownOnTheKeyWindowBeforeItIsHandled)
 
 TEST_F(TarvCTLTest, aControllerThatCanNotBeStartedIsAnErrorOfItsOwn)
 {
-    write(u"settings.ini"_s, "[tarv]\ntarvctl_executable = /nowhere/tarvctl\n");
+    setSettings(QString(), u"/nowhere/tarvctl"_s);
     runner->setSilent(true);
     run({u"list"_s});
     EXPECT_FALSE(runner->isRunning());
