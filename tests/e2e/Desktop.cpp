@@ -1,5 +1,7 @@
 #include "tests/e2e/Desktop.h"
 
+#include "tests/support/scratch.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -11,6 +13,8 @@
 #include <csignal>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr int ScreenWidth = 2048;
@@ -20,14 +24,6 @@ QByteArray contents(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void write(const QString &path, const QByteArray &text)
-{
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(text);
-    }
 }
 
 } // namespace
@@ -48,13 +44,13 @@ bool waitUntil(std::chrono::milliseconds limit, const std::function<bool()> &con
 
 qint64 residentBytes(pid_t pid)
 {
-    const QList<QByteArray> fields = contents(QStringLiteral("/proc/%1/statm").arg(pid)).split(' ');
+    const QList<QByteArray> fields = contents(u"/proc/%1/statm"_s.arg(pid)).split(' ');
     return fields.size() > 1 ? fields[1].toLongLong() * sysconf(_SC_PAGESIZE) : 0;
 }
 
 bool processRuns(pid_t pid)
 {
-    const QByteArray stat = contents(QStringLiteral("/proc/%1/stat").arg(pid));
+    const QByteArray stat = contents(u"/proc/%1/stat"_s.arg(pid));
     const qsizetype end = stat.lastIndexOf(')');
     return end >= 0 && stat.mid(end + 2, 1) != "Z";
 }
@@ -62,48 +58,49 @@ bool processRuns(pid_t pid)
 Desktop::Desktop() : m_environment(QProcessEnvironment::systemEnvironment())
 {
     for (const QString &name : m_environment.keys()) {
-        if (name.startsWith(QLatin1String("TARV_")) || name.startsWith(QLatin1String("XDG_")) ||
-            name.startsWith(QLatin1String("QT_")) || name.startsWith(QLatin1String("WAYLAND")) ||
-            name == QLatin1String("LANGUAGE")) {
+        if (name.startsWith("TARV_"_L1) || name.startsWith("XDG_"_L1) ||
+            name.startsWith("QT_"_L1) || name.startsWith("WAYLAND"_L1) || name == "LANGUAGE"_L1) {
             m_environment.remove(name);
         }
     }
     for (const char *directory : {"runtime", "data", "data/vms", "data/images", "support"}) {
         QDir().mkpath(path(QLatin1String(directory)));
     }
-    QFile::setPermissions(path(QStringLiteral("runtime")),
+    QFile::setPermissions(path(u"runtime"_s),
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    setVariable(QStringLiteral("HOME"), m_home.path());
-    setVariable(QStringLiteral("XDG_CONFIG_HOME"), path(QStringLiteral("config")));
-    setVariable(QStringLiteral("XDG_RUNTIME_DIR"), path(QStringLiteral("runtime")));
-    setVariable(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    setVariable(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
-    setVariable(QStringLiteral("TARV_SUPPORT_DIR"), path(QStringLiteral("support")));
-    setVariable(QStringLiteral("TARV_CONFIG_PATH"), path(QStringLiteral("settings.ini")));
-    write(path(QStringLiteral("support/.TarvEulaAccepted")), QByteArray());
-    m_settings = QString::fromUtf8(output(
-        QStringLiteral(WRITE_SETTINGS), {QStringLiteral(TARV_BIN), path(QStringLiteral("data"))}));
-    addSetting(QStringLiteral("engine_accel"), QStringLiteral("tcg"));
-    addSetting(QStringLiteral("stop_wait"), QStringLiteral("1"));
+    setVariable(u"HOME"_s, m_home.path());
+    setVariable(u"XDG_CONFIG_HOME"_s, path(u"config"_s));
+    setVariable(u"XDG_RUNTIME_DIR"_s, path(u"runtime"_s));
+    setVariable(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+    setVariable(u"LC_ALL"_s, u"C.UTF-8"_s);
+    setVariable(u"TARV_MACHINE_READABLE"_s, u"1"_s);
+    setVariable(u"TARV_TARV_VIEWER"_s, QStringLiteral(TARV_BIN "/tarv"));
+    setVariable(u"TARV_SUPPORT_DIR"_s, path(u"support"_s));
+    setVariable(u"TARV_CONFIG_PATH"_s, path(u"settings.ini"_s));
+    write_file(path(u"support/.TarvEulaAccepted"_s).toStdString(), {});
+    m_settings = QString::fromUtf8(
+        output(QStringLiteral(WRITE_SETTINGS), {QStringLiteral(TARV_BIN), path(u"data"_s)}));
+    addSetting(u"engine_accel"_s, u"tcg"_s);
+    addSetting(u"stop_wait"_s, u"1"_s);
     if (m_settings.isEmpty()) {
-        m_problem = QStringLiteral("the settings can't be made");
+        m_problem = u"the settings can't be made"_s;
     } else if (!openScreen()) {
-        m_problem = QStringLiteral("no virtual screen: ") + log(QStringLiteral("Xvfb"));
+        m_problem = u"no virtual screen: "_s + log(u"Xvfb"_s);
     } else if (!openBus()) {
-        m_problem = QStringLiteral("no session bus: ") + log(QStringLiteral("dbus-daemon"));
+        m_problem = u"no session bus: "_s + log(u"dbus-daemon"_s);
     }
 }
 
 Desktop::~Desktop()
 {
     // The application first, so that it does not see the rest go; then VMs, by their supervisors.
-    while (!m_children.empty() && m_children.back()->objectName() == QLatin1String("tarv")) {
+    while (!m_children.empty() && m_children.back()->objectName() == "tarv"_L1) {
         m_children.back()->kill();
         m_children.back()->waitForFinished(5000);
         m_children.pop_back();
     }
-    endProcesses(QStringLiteral("tarvvm"), SIGTERM);
-    endProcesses(QStringLiteral("vlaunchd"), SIGTERM);
+    endProcesses(u"tarvvm"_s, SIGTERM);
+    endProcesses(u"vlaunchd"_s, SIGTERM);
     for (const char *program : {"tarv", "tarvctl", "tarvvm", "vlaunchd", "qemu-system-x86_64"}) {
         endProcesses(QLatin1String(program), SIGKILL);
     }
@@ -127,8 +124,8 @@ void Desktop::endProcesses(const QString &program, int signal)
 
 void Desktop::addSetting(const QString &key, const QString &value)
 {
-    m_settings += key + QStringLiteral(" = ") + value + QLatin1Char('\n');
-    write(path(QStringLiteral("settings.ini")), m_settings.toUtf8());
+    m_settings += key + u" = "_s + value + u'\n';
+    write_file(path(u"settings.ini"_s).toStdString(), m_settings.toStdString());
 }
 
 void Desktop::setVariable(const QString &name, const QString &value)
@@ -142,85 +139,77 @@ QProcess *Desktop::start(const QString &name, const QString &program, const QStr
     child->setObjectName(name);
     child->setProcessEnvironment(m_environment);
     child->setStandardInputFile(QProcess::nullDevice());
-    child->setStandardErrorFile(path(name + QStringLiteral(".log")), QIODevice::Append);
+    child->setStandardErrorFile(path(name + u".log"_s), QIODevice::Append);
     child->start(program, arguments);
     child->waitForStarted();
     m_children.push_back(std::move(child));
     return m_children.back().get();
 }
 
+QString Desktop::firstWords(const QString &program, const QStringList &arguments)
+{
+    QProcess *child = start(program, program, arguments);
+    waitUntil(std::chrono::seconds(60), [child] {
+        child->waitForReadyRead(50);
+        return child->canReadLine() || child->state() == QProcess::NotRunning;
+    });
+    return QString::fromLatin1(child->readLine().trimmed());
+}
+
 bool Desktop::openScreen()
 {
-    QProcess *server =
-        start(QStringLiteral("Xvfb"), QStringLiteral("Xvfb"),
-              {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-               QStringLiteral("0"), QStringLiteral("%1x%2x24").arg(ScreenWidth).arg(ScreenHeight),
-               QStringLiteral("-nolisten"), QStringLiteral("tcp")});
-    waitUntil(std::chrono::seconds(60), [server] {
-        server->waitForReadyRead(50);
-        return server->canReadLine() || server->state() == QProcess::NotRunning;
-    });
-    const QByteArray number = server->readLine().trimmed();
+    const QString number = firstWords(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s,
+                                                  u"%1x%2x24"_s.arg(ScreenWidth).arg(ScreenHeight),
+                                                  u"-nolisten"_s, u"tcp"_s});
     if (number.isEmpty()) {
         return false;
     }
-    setVariable(QStringLiteral("DISPLAY"), QLatin1Char(':') + QString::fromLatin1(number));
+    setVariable(u"DISPLAY"_s, u':' + number);
     // Its command runs once it manages windows: one that is opened before is lost now and then.
-    const QString ready = path(QStringLiteral("openbox.ready"));
-    start(QStringLiteral("openbox"), QStringLiteral("openbox"),
-          {QStringLiteral("--startup"), QStringLiteral("touch ") + ready});
+    const QString ready = path(u"openbox.ready"_s);
+    start(u"openbox"_s, u"openbox"_s, {u"--startup"_s, u"touch "_s + ready});
     return waitUntil(std::chrono::seconds(60), [&ready] { return QFileInfo::exists(ready); });
 }
 
 bool Desktop::openBus()
 {
-    QProcess *bus = start(QStringLiteral("dbus-daemon"), QStringLiteral("dbus-daemon"),
-                          {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                           QStringLiteral("--print-address")});
-    waitUntil(std::chrono::seconds(60), [bus] {
-        bus->waitForReadyRead(50);
-        return bus->canReadLine() || bus->state() == QProcess::NotRunning;
-    });
-    const QByteArray address = bus->readLine().trimmed();
-    setVariable(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromLatin1(address));
+    const QString address =
+        firstWords(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
+    setVariable(u"DBUS_SESSION_BUS_ADDRESS"_s, address);
     return !address.isEmpty();
 }
 
-QByteArray Desktop::output(const QString &program, const QStringList &arguments, int seconds)
+bool Desktop::run(QProcess &child, const QString &program, const QStringList &arguments,
+                  int seconds) const
 {
-    QProcess child;
     child.setProcessEnvironment(m_environment);
     child.setStandardInputFile(QProcess::nullDevice());
     child.start(program, arguments);
-    if (!child.waitForFinished(seconds * 1000)) {
-        child.kill();
-        child.waitForFinished(5000);
-        return {};
-    }
-    return child.readAllStandardOutput();
+    const bool ended = child.waitForFinished(seconds * 1000);
+    child.kill();
+    child.waitForFinished(5000);
+    return ended;
 }
 
-Answer Desktop::tarvctl(const QStringList &arguments, int seconds)
+QByteArray Desktop::output(const QString &program, const QStringList &arguments)
 {
     QProcess child;
-    QProcessEnvironment environment = m_environment;
-    environment.insert(QStringLiteral("TARV_MACHINE_READABLE"), QStringLiteral("1"));
-    environment.insert(QStringLiteral("TARV_TARV_VIEWER"), QStringLiteral(TARV_BIN "/tarv"));
-    child.setProcessEnvironment(environment);
-    child.setStandardInputFile(QProcess::nullDevice());
-    child.start(QStringLiteral(TARV_BIN "/tarvctl"), arguments);
+    return run(child, program, arguments) ? child.readAllStandardOutput() : QByteArray();
+}
+
+Answer Desktop::tarvctl(const QStringList &arguments)
+{
+    QProcess child;
     Answer answer;
-    if (!child.waitForFinished(seconds * 1000)) {
-        child.kill();
-        child.waitForFinished(5000);
-        answer.message = QStringLiteral("tarvctl did not end");
+    if (!run(child, QStringLiteral(TARV_BIN "/tarvctl"), arguments, 90)) {
+        answer.message = u"tarvctl did not end"_s;
         return answer;
     }
     const QByteArray text = child.readAllStandardOutput();
     const QJsonObject object = QJsonDocument::fromJson(text).object();
     answer.status = child.exitCode();
-    answer.message = object.value(QLatin1String("message")).toString();
-    answer.body = object.value(QLatin1String("body"));
+    answer.message = object.value("message"_L1).toString();
+    answer.body = object.value("body"_L1);
     if (object.isEmpty()) {
         answer.message = QString::fromUtf8(text + child.readAllStandardError());
     }
@@ -230,12 +219,9 @@ Answer Desktop::tarvctl(const QStringList &arguments, int seconds)
 QString Desktop::addVM(const QString &name, const QString &image, const QString &more)
 {
     const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    const QString directory = path(QStringLiteral("data/vms/")) + id;
-    const QString disk = path(QStringLiteral("data/images/")) + id + QStringLiteral(".qcow2");
-    output(QStringLiteral("qemu-img"),
-           {QStringLiteral("convert"), QStringLiteral("-f"), QStringLiteral("raw"),
-            QStringLiteral("-O"), QStringLiteral("qcow2"), image, disk});
-    QDir().mkpath(directory);
+    const QString directory = path(u"data/vms/"_s) + id;
+    const QString disk = path(u"data/images/"_s) + id + u".qcow2"_s;
+    output(u"qemu-img"_s, {u"convert"_s, u"-f"_s, u"raw"_s, u"-O"_s, u"qcow2"_s, image, disk});
     const QString record = QStringLiteral("name: %1\n"
                                           "uuid: %2\n"
                                           "cpu:\n  count: 1\n"
@@ -247,39 +233,30 @@ QString Desktop::addVM(const QString &name, const QString &image, const QString 
                                           "network:\n"
                                           "  - mode: disconnected\n%4")
                                .arg(name, id, QFileInfo(disk).fileName(), more);
-    write(directory + QStringLiteral("/config.yaml"), record.toUtf8());
+    write_file((directory + u"/config.yaml"_s).toStdString(), record.toStdString());
     return id;
 }
 
 QProcess *Desktop::startTarv(const QStringList &arguments)
 {
-    return start(QStringLiteral("tarv"), QStringLiteral(TARV_BIN "/tarv"), arguments);
+    return start(u"tarv"_s, QStringLiteral(TARV_BIN "/tarv"), arguments);
 }
 
 QString Desktop::window(const QString &pattern)
 {
-    const QByteArray found = output(QStringLiteral("xdotool"),
-                                    {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                     QStringLiteral("--name"), pattern});
+    const QByteArray found =
+        output(u"xdotool"_s, {u"search"_s, u"--onlyvisible"_s, u"--name"_s, pattern});
     return QString::fromLatin1(found.trimmed().split('\n').last());
 }
 
 QString Desktop::activeWindow()
 {
-    return QString::fromLatin1(
-        output(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")}).trimmed());
-}
-
-QString Desktop::windowUnderPointer()
-{
-    const QByteArray place = output(
-        QStringLiteral("xdotool"), {QStringLiteral("getmouselocation"), QStringLiteral("--shell")});
-    return QString::fromLatin1(place.mid(place.indexOf("WINDOW=") + 7).trimmed());
+    return QString::fromLatin1(output(u"xdotool"_s, {u"getactivewindow"_s}).trimmed());
 }
 
 QRect Desktop::geometry(const QString &window)
 {
-    const QByteArray text = output(QStringLiteral("xwininfo"), {QStringLiteral("-id"), window});
+    const QByteArray text = output(u"xwininfo"_s, {u"-id"_s, window});
     int values[4] = {};
     const char *names[] = {"Absolute upper-left X:", "Absolute upper-left Y:", "Width:", "Height:"};
     for (const QByteArray &line : text.split('\n')) {
@@ -294,47 +271,42 @@ QRect Desktop::geometry(const QString &window)
 
 QImage Desktop::picture(const QString &window)
 {
-    const QByteArray data = output(QStringLiteral("import"),
-                                   {QStringLiteral("-window"), window, QStringLiteral("ppm:-")});
+    const QByteArray data = output(u"import"_s, {u"-window"_s, window, u"ppm:-"_s});
     return QImage::fromData(data, "PPM").convertToFormat(QImage::Format_RGB32);
 }
 
 bool Desktop::xdotool(const QStringList &arguments)
 {
     QProcess child;
-    child.setProcessEnvironment(m_environment);
-    child.start(QStringLiteral("xdotool"), arguments);
-    return child.waitForFinished(30000) && child.exitCode() == 0;
+    return run(child, u"xdotool"_s, arguments) && child.exitCode() == 0;
 }
 
 void Desktop::copy(const char *target, const QByteArray &bytes)
 {
-    write(path(QStringLiteral("copied")), bytes);
-    start(QStringLiteral("xclip"), QStringLiteral("xclip"),
-          {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
-           QStringLiteral("-t"), QLatin1String(target), path(QStringLiteral("copied"))});
+    write_file(path(u"copied"_s).toStdString(), bytes.toStdString());
+    start(u"xclip"_s, u"xclip"_s,
+          {u"-quiet"_s, u"-selection"_s, u"clipboard"_s, u"-t"_s, QLatin1String(target),
+           path(u"copied"_s)});
 }
 
 QByteArray Desktop::paste(const char *target)
 {
-    return output(QStringLiteral("xclip"),
-                  {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
-                   QStringLiteral("-t"), QLatin1String(target)});
+    return output(u"xclip"_s,
+                  {u"-o"_s, u"-selection"_s, u"clipboard"_s, u"-t"_s, QLatin1String(target)});
 }
 
 bool Desktop::doubleClickVM(const QString &listWindow, const QString &id)
 {
-    return doubleClickVM(listWindow, [&] { return status(id) == QLatin1String("running"); });
+    return doubleClickVM(listWindow, [&] { return status(id) == "running"_L1; });
 }
 
 bool Desktop::doubleClickVM(const QString &listWindow, const std::function<bool()> &opened)
 {
     const QRect frame = geometry(listWindow);
     for (int y = 94; y < frame.height(); y += 14) {
-        xdotool({QStringLiteral("mousemove"), QString::number(frame.x() + frame.width() / 3),
-                 QString::number(frame.y() + y), QStringLiteral("click"),
-                 QStringLiteral("--repeat"), QStringLiteral("2"), QStringLiteral("--delay"),
-                 QStringLiteral("60"), QStringLiteral("1")});
+        xdotool({u"mousemove"_s, QString::number(frame.x() + frame.width() / 3),
+                 QString::number(frame.y() + y), u"click"_s, u"--repeat"_s, u"2"_s, u"--delay"_s,
+                 u"60"_s, u"1"_s});
         if (waitUntil(std::chrono::milliseconds(1500), opened)) {
             return true;
         }
@@ -346,11 +318,11 @@ std::vector<pid_t> Desktop::processes(const QString &program) const
 {
     std::vector<pid_t> found;
     const QByteArray mark = "HOME=" + m_home.path().toUtf8();
-    for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        const QString base = QStringLiteral("/proc/") + entry;
+    for (const QString &entry : QDir(u"/proc"_s).entryList(QDir::Dirs)) {
+        const QString base = u"/proc/"_s + entry;
         if (entry.toInt() > 0 &&
-            QFileInfo(QFile::symLinkTarget(base + QStringLiteral("/exe"))).fileName() == program &&
-            contents(base + QStringLiteral("/environ")).split('\0').contains(mark)) {
+            QFileInfo(QFile::symLinkTarget(base + u"/exe"_s)).fileName() == program &&
+            contents(base + u"/environ"_s).split('\0').contains(mark)) {
             found.push_back(entry.toInt());
         }
     }
@@ -359,13 +331,10 @@ std::vector<pid_t> Desktop::processes(const QString &program) const
 
 QString Desktop::status(const QString &id)
 {
-    return tarvctl({QStringLiteral("show"), id})
-        .body.toObject()
-        .value(QLatin1String("status"))
-        .toString();
+    return tarvctl({u"show"_s, id}).body.toObject().value("status"_L1).toString();
 }
 
 QString Desktop::log(const QString &name) const
 {
-    return QString::fromUtf8(contents(path(name + QStringLiteral(".log"))));
+    return QString::fromUtf8(contents(path(name + u".log"_s)));
 }

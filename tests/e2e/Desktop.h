@@ -44,7 +44,7 @@ public:
     void setVariable(const QString &name, const QString &value);
 
     // Runs the controller to its end and takes its machine-readable answer.
-    Answer tarvctl(const QStringList &arguments, int seconds = 90);
+    Answer tarvctl(const QStringList &arguments);
     // Makes a VM of a raw disk image in the library, as a hand-written record; its identifier.
     QString addVM(const QString &name, const QString &image, const QString &more = QString());
     // Starts the application.
@@ -53,7 +53,6 @@ public:
     // The visible window whose title matches, or empty.
     QString window(const QString &pattern);
     QString activeWindow();
-    QString windowUnderPointer(); // menus too
     QRect geometry(const QString &window);
     // What a window shows, 32-bit RGB; a null image when it is gone.
     QImage picture(const QString &window);
@@ -80,7 +79,12 @@ public:
 private:
     bool openScreen();
     bool openBus();
-    QByteArray output(const QString &program, const QStringList &arguments, int seconds = 30);
+    // Starts a program and waits for the first line that it writes; empty when it ended instead.
+    QString firstWords(const QString &program, const QStringList &arguments);
+    // Runs a program to its end; false when it did not end in time.
+    bool run(QProcess &child, const QString &program, const QStringList &arguments,
+             int seconds = 30) const;
+    QByteArray output(const QString &program, const QStringList &arguments);
     void endProcesses(const QString &program, int signal);
 
     QTemporaryDir m_home;

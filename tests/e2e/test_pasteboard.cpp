@@ -6,6 +6,7 @@
 #include <QBuffer>
 #include <QFile>
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -32,34 +33,27 @@ protected:
     // The guest's window, which has the keyboard before the guest's agents come up.
     void openGuest()
     {
-        desktop->addSetting(QStringLiteral("qemu_executable"), QStringLiteral(QEMU_WITH_AGENT));
-        const QString id =
-            desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
+        desktop->addSetting(u"qemu_executable"_s, QStringLiteral(QEMU_WITH_AGENT));
+        const QString id = desktop->addVM(u"bars"_s, QStringLiteral(GUEST_DIR "/bars.img"));
         desktop->startTarv();
-        list = waitForWindow(QStringLiteral("^Virtual Machines$"));
-        desktop->tarvctl({QStringLiteral("start"), QStringLiteral("-v"), id});
-        window = waitForWindow(QStringLiteral("^bars$"));
+        list = waitForWindow(u"^Virtual Machines$"_s);
+        desktop->tarvctl({u"start"_s, u"-v"_s, id});
+        window = waitForWindow(u"^bars$"_s);
         focus(window);
-        const QString port = desktop->path(QStringLiteral("agent-port"));
-        const QString session = guest.path(QStringLiteral("session"));
-        guest.start(QStringLiteral("daemon"), QStringLiteral("/usr/sbin/spice-vdagentd"),
-                    {QStringLiteral("-xXfd"), QStringLiteral("-s"), port, QStringLiteral("-S"),
-                     session, QStringLiteral("-u"), guest.path(QStringLiteral("settings.ini"))});
+        const QString port = desktop->path(u"agent-port"_s);
+        const QString session = guest.path(u"session"_s);
         guest.start(
-            QStringLiteral("agent"), QStringLiteral("spice-vdagent"),
-            {QStringLiteral("-xd"), QStringLiteral("-s"), port, QStringLiteral("-S"), session});
+            u"daemon"_s, u"/usr/sbin/spice-vdagentd"_s,
+            {u"-xXfd"_s, u"-s"_s, port, u"-S"_s, session, u"-u"_s, guest.path(u"settings.ini"_s)});
+        guest.start(u"agent"_s, u"spice-vdagent"_s, {u"-xd"_s, u"-s"_s, port, u"-S"_s, session});
         EXPECT_TRUE(daemonSays("Set max clipboard"));
     }
     bool daemonSays(const char *words)
     {
-        return waitUntil(60s, [&] {
-            return guest.log(QStringLiteral("daemon")).contains(QLatin1String(words));
-        });
+        return waitUntil(60s,
+                         [&] { return guest.log(u"daemon"_s).contains(QLatin1String(words)); });
     }
-    void focus(const QString &target)
-    {
-        desktop->xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), target});
-    }
+    void focus(const QString &target) { desktop->xdotool({u"windowfocus"_s, u"--sync"_s, target}); }
     bool toHost(const char *target, const QByteArray &bytes)
     {
         guest.copy(target, bytes);
@@ -81,7 +75,7 @@ protected:
 
 TEST_F(Pasteboard, goesFromTheHostsProgramsToTheGuestsAndBack)
 {
-    if (!QFile::exists(QStringLiteral("/usr/sbin/spice-vdagentd"))) {
+    if (!QFile::exists(u"/usr/sbin/spice-vdagentd"_s)) {
         GTEST_SKIP() << "spice-vdagent is not installed";
     }
     openGuest();
@@ -104,12 +98,12 @@ TEST_F(Pasteboard, goesFromTheHostsProgramsToTheGuestsAndBack)
     // What the guest copied does not come back to it: its own program goes on giving it.
     EXPECT_TRUE(toHost(TEXT, "the guest's"));
     const auto offers = [this] {
-        return guest.log(QStringLiteral("agent")).count(QStringLiteral("received clipboard grab"));
+        return guest.log(u"agent"_s).count(u"received clipboard grab"_s);
     };
     const auto before = offers();
     focus(list);
     focus(window);
-    desktop->xdotool({QStringLiteral("key"), QStringLiteral("ctrl+v")});
+    desktop->xdotool({u"key"_s, u"ctrl+v"_s});
     EXPECT_TRUE(toHost(TEXT, "the guest's again"));
     EXPECT_EQ(offers(), before);
 }

@@ -4,28 +4,10 @@
 #include <csignal>
 #include <cstdlib>
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-// Where the guest's bars begin in a picture of its window (below the menu bar); null without.
-QPoint findBars(const QImage &picture)
-{
-    const int probe = GUEST_BARS_SIZE.width / GUEST_BAR_COUNT;
-    for (int y = 0; y + GUEST_BARS_SIZE.height <= picture.height(); ++y) {
-        for (int x = 0; x + GUEST_BARS_SIZE.width <= picture.width(); ++x) {
-            bool match = true;
-            for (int bar = 0; bar < GUEST_BAR_COUNT && match; ++bar) {
-                match = (picture.pixel(x + bar * probe, y) & 0xffffff) == GUEST_BARS[bar] &&
-                        (picture.pixel(x + (bar + 1) * probe - 1, y) & 0xffffff) == GUEST_BARS[bar];
-            }
-            if (match) {
-                return {x, y};
-            }
-        }
-    }
-    return {-1, -1};
-}
 
 bool barsAreExact(const QImage &picture, QPoint origin)
 {
@@ -69,29 +51,24 @@ class Screen : public EndToEnd
 
 TEST_F(Screen, showsTheGuestPixelForPixelTakesKeysAndScales)
 {
-    const QString id =
-        desktop->addVM(QStringLiteral("bars"), QStringLiteral(GUEST_DIR "/bars.img"));
+    const QString id = desktop->addVM(u"bars"_s, QStringLiteral(GUEST_DIR "/bars.img"));
     desktop->startTarv();
-    const QString list = waitForWindow(QStringLiteral("^Virtual Machines$"));
+    const QString list = waitForWindow(u"^Virtual Machines$"_s);
     ASSERT_FALSE(list.isEmpty()) << log("tarv");
     ASSERT_TRUE(desktop->doubleClickVM(list, id)) << log("tarv");
-    const QString guest = waitForWindow(QStringLiteral("^bars$"));
+    const QString guest = waitForWindow(u"^bars$"_s);
     ASSERT_FALSE(guest.isEmpty()) << log("tarv");
 
-    QPoint origin(-1, -1);
-    ASSERT_TRUE(waitUntil(90s, [&] {
-        const QImage picture = desktop->picture(guest);
-        origin = findBars(picture);
-        return origin.x() >= 0 && barsAreExact(picture, origin);
-    }));
+    const QPoint origin(0, viewTop(guest, GUEST_BARS_SIZE));
+    ASSERT_TRUE(waitUntil(90s, [&] { return barsAreExact(desktop->picture(guest), origin); }));
 
-    desktop->xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), guest});
-    desktop->xdotool({QStringLiteral("key"), QStringLiteral("a")});
+    desktop->xdotool({u"windowfocus"_s, u"--sync"_s, guest});
+    desktop->xdotool({u"key"_s, u"a"_s});
     EXPECT_TRUE(waitUntil(30s, [&] {
         const QImage picture = desktop->picture(guest);
         return blockIsShown(picture, origin, 0x1e, 0) && blockIsShown(picture, origin, 0x9e, 1);
     })) << "the letter a did not reach the guest";
-    desktop->xdotool({QStringLiteral("key"), QStringLiteral("105")});
+    desktop->xdotool({u"key"_s, u"105"_s});
     EXPECT_TRUE(waitUntil(30s, [&] {
         const QImage picture = desktop->picture(guest);
         return blockIsShown(picture, origin, 0xe0, 2) && blockIsShown(picture, origin, 0x1d, 3);
@@ -100,8 +77,8 @@ TEST_F(Screen, showsTheGuestPixelForPixelTakesKeysAndScales)
     // Half as large: the bars must stand at half the places.
     const QRect frame = desktop->geometry(guest);
     const QSize size(GUEST_BARS_SIZE.width / 2, GUEST_BARS_SIZE.height / 2 + origin.y());
-    desktop->xdotool({QStringLiteral("windowsize"), guest, QString::number(size.width()),
-                      QString::number(size.height())});
+    desktop->xdotool(
+        {u"windowsize"_s, guest, QString::number(size.width()), QString::number(size.height())});
     EXPECT_TRUE(waitUntil(30s, [&] {
         const QImage picture = desktop->picture(guest);
         if (picture.size() == frame.size() || picture.isNull()) {
@@ -123,27 +100,26 @@ TEST_F(Screen, showsTheGuestPixelForPixelTakesKeysAndScales)
         return true;
     })) << "a resized window does not show the whole guest scaled";
 
-    EXPECT_EQ(desktop->tarvctl({QStringLiteral("stop"), QStringLiteral("--force"), id}).status, 0);
-    EXPECT_TRUE(waitUntil(20s, [&] { return desktop->window(QStringLiteral("^bars$")).isEmpty(); }))
+    EXPECT_EQ(desktop->tarvctl({u"stop"_s, u"--force"_s, id}).status, 0);
+    EXPECT_TRUE(waitUntil(20s, [&] { return desktop->window(u"^bars$"_s).isEmpty(); }))
         << "the window outlives its VM";
 }
 
 TEST_F(Screen, aStoppedViewerNeitherBloatsNorStallsTheGuest)
 {
-    const QString id =
-        desktop->addVM(QStringLiteral("repaint"), QStringLiteral(GUEST_DIR "/repaint20.img"));
+    const QString id = desktop->addVM(u"repaint"_s, QStringLiteral(GUEST_DIR "/repaint20.img"));
     QProcess *tarv = desktop->startTarv();
-    ASSERT_FALSE(waitForWindow(QStringLiteral("^Virtual Machines$")).isEmpty()) << log("tarv");
-    const Answer started = desktop->tarvctl({QStringLiteral("start"), QStringLiteral("-v"), id});
+    ASSERT_FALSE(waitForWindow(u"^Virtual Machines$"_s).isEmpty()) << log("tarv");
+    const Answer started = desktop->tarvctl({u"start"_s, u"-v"_s, id});
     ASSERT_EQ(started.status, 0) << started.message.toStdString();
-    const QString guest = waitForWindow(QStringLiteral("^repaint$"));
+    const QString guest = waitForWindow(u"^repaint$"_s);
     ASSERT_FALSE(guest.isEmpty()) << log("tarv");
     const QPoint origin(0, viewTop(guest, GUEST_REPAINT_SIZE));
     ASSERT_TRUE(waitUntil(90s, [&] { return frameNumber(desktop->picture(guest), origin) > 20; }))
         << "the guest's frames do not arrive";
 
-    const std::vector<pid_t> supervisors = desktop->processes(QStringLiteral("tarvvm"));
-    const std::vector<pid_t> engines = desktop->processes(QStringLiteral("qemu-system-x86_64"));
+    const std::vector<pid_t> supervisors = desktop->processes(u"tarvvm"_s);
+    const std::vector<pid_t> engines = desktop->processes(u"qemu-system-x86_64"_s);
     ASSERT_EQ(supervisors.size(), 1u);
     ASSERT_EQ(engines.size(), 1u);
     const qint64 supervisorBefore = residentBytes(supervisors[0]);
