@@ -30,6 +30,11 @@ std::vector<pid_t> processes_with(const std::string &text)
     return result;
 }
 
+std::string vm_socket(const std::string &id)
+{
+    return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
+}
+
 std::string file_text(const std::string &path)
 {
     return read_file(path);

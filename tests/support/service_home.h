@@ -59,5 +59,7 @@ private:
 
 // The processes whose command line holds a text, as an identifier.
 std::vector<pid_t> processes_with(const std::string &text);
+// The service socket of a VM.
+std::string vm_socket(const std::string &id);
 // The whole of a small file, "" when absent.
 std::string file_text(const std::string &path);

@@ -2,6 +2,8 @@
 
 #include "platform/memory.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/io.h"
+#include "tarvhv/display/packet_socket.h"
 #include "tests/guest/guests.h"
 
 #include <gtest/gtest.h>
@@ -10,10 +12,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,7 +38,7 @@ LiveVm::~LiveVm()
         kill(m_pid, SIGKILL);
         wait();
     }
-    unlink(socketPath().c_str());
+    unlink(vm_socket(m_id).c_str());
     if (testing::Test::HasFailure())
         std::cerr << log();
 }
@@ -53,11 +53,6 @@ void LiveVm::start(const std::vector<std::string> &arguments)
         open(file("log/stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     m_pid = m_home.spawn(words, -1, log.get());
     EXPECT_GT(m_pid, 0);
-}
-
-void LiveVm::write(const std::string &name, const std::string &text) const
-{
-    std::ofstream(file(name)) << text;
 }
 
 bool LiveVm::startAndRun()
@@ -80,7 +75,7 @@ int LiveVm::wait()
 LiveAnswer LiveVm::ask(const std::string &request) const
 {
     LiveAnswer answer;
-    const UniqueFd socket(cli2_connect(socketPath().c_str(), nullptr));
+    const UniqueFd socket(cli2_connect(vm_socket(m_id).c_str(), nullptr));
     if (!socket || cli2_send(socket.get(), request.data(), request.size(), 0) != 0)
         return answer;
     int fds[4];
@@ -99,31 +94,6 @@ std::string LiveVm::state() const
 int64_t LiveVm::status(const char *name) const
 {
     return json_find_int64(ask("status\r\n").tree.get(), (std::string("body.") + name).c_str(), -1);
-}
-
-std::string LiveVm::log() const
-{
-    return file_text(file("log/stderr"));
-}
-
-std::string LiveVm::report() const
-{
-    return file_text(file("report"));
-}
-
-std::string LiveVm::config() const
-{
-    return file_text(file("vms/" + m_id + "/config.yaml"));
-}
-
-std::string LiveVm::socketPath() const
-{
-    return "/tmp/com.quelda.tarvhv." + m_id + "." + std::to_string(getuid()) + ".sock";
-}
-
-bool LiveVm::socketExists() const
-{
-    return access(socketPath().c_str(), F_OK) == 0;
 }
 
 // ---- viewer -------------------------------------------------------------------------------------
@@ -177,42 +147,19 @@ void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments, i
 {
     display_packet packet{type, {}};
     std::copy(arguments.begin(), arguments.end(), packet.arg);
-    iovec part{&packet, sizeof packet};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (memory >= 0) {
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof memory), SOL_SOCKET, SCM_RIGHTS};
-        std::memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), &memory, sizeof memory);
-    }
-    sendmsg(m_channel.get(), &message, MSG_NOSIGNAL);
+    cli2_send_fds(m_channel.get(), &packet, sizeof packet, 0, &memory, memory >= 0 ? 1 : 0);
 }
 
 bool LiveViewer::take()
 {
     for (;;) {
         display_packet packet;
-        iovec part{&packet, sizeof packet};
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t length = recvmsg(m_channel.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-        if (length < 0 && errno == ECONNRESET)
-            continue; // what was sent before can still be read
+        std::vector<UniqueFd> fds;
+        const ssize_t length =
+            receive_with_descriptors(m_channel.get(), &packet, sizeof packet, &fds);
         if (length != ssize_t(sizeof packet))
             return length < 0 && errno == EAGAIN;
-        UniqueFd memory;
-        if (const cmsghdr *header = CMSG_FIRSTHDR(&message)) {
-            int fd;
-            std::memcpy(&fd, CMSG_DATA(header), sizeof fd);
-            memory.reset(fd);
-        }
+        UniqueFd memory = fds.empty() ? UniqueFd() : std::move(fds[0]);
         if (packet.type == DISPLAY_DAMAGE) {
             if (packet.arg[5])
                 send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});

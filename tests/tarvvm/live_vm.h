@@ -6,9 +6,11 @@
 #include "tarvhv/cli2/display_protocol.h"
 #include "tests/support/service_home.h"
 
+#include <fstream>
 #include <functional>
 #include <string>
 #include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 // An answer of the service socket with its descriptors; no tree when there was none.
@@ -41,17 +43,19 @@ public:
     // A number of the status's body.
     int64_t status(const char *name) const;
     // What the supervisor logged, what it reported, and its configuration.
-    std::string log() const;
-    std::string report() const;
-    std::string config() const;
-    bool socketExists() const;
+    std::string log() const { return file_text(file("log/stderr")); }
+    std::string report() const { return file_text(file("report")); }
+    std::string config() const { return file_text(file("vms/" + m_id + "/config.yaml")); }
+    bool socketExists() const { return access(vm_socket(m_id).c_str(), F_OK) == 0; }
 
     const std::string &id() const { return m_id; }
-    std::string socketPath() const;
     pid_t pid() const { return m_pid; }
     ServiceHome &home() { return m_home; }
     std::string file(const std::string &name) const { return m_home.file(name); }
-    void write(const std::string &name, const std::string &text) const;
+    void write(const std::string &name, const std::string &text) const
+    {
+        std::ofstream(file(name)) << text;
+    }
 
 private:
     ServiceHome m_home;

@@ -3,12 +3,9 @@
 
 #include "platform/memory.h"
 #include "tarvhv/cli2/display_protocol.h"
+#include "tests/tarvvm/loop_test.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sys/socket.h>
-#include <unistd.h>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -52,36 +49,19 @@ public:
     std::vector<std::string> arrived;
 };
 
-class Pasteboard : public testing::Test
+class Pasteboard : public LoopTest
 {
 protected:
-    void SetUp() override
+    Pasteboard()
     {
-        ASSERT_EQ(sd_event_new(&m_loop), 0);
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-        m_agent.reset(ends[1]);
-        m_pasteboard = std::make_unique<GuestPasteboard>(
-            m_loop, UniqueFd(ends[0]), UniqueFd(dup(ends[1])),
-            [this](const std::string &line) { m_log += line + "\n"; });
-        m_pasteboard->add(&m_reader);
-        m_pasteboard->add(&m_other);
-    }
-    void TearDown() override
-    {
-        m_pasteboard.reset();
-        sd_event_unref(m_loop);
-    }
-    void turn()
-    {
-        while (sd_event_run(m_loop, 1000) > 0)
-            ;
+        m_pasteboard.add(&m_reader);
+        m_pasteboard.add(&m_other);
     }
     // The agent sends bytes, as much at a time as there is room for.
     void send(std::string bytes)
     {
         while (!bytes.empty()) {
-            const ssize_t sent = ::send(m_agent.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            const ssize_t sent = ::send(m_ends.far.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
             ASSERT_TRUE(sent > 0 || errno == EAGAIN);
             bytes.erase(0, size_t(std::max<ssize_t>(sent, 0)));
             turn();
@@ -109,7 +89,7 @@ protected:
         decoder.setContentsMax(64 << 20);
         for (;;) {
             turn();
-            const ssize_t length = recv(m_agent.get(), bytes.data(), bytes.size(), 0);
+            const ssize_t length = recv(m_ends.far.get(), bytes.data(), bytes.size(), 0);
             if (length <= 0)
                 break;
             EXPECT_TRUE(decoder.feed({bytes.data(), size_t(length)}, &messages));
@@ -137,45 +117,45 @@ protected:
         UniqueFd memory(platform_memory_create("test", bytes.size()));
         EXPECT_EQ(pwrite(memory.get(), bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
         platform_memory_seal(memory.get());
-        return m_pasteboard->give(std::move(memory), bytes.size());
+        return m_pasteboard.give(std::move(memory), bytes.size());
     }
 
-    sd_event *m_loop = nullptr;
-    UniqueFd m_agent;
+    Ends m_ends{SOCK_STREAM | SOCKET_FLAGS};
     std::string m_log;
     Reader m_reader, m_other;
-    std::unique_ptr<GuestPasteboard> m_pasteboard;
+    GuestPasteboard m_pasteboard{m_loop, std::move(m_ends.near), UniqueFd(dup(m_ends.far.get())),
+                                 [this](const std::string &line) { m_log += line + "\n"; }};
 };
 
 TEST_F(Pasteboard, givesEachViewerWhatTheGuestCopiesOnceAndWhenAskedToAgain)
 {
-    m_pasteboard->ask(&m_reader, /*polling=*/true);
+    m_pasteboard.ask(&m_reader, /*polling=*/true);
     announce();
     EXPECT_EQ(m_reader.caps, BOTH);
     EXPECT_THAT(told(), ElementsAre("6:ask"));
     announce(0, /*ask=*/false);
     copy({AGENT_TEXT, 3, AGENT_PNG});
     EXPECT_THAT(told(), IsEmpty()) << "nobody has asked";
-    m_pasteboard->ask(&m_reader, true);
-    m_pasteboard->ask(&m_reader, true);
-    m_pasteboard->ask(&m_other, true);
+    m_pasteboard.ask(&m_reader, true);
+    m_pasteboard.ask(&m_reader, true);
+    m_pasteboard.ask(&m_other, true);
     EXPECT_THAT(told(), ElementsAre("8:1"));
     send(chunk(contents(AGENT_TEXT, std::string("a\xff\r\nb\0", 6))));
     EXPECT_THAT(told(), ElementsAre("8:2"));
     send(chunk(contents(AGENT_PNG, PNG)));
     for (int i = 0; i < 3; i++)
-        m_pasteboard->ask(&m_reader, true);
-    m_pasteboard->ask(&m_other, /*polling=*/false);
+        m_pasteboard.ask(&m_reader, true);
+    m_pasteboard.ask(&m_other, /*polling=*/false);
     const std::string text = "a\xef\xbf\xbd\r\nb with a picture";
     EXPECT_THAT(m_reader.arrived, ElementsAre(text));
     EXPECT_THAT(m_other.arrived, ElementsAre(text, text));
     EXPECT_THAT(told(), IsEmpty());
 
     Reader late;
-    m_pasteboard->add(&late);
-    m_pasteboard->ask(&late, true);
+    m_pasteboard.add(&late);
+    m_pasteboard.ask(&late, true);
     EXPECT_THAT(late.arrived, IsEmpty()) << "what was copied before it came";
-    m_pasteboard->remove(&late);
+    m_pasteboard.remove(&late);
 
     copy({AGENT_TEXT}); // soon after the other viewer asked for a copy
     EXPECT_THAT(told(), ElementsAre("8:1"));
@@ -185,7 +165,7 @@ TEST_F(Pasteboard, givesEachViewerWhatTheGuestCopiesOnceAndWhenAskedToAgain)
     EXPECT_EQ(m_other.arrived.back(), "of now");
     EXPECT_EQ(m_reader.arrived.size(), 1u);
     say(AGENT_RELEASE, agent_number(0));
-    m_pasteboard->ask(&m_reader, false);
+    m_pasteboard.ask(&m_reader, false);
     EXPECT_EQ(m_reader.arrived.size(), 1u) << "the guest has nothing any more";
 }
 
@@ -208,7 +188,7 @@ TEST_F(Pasteboard, offersTheGuestWhatAViewerGivesUntilItCopiesItself)
     copy({AGENT_TEXT});
     say(AGENT_REQUEST, agent_number(0) + agent_number(AGENT_TEXT));
     EXPECT_THAT(told(), ElementsAre("4:0 "));
-    m_pasteboard->ask(&m_reader, true);
+    m_pasteboard.ask(&m_reader, true);
     send(chunk(contents(AGENT_TEXT, "the guest's")));
     told();
     EXPECT_TRUE(give({"the guest's", ""}));
@@ -217,14 +197,14 @@ TEST_F(Pasteboard, offersTheGuestWhatAViewerGivesUntilItCopiesItself)
     EXPECT_TRUE(give({big, ""}));
     say(AGENT_REQUEST, agent_number(0) + agent_number(AGENT_TEXT));
     EXPECT_THAT(told(), ElementsAre("7:1", "4:1 " + big));
-    m_pasteboard->ask(&m_reader, false);
+    m_pasteboard.ask(&m_reader, false);
     EXPECT_THAT(m_reader.arrived, ElementsAre("the guest's")) << "it has nothing of its own";
 
     const UniqueFd memory(platform_memory_create("test", 10));
-    EXPECT_FALSE(m_pasteboard->give(UniqueFd(dup(memory.get())), 10)) << "not sealed";
+    EXPECT_FALSE(m_pasteboard.give(UniqueFd(dup(memory.get())), 10)) << "not sealed";
     platform_memory_seal(memory.get());
-    EXPECT_FALSE(m_pasteboard->give(UniqueFd(dup(memory.get())), 11));
-    EXPECT_TRUE(m_pasteboard->give(UniqueFd(dup(memory.get())), 10));
+    EXPECT_FALSE(m_pasteboard.give(UniqueFd(dup(memory.get())), 11));
+    EXPECT_TRUE(m_pasteboard.give(UniqueFd(dup(memory.get())), 10));
     EXPECT_THAT(m_log, HasSubstr("10 bytes is no archive"));
 }
 
@@ -246,9 +226,9 @@ TEST_F(Pasteboard, garbageAndFloodsCostTheGuestItsPasteboardAndNothingElse)
         EXPECT_EQ(m_reader.caps, 0u) << bytes.size();
         announce(); // not listened to
         EXPECT_EQ(m_reader.caps, 0u);
-        m_pasteboard->setPortOpen(false);
+        m_pasteboard.setPortOpen(false);
         EXPECT_THAT(told(), IsEmpty()) << "what it left unread is taken back";
-        m_pasteboard->setPortOpen(true);
+        m_pasteboard.setPortOpen(true);
         EXPECT_THAT(told(), ElementsAre("6:ask"));
     }
     send(broken[0]);
@@ -264,7 +244,7 @@ TEST_F(Pasteboard, garbageAndFloodsCostTheGuestItsPasteboardAndNothingElse)
     send(agent_number(2) + agent_number(3) + "abc" + chunk(message(99, std::string(70000, 'x'))) +
          chunk(contents(AGENT_TEXT, std::string(1 << 20, 'x'))));
     copy({AGENT_TEXT});
-    m_pasteboard->ask(&m_reader, true);
+    m_pasteboard.ask(&m_reader, true);
     send(chunk(contents(AGENT_TEXT, std::string(DISPLAY_PASTEBOARD_MAX, 'x'))));
     EXPECT_THAT(m_reader.arrived, IsEmpty());
     EXPECT_THAT(m_log, HasSubstr("too large: 33554432 bytes"));

@@ -1,12 +1,9 @@
 // The machine protocol against a scripted QEMU.
 #include "services/tarvvm/qmp.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/tarvvm/loop_test.h"
 
-#include <string>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -23,46 +20,34 @@ TEST(QmpLines, takesBytesOneAtATimeAndRefusesOtherThings)
     EXPECT_FALSE(QmpLines().feed(std::string(QMP_LINE_MAX + 1, ' '), &objects));
 }
 
-class QmpTest : public testing::Test
+class QmpTest : public LoopTest
 {
 protected:
-    void SetUp() override
+    QmpTest()
     {
-        ASSERT_EQ(sd_event_new(&m_loop), 0);
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        m_engine.reset(ends[1]);
         Qmp::Handlers handlers;
         handlers.ready = [this] { m_ready++; };
         handlers.event = [this](const std::string &name, const json *) { m_events += name + " "; };
         handlers.closed = [this](const std::string &reason) { m_closed = reason; };
-        m_qmp = std::make_unique<Qmp>(m_loop, UniqueFd(ends[0]), std::move(handlers));
-    }
-    void TearDown() override
-    {
-        m_qmp.reset();
-        sd_event_unref(m_loop);
+        m_qmp = std::make_unique<Qmp>(m_loop, std::move(m_ends.near), std::move(handlers));
     }
     // The engine says something, and the loop handles all there is.
     void say(const std::string &text)
     {
-        ASSERT_EQ(write(m_engine.get(), text.data(), text.size()), ssize_t(text.size()));
-        while (sd_event_run(m_loop, 20000) > 0)
-            ;
+        ASSERT_EQ(write(m_ends.far.get(), text.data(), text.size()), ssize_t(text.size()));
+        turn();
     }
     std::string heard()
     {
         char buffer[4096];
-        const ssize_t length = recv(m_engine.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+        const ssize_t length = recv(m_ends.far.get(), buffer, sizeof buffer, MSG_DONTWAIT);
         return length > 0 ? std::string(buffer, size_t(length)) : "";
     }
 
-    sd_event *m_loop = nullptr;
-    UniqueFd m_engine;
-    std::unique_ptr<Qmp> m_qmp;
+    Ends m_ends{SOCK_STREAM | SOCK_CLOEXEC};
     int m_ready = 0;
-    std::string m_events;
-    std::string m_closed;
+    std::string m_events, m_closed;
+    std::unique_ptr<Qmp> m_qmp;
 };
 
 TEST_F(QmpTest, waitsForTheGreetingAndMatchesAnswersByNumber)

@@ -1,34 +1,25 @@
 // One viewer's channel, with the test at its other end.
 #include "services/tarvvm/viewer.h"
 
+#include "tests/tarvvm/loop_test.h"
+
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <optional>
-#include <sys/socket.h>
 
 namespace {
 
-class ViewerTest : public testing::Test, protected ViewerHost
+class ViewerTest : public LoopTest, protected ViewerHost
 {
 protected:
-    void SetUp() override
+    ViewerTest() { connect(); }
+    void connect()
     {
-        ASSERT_EQ(sd_event_new(&m_loop), 0);
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-        m_peer.reset(ends[1]);
+        Ends ends(SOCK_SEQPACKET | SOCKET_FLAGS);
+        m_peer = std::move(ends.far);
         ViewerHost &host = *this;
-        m_pasteboard = std::make_unique<GuestPasteboard>(m_loop, UniqueFd(), UniqueFd(),
-                                                         [](const std::string &) {});
-        m_viewer = std::make_unique<Viewer>(m_loop, UniqueFd(ends[0]),
-                                            FrameBuffer::create(100, 100), host, *m_pasteboard);
-    }
-    void TearDown() override
-    {
-        m_viewer.reset();
-        m_pasteboard.reset();
-        sd_event_unref(m_loop);
+        m_viewer = std::make_unique<Viewer>(m_loop, std::move(ends.near),
+                                            FrameBuffer::create(100, 100), host, m_pasteboard);
     }
 
     void say(uint32_t type, std::initializer_list<int32_t> arguments)
@@ -38,11 +29,6 @@ protected:
         ASSERT_EQ(::send(m_peer.get(), &packet, sizeof packet, MSG_NOSIGNAL),
                   ssize_t(sizeof packet));
         turn();
-    }
-    void turn()
-    {
-        while (sd_event_run(m_loop, 1000) > 0)
-            ;
     }
     std::optional<display_packet> hear()
     {
@@ -73,11 +59,11 @@ protected:
     void viewerResize(int32_t, int32_t, bool) override { m_log += "size "; }
     void viewerGone() override { m_log += "gone "; }
 
-    sd_event *m_loop = nullptr;
     UniqueFd m_peer;
-    std::unique_ptr<GuestPasteboard> m_pasteboard; // of a guest without a port for an agent
-    std::unique_ptr<Viewer> m_viewer;
+    // Of a guest without a port for an agent.
+    GuestPasteboard m_pasteboard{m_loop, UniqueFd(), UniqueFd(), [](const std::string &) {}};
     std::string m_log;
+    std::unique_ptr<Viewer> m_viewer;
 };
 
 TEST_F(ViewerTest, mergesDamageUntilTheLastOneIsAnswered)
@@ -167,14 +153,12 @@ TEST_F(ViewerTest, hangsUpOnViewersThatBreakTheRules)
         ::send(m_peer.get(), &packet, sizeof packet, 0);
         turn();
         EXPECT_TRUE(refused()) << packet.type << " " << packet.arg[0];
-        TearDown();
-        SetUp();
+        connect();
     }
     ::send(m_peer.get(), "abc", 3, 0);
     turn();
     EXPECT_TRUE(refused()) << "a short packet";
-    TearDown();
-    SetUp();
+    connect();
     const display_packet move{DISPLAY_POINTER_REL, {1, 1}};
     bool flooded = false;
     for (int i = 0; i < 200000 && !flooded; i++) {
