@@ -3,6 +3,8 @@
 
 #include "tests/support/service_home.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -28,22 +30,13 @@ public:
 
     std::string text() const { return file_text(m_log); }
     // Waits until something was said at any time.
-    bool said(const std::string &what) const
-    {
-        return wait_for([&] { return text().find("guest: " + what) != std::string::npos; },
-                        PATIENCE);
-    }
+    bool said(const std::string &what) const { return after(what, 0) != std::string::npos; }
     // Waits until something was said after what the call before found.
     bool says(const std::string &what)
     {
-        return wait_for(
-            [&] {
-                const size_t at = text().find("guest: " + what, m_seen);
-                if (at != std::string::npos)
-                    m_seen = at + 1;
-                return at != std::string::npos;
-            },
-            PATIENCE);
+        const size_t at = after(what, m_seen);
+        m_seen = at == std::string::npos ? m_seen : at + 1;
+        return at != std::string::npos;
     }
     std::vector<Tick> ticks() const
     {
@@ -63,6 +56,17 @@ public:
     }
 
 private:
+    // Where that was said; if it is not, what was said instead can be read.
+    size_t after(const std::string &what, size_t from) const
+    {
+        size_t at = from;
+        const auto found = [&] {
+            return (at = text().find("guest: " + what, from)) != std::string::npos;
+        };
+        EXPECT_TRUE(wait_for(found, PATIENCE)) << what << "\n" << text();
+        return at;
+    }
+
     std::string m_log;
     size_t m_seen = 0;
 };

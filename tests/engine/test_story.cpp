@@ -32,21 +32,13 @@ protected:
         return answer.contains("body") ? answer["body"] : Json();
     }
     std::string log(const std::string &id) const { return m_home.file("log/" + id + ".log"); }
-    std::string socket(const std::string &id) const
+    std::string stateFile(const std::string &id)
     {
-        return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
-    }
-    std::string stateFile(const std::string &id) const
-    {
-        const std::string text = record(id), key = "state_file: ";
-        const size_t at = text.find(key);
-        return at == std::string::npos
-                   ? ""
-                   : text.substr(at + key.size(), text.find('\n', at) - at - key.size());
+        return done({"show", id})["configuration"].value("state_file", "");
     }
 };
 
-TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsClonesAndGoes)
+TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsAndGoes)
 {
     SKIP_WITHOUT_LINUX_GUEST();
     const std::string id = done({"create", "--ram-size", "256M", "--disk-size", "64M",
@@ -56,26 +48,17 @@ TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsClonesAndGoes)
     EXPECT_THAT(names("images"), UnorderedElementsAre(disk));
     Serial serial(log(id));
     done({"start", "-fv", id});
-    ASSERT_TRUE(serial.says("boot 1")) << serial.text();
+    ASSERT_TRUE(serial.says("boot 1"));
     ASSERT_TRUE(serial.goesOn(3));
 
     done({"suspend", "linux"});
     const size_t said = serial.ticks().size();
     const Tick before = serial.ticks().back();
     EXPECT_EQ(status(id), "suspended");
-    const std::string state = stateFile(id), state_path = m_home.file("images/" + state);
+    const std::string state = stateFile(id);
     EXPECT_THAT(names("images"), UnorderedElementsAre(disk, state));
     EXPECT_THAT(names("vms/" + id), UnorderedElementsAre("config.yaml"));
-    EXPECT_FALSE(fs::exists(socket(id)));
-
-    // A state of which the end is lost can't be resumed, and stays.
-    fs::copy_file(state_path, m_home.file("whole"));
-    fs::resize_file(state_path, fs::file_size(state_path) / 2);
-    const Json refused = ctl({"start", id});
-    EXPECT_NE(refused["exit"], 0);
-    EXPECT_THAT(refused.value("message", ""), HasSubstr("the saved state is kept; "));
-    EXPECT_EQ(stateFile(id), state);
-    fs::rename(m_home.file("whole"), state_path);
+    EXPECT_FALSE(fs::exists(vm_socket(id)));
 
     const std::string copy = done({"clone", "--copy", id, "copy"}).value("id", "");
     const std::string copied_disk = copy + "-disk0.qcow2";
@@ -99,7 +82,7 @@ TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsClonesAndGoes)
     EXPECT_THAT(names("images"), UnorderedElementsAre(disk));
 
     done({"reboot", id});
-    ASSERT_TRUE(serial.says("boot 2")) << serial.text();
+    ASSERT_TRUE(serial.says("boot 2"));
     ASSERT_TRUE(serial.says("tick 1 "));
     ASSERT_TRUE(serial.says("input Power Button"));
     done({"stop", id});
@@ -109,18 +92,11 @@ TEST_F(LinuxStory, suspendsResumesCopiesRebootsStopsClonesAndGoes)
     EXPECT_THAT(serial.text(), HasSubstr("the guest is off: guest-shutdown"));
     EXPECT_THAT(serial.text(), Not(HasSubstr("to the engine"))) << "no signal was needed";
 
-    const std::string clone = done({"clone", id, "clone"}).value("id", "");
-    EXPECT_EQ(names("images").size(), 3u) << "the shared image and a layer of each";
     done({"delete", "--yes", id});
-    Serial cloned(log(clone));
-    done({"start", clone});
-    EXPECT_TRUE(cloned.says("boot 3")) << cloned.text();
-    done({"stop", "--force", clone});
-    done({"delete", "--yes", clone});
     EXPECT_TRUE(names("images").empty());
     EXPECT_TRUE(names("vms").empty());
-    for (const std::string &each : {id, copy, clone})
-        EXPECT_FALSE(fs::exists(socket(each)));
+    for (const std::string &each : {id, copy})
+        EXPECT_FALSE(fs::exists(vm_socket(each)));
 }
 
 } // namespace

@@ -1,8 +1,8 @@
-// Stands in for the supervisor of a VM: it serves the VM's socket, and behaves as the VM's name
-// asks for: "plain", "slow" (starts slowly), "fail" (does not start), "hang" (accepts and never
-// answers).
+// Stands in for the supervisor of a VM: it serves the VM's socket. One of the name "fail" does not
+// start.
 #include "hostlib/vm/owners.h"
 #include "hostlib/vm/vmlib.h"
+#include "platform/unique_fd.h"
 #include "policy/owners.h"
 #include "tarvhv/cli2.h"
 
@@ -12,7 +12,6 @@
 #include <memory>
 #include <string>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -33,33 +32,22 @@ std::string socket_path;
     _exit(status);
 }
 
-struct RequestFree
-{
-    void operator()(cli2_request *request) const { cli2_request_free(request); }
-};
-
-// The command of the next client, or "" when it left.
+// The command of a client, which sends its request in one piece; "" when it left.
 std::string receive(int fd)
 {
-    std::unique_ptr<cli2_request, RequestFree> request(cli2_request_new());
-    for (int state = 0; state == 0;) {
-        pollfd wait = {fd, POLLIN, 0};
-        char bytes[4096];
-        size_t used;
-        poll(&wait, 1, 5000);
-        const ssize_t got = cli2_recv(fd, bytes, sizeof bytes, 0);
-        if (got <= 0)
-            return "";
-        state = cli2_request_feed(request.get(), bytes, static_cast<size_t>(got), &used, nullptr);
-    }
-    return cli2_request_command(request.get());
+    pollfd wait = {fd, POLLIN, 0};
+    char bytes[4096];
+    poll(&wait, 1, 5000);
+    const ssize_t got = cli2_recv(fd, bytes, sizeof bytes, 0);
+    const std::string request(bytes, got > 0 ? size_t(got) : 0);
+    return request.substr(0, request.find('\r'));
 }
 
-void answer_status(int fd, const char *state)
+void answer_status(int fd)
 {
     JsonOwner body(json_mkobject());
     json_append_int64(body.get(), "pid", getpid());
-    json_append_str(body.get(), "state", state);
+    json_append_str(body.get(), "state", "running");
     cli2_answer(fd, body.get(), nullptr, 0);
 }
 
@@ -70,22 +58,19 @@ void suspend(struct vm *vm, const std::string &id)
     vm_write_state(vm, (id + "-state").c_str());
 }
 
-void serve(int listener, struct vm *vm, const std::string &id, const std::string &name)
+void serve(int listener, struct vm *vm, const std::string &id)
 {
-    for (int asked = 0;;) {
+    for (;;) {
         pollfd wait = {listener, POLLIN, 0};
         poll(&wait, 1, -1);
-        const int fd = cli2_accept(listener);
-        if (fd < 0 || name == "hang")
-            continue; // kept open, never answered
-        const std::string command = receive(fd);
-        if (command == "status")
-            answer_status(fd, name == "slow" && ++asked < 5 ? "starting" : "running");
-        else if (!command.empty())
-            cli2_answer(fd, nullptr, nullptr, 0);
+        const UniqueFd client(cli2_accept(listener));
+        const std::string command = client ? receive(client.get()) : "";
         if (command == "suspend")
             suspend(vm, id);
-        close(fd);
+        if (command == "status")
+            answer_status(client.get());
+        else if (!command.empty())
+            cli2_answer(client.get(), nullptr, nullptr, 0);
         if (command == "stop" || command == "suspend")
             leave(0, "");
     }
@@ -100,9 +85,8 @@ int main(int argc, char **argv)
     VmOwner vm(vmlib_get(library.get(), id.c_str(), nullptr));
     KvOwner record(vm ? vm_read_config(vm.get()) : nullptr);
     const std::string name = record ? kv_get_str(record.get(), "name", "") : "";
-    if (std::string(getenv("SUPERVISOR_ARGUMENTS") ? getenv("SUPERVISOR_ARGUMENTS") : "") != "")
-        for (std::ofstream file(getenv("SUPERVISOR_ARGUMENTS")); argc > 1; --argc)
-            file << *++argv << "\n";
+    for (std::ofstream file(getenv("SUPERVISOR_ARGUMENTS")); argc > 1; --argc)
+        file << *++argv << "\n";
     if (name == "fail")
         leave(1, "the disk has gone for a walk");
     signal(SIGTERM, [](int) { leave(0, ""); });
@@ -110,5 +94,5 @@ int main(int argc, char **argv)
     const int listener = cli2_listen(socket_path.c_str());
     if (listener < 0)
         leave(1, "no socket");
-    serve(listener, vm.get(), id, name);
+    serve(listener, vm.get(), id);
 }

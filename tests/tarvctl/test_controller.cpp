@@ -25,54 +25,49 @@ TEST_F(ControllerTest, answersEachCommand)
         std::vector<std::string> arguments;
         int exit;
         std::string message;
-        Json body;
+        Json body = nullptr;
     } cases[] = {
         {{"start", "-fv", a, "b"},
          0,
          "TARV_TARV_VIEWER is not set: the screen is not shown",
          both("OK")},
-        {{"start", a}, 4, "a \\(" + a + "\\): is already running", nullptr},
-        {{"modify", a, "set", "cpu.count", "2"},
-         4,
-         "a \\(.*\\): is running: only its name .*",
-         nullptr},
-        {{"start", "-fu", a}, 2, "start: .*excludes.*", nullptr},
-        {{"reboot", a}, 0, "", nullptr},
-        {{"reboot", "c"}, 3, "no VM has the identifier or name \"c\"", nullptr},
-        {{"delete", "--yes", a}, 4, "a \\(.*\\): is running; stop it to delete it", nullptr},
-        {{"delete", a}, 2, "delete: needs --yes where nobody can be asked", nullptr},
-        {{"clone", a, "c"}, 4, "a \\(.*\\): is running; stop it to clone it", nullptr},
-        {{"suspend", b}, 0, "", nullptr},
-        {{"suspend", b}, 4, "b \\(.*\\): is not running", nullptr},
-        {{"stop", b}, 4, "b \\(.*\\): is suspended; stop --force drops its state", nullptr},
-        {{"stop", b, "--force"}, 0, "", nullptr},
-        {{"stop", a, "nobody"}, 3, "no VM has the identifier or name \"nobody\"", nullptr},
-        {{"stop", a}, 0, "", nullptr},
-        {{"stop", a}, 4, "a \\(.*\\): is not running", nullptr},
+        {{"start", a}, 4, "a \\(" + a + "\\): is already running"},
+        {{"modify", a, "set", "cpu.count", "2"}, 4, "a \\(.*\\): is running: only its name .*"},
+        {{"start", "-fu", a}, 2, "start: .*excludes.*"},
+        {{"reboot", a}, 0, ""},
+        {{"reboot", "c"}, 3, "no VM has the identifier or name \"c\""},
+        {{"delete", "--yes", a}, 4, "a \\(.*\\): is running; stop it to delete it"},
+        {{"delete", a}, 2, "delete: needs --yes where nobody can be asked"},
+        {{"clone", a, "c"}, 4, "a \\(.*\\): is running; stop it to clone it"},
+        {{"suspend", b}, 0, ""},
+        {{"suspend", b}, 4, "b \\(.*\\): is not running"},
+        {{"stop", b}, 4, "b \\(.*\\): is suspended; stop --force drops its state"},
+        {{"stop", b, "--force"}, 0, ""},
+        {{"stop", a, "nobody"}, 3, "no VM has the identifier or name \"nobody\""},
+        {{"stop", a}, 0, ""},
+        {{"stop", a}, 4, "a \\(.*\\): is not running"},
         {{"modify", a, "set", "name", "[b]"}, 0, "", {{"id", a}, {"name", "[b]"}}},
-        {{"stop", "[b]"}, 4, "\\[b\\] \\(" + a + "\\): is not running", nullptr},
+        {{"stop", "[b]"}, 4, "\\[b\\] \\(" + a + "\\): is not running"},
         {{"modify", a, "set", "name", "new name"}, 0, "", {{"id", a}, {"name", "new name"}}},
-        {{"modify", a, "set", "name", "b"}, 5, "a VM of the name \"b\" exists already", nullptr},
-        {{"modify", a, "set", "name"}, 2, "modify: name: has no value", nullptr},
-        {{"modify", a, "get", "name"}, 2, "modify: .*get.*", nullptr},
-        {{"modify", a, "set", "uuid", "x"}, 6, "modify: uuid: not a key that can be set", nullptr},
-        {{"modify", a, "set", "cpu.count", "0"}, 6, ".*cpu\\.count.*", nullptr},
-        {{"modify", a, "set", "network[3].mode", "host"},
-         6,
-         ".*the VM has no network\\[3\\]",
-         nullptr},
-        {{"clone", "--copy", "new name", "twin"}, 0, "", nullptr},
-        {{"clone", a, "b"}, 5, "a VM of the name \"b\" exists already", nullptr},
-        {{"show", "--frob", a}, 2, "show: .*--frob.*", nullptr},
+        {{"modify", a, "set", "name", "b"}, 5, "a VM of the name \"b\" exists already"},
+        {{"modify", a, "set", "name"}, 2, "modify: name: has no value"},
+        {{"modify", a, "get", "name"}, 2, "modify: .*get.*"},
+        {{"modify", a, "set", "uuid", "x"}, 6, "modify: uuid: not a key that can be set"},
+        {{"modify", a, "set", "cpu.count", "0"}, 6, ".*cpu\\.count.*"},
+        {{"modify", a, "set", "network[0].mode", "host"}, 0, ""},
+        {{"modify", a, "set", "network[3].mode", "host"}, 6, ".*the VM has no network\\[3\\]"},
+        {{"clone", "--copy", "new name", "twin"}, 0, ""},
+        {{"clone", a, "b"}, 5, "a VM of the name \"b\" exists already"},
+        {{"show", "--frob", a}, 2, "show: .*--frob.*"},
         {{"eula", "status"}, 0, "", {{"accepted", false}}},
         {{"eula", "accept"}, 0, "", {{"accepted", true}}},
-        {{"eula", "refuse"}, 2, "eula: .*refuse.*", nullptr},
+        {{"eula", "refuse"}, 2, "eula: .*refuse.*"},
         {{"create", "--list"}, 0, "", Json::array()},
-        {{"create", "x", "latest"}, 6, "IMAGE: latest: no image .*", nullptr},
+        {{"create", "x", "latest"}, 6, "IMAGE: latest: no image .*"},
         {{"ping"}, 0, "", Json::object()},
-        {{"delete", "--yes", a, "b", "twin"}, 0, "", nullptr},
-        {{"frobnicate"}, 2, "frobnicate: no such command; see tarvctl --help", nullptr},
-        {{}, 2, "no command; see tarvctl --help", nullptr},
+        {{"delete", "--yes", a, "b", "twin"}, 0, ""},
+        {{"frobnicate"}, 2, "frobnicate: no such command; see tarvctl --help"},
+        {{}, 2, "no command; see tarvctl --help"},
     };
     for (const auto &expected : cases) {
         const Json answer = ctl(expected.arguments);
@@ -105,25 +100,14 @@ TEST_F(ControllerTest, worksWithoutStandardDescriptors)
     }
 }
 
-TEST_F(ControllerTest, describesTheLaunchOfWhatTheFormMade)
+TEST_F(ControllerTest, showsTheEngineAndNamesOneThatIsNotThere)
 {
-    m_home.environment["TARV_DISK_CONTROLLER"] = "virtio-blk";
-    m_home.environment["TARV_NETWORK_MODE"] = "host";
-    m_home.environment["TARV_NETWORK_CONTROLLER"] = "anet";
     const std::string id = create("vm, 1");
-    ctl({"modify", id, "set", "network[0].mac", "52:54:00:00:00:01"});
     const Json shown = ctl({"show", "--command", id})["body"];
-    std::string line = shown["program"];
-    for (const std::string word : shown["arguments"])
-        line += " " + word;
-    // The line as a whole is the engine's; these parts of it are the form's.
-    for (const std::string &part : {"/usr/bin/qemu-system-x86_64 -name guest=vm,, 1 -uuid " + id,
-                                    std::string(" -smp 1 -m size=67108864B "),
-                                    ",file=" + m_home.file("images/" + id + "-disk0.qcow2") +
-                                        " -device virtio-blk-pci,drive=disk0,bootindex=1 ",
-                                    std::string(" -netdev user,id=net0,restrict=on"
-                                                " -device e1000e,id=nic0,mac=52:54:00:00:00:01,")})
-        EXPECT_THAT(line, HasSubstr(part));
+    EXPECT_EQ(shown["program"], "/usr/bin/qemu-system-x86_64");
+    EXPECT_EQ(shown["arguments"][1], "guest=vm,, 1");
+    EXPECT_THAT(shown["arguments"].dump(),
+                HasSubstr(",file=" + m_home.file("images/" + id + "-disk0.qcow2") + '"'));
     m_home.set("qemu_executable", "/no/qemu");
     EXPECT_EQ(ctl({"show", id, "--command"})["message"],
               "QEMU (setting qemu_executable) /no/qemu: No such file or directory");

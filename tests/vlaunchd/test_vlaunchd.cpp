@@ -1,4 +1,6 @@
 #include "services/vlaunchd/job.h"
+
+#include "platform/unique_fd.h"
 #include "tests/support/service_home.h"
 
 #include <gmock/gmock.h>
@@ -152,7 +154,7 @@ TEST_F(VlaunchdTest, removesJobsByTheLadder)
                 HasSubstr("stubborn: still there, SIGKILL"));
 }
 
-TEST_F(VlaunchdTest, findsItsJobsAgainAfterItWasKilled)
+TEST_F(VlaunchdTest, findsItsJobsAgainAfterItWasEndedAndKilled)
 {
     m_home.start_vlaunchd();
     const pid_t living = pid_of(start("living", {"report-on-term"}));
@@ -160,6 +162,10 @@ TEST_F(VlaunchdTest, findsItsJobsAgainAfterItWasKilled)
     const pid_t reporting = pid_of(start("reporting", {"report-on-term"}));
     ASSERT_EQ(start("earlier", {"exit", "5"})["status"], "OK");
     ended("earlier");
+    m_home.end_vlaunchd(SIGTERM);
+    EXPECT_FALSE(std::filesystem::exists(m_home.file("vlaunchd")));
+    m_home.start_vlaunchd();
+    EXPECT_EQ(pid_of(ask("status", "living")), living);
     m_home.end_vlaunchd(SIGKILL);
     kill(killed, SIGKILL);
     ASSERT_TRUE(wait_for([&] {
@@ -233,10 +239,10 @@ TEST_F(VlaunchdTest, neverTakesAnotherProcessForItsJob)
 TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
 {
     m_home.start_vlaunchd();
-    std::vector<int> clients;
+    std::vector<UniqueFd> clients;
     auto client = [&](const std::string &bytes) {
-        clients.push_back(m_home.connect_vlaunchd());
-        send(clients.back(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        clients.emplace_back(m_home.connect_vlaunchd());
+        send(clients.back().get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     };
     for (int count = 0; count < 300; ++count) // more than it keeps at once
         client(count % 2 ? "" : "sta");
@@ -244,9 +250,7 @@ TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
     client("list\r\n"); // and never reads
     client("remove\r\n\"never-seen\"");
     EXPECT_EQ(ask("status", "job")["status"], "OK");
-    for (int fd : clients)
-        close(fd);
-
+    clients.clear();
     EXPECT_THAT(m_home.ask("GET / HTTP/1.0\r\n"), HasSubstr("not a command"));
     EXPECT_THAT(m_home.ask("status\r\n" + std::string(100, '{')), HasSubstr("ERROR"));
     std::string deep = "start\r\n";
@@ -254,13 +258,12 @@ TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
         deep += "{\"a\":";
     EXPECT_THAT(m_home.ask(deep), HasSubstr("too large or too deep"));
     // One byte at a time.
-    const int slow = m_home.connect_vlaunchd();
+    const UniqueFd slow(m_home.connect_vlaunchd());
     for (const char byte : std::string("status\r\n\"job\""))
-        ASSERT_EQ(send(slow, &byte, 1, MSG_NOSIGNAL), 1);
+        ASSERT_EQ(send(slow.get(), &byte, 1, MSG_NOSIGNAL), 1);
     char answer[256] = {};
-    EXPECT_GT(recv(slow, answer, sizeof answer - 1, 0), 0);
+    EXPECT_GT(recv(slow.get(), answer, sizeof answer - 1, 0), 0);
     EXPECT_THAT(answer, StartsWith("{\"status\":\"OK\""));
-    close(slow);
 }
 
 TEST_F(VlaunchdTest, doesNotServeWhereItsRecordsAreNotItsOwn)
