@@ -60,10 +60,12 @@ protected:
         }
         return statuses;
     }
+    // No sheet is left that would take the next key.
+    bool listIsActive() { return desktop->activeWindow() == m_list; }
     void expectRows(const QStringList &expected)
     {
         QStringList shown;
-        EXPECT_TRUE(waitUntil(60s, [&] { return (shown = rows()) == expected; }))
+        EXPECT_TRUE(waitUntil(60s, [&] { return (shown = rows()) == expected && listIsActive(); }))
             << shown.join(u' ').toStdString() << " instead of " << expected.join(u' ').toStdString()
             << "\n"
             << log("data/logs/tarv");
@@ -82,7 +84,7 @@ protected:
             for (const QJsonValue &vm : desktop->tarvctl({u"list"_s}).body.toArray())
                 names << vm.toObject().value("name"_L1).toString();
             names.sort();
-            return names == expected && desktop->processes(u"tarvctl"_s).empty();
+            return names == expected && desktop->processes(u"tarvctl"_s).empty() && listIsActive();
         })) << names.join(u' ').toStdString();
     }
 
