@@ -27,15 +27,10 @@ std::string text_setting(const char *key, const char *missing)
     return value && *value ? value : missing;
 }
 
-// Each picture that QEMU sends is a block of memory of its own. The C library is to keep such
-// blocks: given back to the kernel, the next one's pages have to be cleared again.
-constexpr const char *KEEP_MEMORY =
-    "GLIBC_TUNABLES=glibc.malloc.mmap_threshold=33554432:glibc.malloc.trim_threshold=134217728";
-
 // QEMU gets the variables that it has a use for, and messages in English.
 std::vector<std::string> environment()
 {
-    std::vector<std::string> result = {"LC_ALL=C", KEEP_MEMORY};
+    std::vector<std::string> result = {"LC_ALL=C"};
     for (const char *name : {"HOME", "PATH", "TMPDIR", "XDG_RUNTIME_DIR", "ALSA_CONFIG_PATH"})
         if (const char *value = std::getenv(name))
             result.push_back(std::string(name) + "=" + value);
