@@ -9,8 +9,8 @@
 #include "app/shell/AppParts.h"
 #include "app/shell/EntryPoint.h"
 #include "app/shell/ServiceNotifications.h"
-#include "tests/kit/PrivateBus.h"
-#include "tests/list/fake_service.h"
+#include "tests/app/fixtures/fake_service.h"
+#include "tests/app/kit/PrivateBus.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -41,9 +41,8 @@ constexpr int deadline_ms = 60000;
 void write(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size())
         qFatal("%s can't be written", qPrintable(path));
-    }
 }
 
 QStringList makeLibrary(const QString &home, int count)
@@ -127,9 +126,8 @@ double waitFor(Condition condition)
     QElapsedTimer timer;
     timer.start();
     while (!condition()) {
-        if (timer.elapsed() > deadline_ms) {
+        if (timer.elapsed() > deadline_ms)
             qFatal("a step took longer than %d ms", deadline_ms);
-        }
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::AllEvents, 5);
     }
     return static_cast<double>(timer.nsecsElapsed()) / 1e6;
@@ -351,9 +349,8 @@ void benchStartUp(const QString &program, int count)
 int main(int argc, char **argv)
 {
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
     const QString what = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     const int count = argc > 2 ? atoi(argv[2]) : what == "reload"_L1 ? 1000 : 100;
     if (what == "paint"_L1) {
@@ -362,22 +359,20 @@ int main(int argc, char **argv)
         return tarvMain(argc, argv, watchedParts);
     }
     if (what.isEmpty()) {
-        for (const QString &each : {u"reload"_s, u"hung"_s, u"storm"_s, u"start-up"_s}) {
+        for (const QString &each : {u"reload"_s, u"hung"_s, u"storm"_s, u"start-up"_s})
             QProcess::execute(QString::fromLocal8Bit(argv[0]), {each});
-        }
         return 0;
     }
     const QTemporaryDir home;
     makeHome(home.path());
     const QApplication application(argc, argv);
-    if (what == "reload"_L1) {
+    if (what == "reload"_L1)
         benchReload(count);
-    } else if (what == "hung"_L1) {
+    else if (what == "hung"_L1)
         benchHung(count);
-    } else if (what == "storm"_L1) {
+    else if (what == "storm"_L1)
         benchStorm(count);
-    } else {
+    else
         benchStartUp(QCoreApplication::applicationFilePath(), count);
-    }
     return 0;
 }

@@ -29,10 +29,9 @@ public:
     Library open(int64_t count)
     {
         const fs::path path = m_dir / std::to_string(count);
-        if (!fs::exists(path)) {
+        if (!fs::exists(path))
             for (int64_t i = 0; i < count; ++i)
                 make(path, i);
-        }
         return Library(vmlib_open(path.c_str()), vmlib_close);
     }
 

@@ -3,9 +3,9 @@
 #include "app/display/TarvWindowController.h"
 #include "app/kit/Alert.h"
 #include "app/kit/SheetCodes.h"
-#include "app/list/LongOperationWindow.h"
-#include "app/list/LongRunningOperationWindowController.h"
-#include "app/shell/TarvCTL.h"
+#include "app/model/TarvCTL.h"
+#include "app/progress/LongOperationWindow.h"
+#include "app/progress/LongRunningOperationWindowController.h"
 
 #include <QCoreApplication>
 

@@ -30,10 +30,9 @@ void NotificationCenter::post(const QString &name, const QVariant &object,
                      [&name](const auto &observer) { return observer->name == name; });
     }
     const Notification notification{name, object, userInfo};
-    for (const auto &observer : due) {
+    for (const auto &observer : due)
         if (!observer->removed)
             observer->handler(notification);
-    }
 }
 
 void NotificationCenter::addObserver(QObject *context, const QString &name, Handler handler)

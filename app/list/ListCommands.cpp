@@ -20,13 +20,11 @@ uint64_t leadingNumber(QStringView text)
     constexpr uint64_t largest = std::numeric_limits<int64_t>::max();
     uint64_t number = 0;
     for (const QChar c : text) {
-        if (c < u'0' || c > u'9') {
+        if (c < u'0' || c > u'9')
             break;
-        }
         const uint64_t digit = c.unicode() - u'0';
-        if (number > (largest - digit) / 10) {
+        if (number > (largest - digit) / 10)
             return largest;
-        }
         number = number * 10 + digit;
     }
     return number;
@@ -68,9 +66,8 @@ QStringList longCommandArguments(const QString &command, const QStringList &opti
 
 QStringList deleteArguments(const QStringList &identifiers)
 {
-    if (identifiers.isEmpty()) {
+    if (identifiers.isEmpty())
         return {};
-    }
     return QStringList{u"delete"_s, u"--yes"_s} + identifiers;
 }
 
@@ -100,9 +97,8 @@ QString uniqueName(const QString &name, const QStringList &taken)
         // "_copy" is followed by "_copy2": there is no number 1.
         const QString suffix = number == 0 ? QString() : QString::number(number + 1);
         const QString candidate = base + mark + suffix;
-        if (!taken.contains(candidate, Qt::CaseInsensitive)) {
+        if (!taken.contains(candidate, Qt::CaseInsensitive))
             return candidate;
-        }
     }
 }
 
@@ -114,14 +110,11 @@ bool isListActionEnabled(const QString &action, const QStringList &statuses)
                                             u"copyVirtualMachine:"_s};
     static const QStringList needRunning = {u"stopVirtualMachine:"_s, u"suspendVirtualMachine:"_s,
                                             u"rebootVirtualMachine:"_s};
-    if (needStopped.contains(action)) {
+    if (needStopped.contains(action))
         return running < statuses.size();
-    }
-    if (needRunning.contains(action)) {
+    if (needRunning.contains(action))
         return running > 0;
-    }
-    if (action == "renameVirtualMachine:"_L1) {
+    if (action == "renameVirtualMachine:"_L1)
         return statuses.size() == 1;
-    }
     return action != "delete:"_L1 || !statuses.isEmpty();
 }

@@ -19,15 +19,12 @@ constexpr int lock = 16;
 // Readable on light and dark backgrounds; the words beside it say the same.
 QColor dotColor(const QString &status)
 {
-    if (status == "running"_L1) {
+    if (status == "running"_L1)
         return QColor(0x2e, 0xa4, 0x4f);
-    }
-    if (status == "suspended"_L1) {
+    if (status == "suspended"_L1)
         return QColor(0xd6, 0x9a, 0x1c);
-    }
-    if (status == "failed"_L1 || status == "malfunction"_L1) {
+    if (status == "failed"_L1 || status == "malfunction"_L1)
         return QColor(0xd9, 0x48, 0x3b);
-    }
     return QColor(0x8a, 0x8f, 0x98);
 }
 
@@ -53,12 +50,10 @@ void drawRowFrame(QPainter *painter, const QStyleOptionViewItem &cell, const QMo
     painter->setPen(cell.palette.color(QPalette::Highlight));
     painter->drawLine(rect.topLeft(), rect.topRight());
     painter->drawLine(rect.bottomLeft(), rect.bottomRight());
-    if (index.column() == 0) {
+    if (index.column() == 0)
         painter->drawLine(rect.topLeft(), rect.bottomLeft());
-    }
-    if (index.column() == VirtualMachinesController::ColumnCount - 1) {
+    if (index.column() == VirtualMachinesController::ColumnCount - 1)
         painter->drawLine(rect.topRight(), rect.bottomRight());
-    }
     painter->restore();
 }
 } // namespace
@@ -76,9 +71,8 @@ void VirtualMachineDelegate::initStyleOption(QStyleOptionViewItem *option,
         index.column() == VirtualMachinesController::NameColumn ? Qt::ElideMiddle : Qt::ElideRight;
     // One frame around the row's current cell would look like a selected cell.
     option->state &= ~QStyle::State_HasFocus;
-    if (index.column() == VirtualMachinesController::NameColumn) {
+    if (index.column() == VirtualMachinesController::NameColumn)
         option->font.setWeight(QFont::Medium);
-    }
 }
 
 void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
@@ -113,9 +107,8 @@ void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem
         text, Qt::AlignLeft | Qt::AlignVCenter,
         QFontMetrics(cell.font).elidedText(cell.text, cell.textElideMode, text.width()));
     painter->restore();
-    if (!selected && isKeyboardRow(cell.widget, index)) {
+    if (!selected && isKeyboardRow(cell.widget, index))
         drawRowFrame(painter, cell, index);
-    }
 }
 
 // The name stays where it stood.
@@ -124,9 +117,8 @@ void VirtualMachineDelegate::updateEditorGeometry(QWidget *editor,
                                                   const QModelIndex &) const
 {
     auto *line = qobject_cast<QLineEdit *>(editor);
-    if (!line) {
+    if (!line)
         return;
-    }
     line->setFrame(true);
     constexpr int frame = 3; // of a text field, to its text
     line->setGeometry(option.rect.adjusted(margin - frame, 2, -2, -2));

@@ -1,6 +1,6 @@
 #include "app/list/VirtualMachinesController.h"
 
-#include "app/shell/TarvVM.h"
+#include "app/model/TarvVM.h"
 
 #include <QCoreApplication>
 
@@ -34,9 +34,8 @@ QList<TarvVM *> VirtualMachinesController::arrangedObjects() const
 {
     QList<TarvVM *> objects;
     objects.reserve(count());
-    for (const Row &row : m_rows) {
+    for (const Row &row : m_rows)
         objects.append(row.vm.get());
-    }
     return objects;
 }
 
@@ -57,9 +56,8 @@ int VirtualMachinesController::rowOf(const QString &vmid) const
 
 void VirtualMachinesController::addObjects(std::vector<std::unique_ptr<TarvVM>> objects)
 {
-    if (objects.empty()) {
+    if (objects.empty())
         return;
-    }
     const int first = rowCount();
     beginInsertRows({}, first, first + static_cast<int>(objects.size()) - 1);
     for (std::unique_ptr<TarvVM> &vm : objects) {
@@ -88,9 +86,8 @@ void VirtualMachinesController::rowChanged(const TarvVM *vm)
 void VirtualMachinesController::indexRows()
 {
     m_places.clear();
-    for (int row = 0; row < rowCount(); row++) {
+    for (int row = 0; row < rowCount(); row++)
         m_places.insert(objectAt(row)->uuid().toLower(), row);
-    }
 }
 
 void VirtualMachinesController::rearrangeObjects()
@@ -99,9 +96,8 @@ void VirtualMachinesController::rearrangeObjects()
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(),
                      [this](int a, int b) { return objectAt(a)->name() < objectAt(b)->name(); });
-    if (std::is_sorted(order.begin(), order.end())) {
+    if (std::is_sorted(order.begin(), order.end()))
         return;
-    }
     Q_EMIT layoutAboutToBeChanged();
     const QModelIndexList before = persistentIndexList();
     std::vector<int> places(order.size());
@@ -126,23 +122,20 @@ void VirtualMachinesController::rearrangeObjects()
 void VirtualMachinesController::setAnswer(const QString &vmid, const QString &answer)
 {
     const int place = rowOf(vmid);
-    if (place < 0) {
+    if (place < 0)
         return;
-    }
     Row &row = m_rows[static_cast<size_t>(place)];
     const QString before = shownStatus(row);
     row.answer = answer;
     row.answered = true;
-    if (shownStatus(row) != before) {
+    if (shownStatus(row) != before)
         rowChanged(row.vm.get());
-    }
 }
 
 QString VirtualMachinesController::shownStatus(const Row &row) const
 {
-    if (!row.answered) {
+    if (!row.answered)
         return {};
-    }
     return row.answer.isNull() ? row.vm->restingStatus() : row.answer;
 }
 
@@ -176,9 +169,8 @@ QString VirtualMachinesController::text(const Row &row, int column) const
 
 QVariant VirtualMachinesController::data(const QModelIndex &index, int role) const
 {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid)) {
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid))
         return {};
-    }
     const Row &row = m_rows[static_cast<size_t>(index.row())];
     switch (role) {
     case Qt::DisplayRole:
@@ -205,9 +197,8 @@ bool VirtualMachinesController::setData(const QModelIndex &index, const QVariant
     TarvVM *vm = objectAt(index.row());
     const QString name = value.toString().trimmed();
     if (!vm || role != Qt::EditRole || index.column() != NameColumn || name.isEmpty() ||
-        name == vm->name()) {
+        name == vm->name())
         return false;
-    }
     vm->setName(name);
     return true;
 }
@@ -221,9 +212,8 @@ Qt::ItemFlags VirtualMachinesController::flags(const QModelIndex &index) const
 QVariant VirtualMachinesController::headerData(int section, Qt::Orientation orientation,
                                                int role) const
 {
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole) {
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
         return QAbstractTableModel::headerData(section, orientation, role);
-    }
     switch (section) {
     case NameColumn:
         return tr("Name");

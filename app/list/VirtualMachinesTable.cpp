@@ -60,9 +60,8 @@ VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
 int VirtualMachinesTable::selectedRow() const
 {
     const QModelIndex current = currentIndex();
-    if (current.isValid() && selectionModel()->isRowSelected(current.row())) {
+    if (current.isValid() && selectionModel()->isRowSelected(current.row()))
         return current.row();
-    }
     const QList<int> rows = selectedRows();
     return rows.isEmpty() ? -1 : rows.first();
 }
@@ -70,9 +69,8 @@ int VirtualMachinesTable::selectedRow() const
 QList<int> VirtualMachinesTable::selectedRows() const
 {
     QList<int> rows;
-    for (const QModelIndex &index : selectionModel()->selectedRows()) {
+    for (const QModelIndex &index : selectionModel()->selectedRows())
         rows.append(index.row());
-    }
     std::sort(rows.begin(), rows.end());
     return rows;
 }
@@ -169,7 +167,6 @@ QModelIndex VirtualMachinesTable::moveCursor(CursorAction action, Qt::KeyboardMo
 void VirtualMachinesTable::mouseDoubleClickEvent(QMouseEvent *event)
 {
     QTableView::mouseDoubleClickEvent(event);
-    if (event->button() == Qt::LeftButton && indexAt(event->position().toPoint()).isValid()) {
+    if (event->button() == Qt::LeftButton && indexAt(event->position().toPoint()).isValid())
         Q_EMIT doubleClickedRow();
-    }
 }

@@ -14,15 +14,12 @@ WelcomeWindow::WelcomeWindow(QWidget *parent) : QMainWindow(parent)
 bool WelcomeWindow::validateMenuItem(QAction *item) const
 {
     const QString action = item->property("action").toString();
-    if (action == "performClose:"_L1) {
+    if (action == "performClose:"_L1)
         return true;
-    }
-    if (action == "performMiniaturize:"_L1) {
+    if (action == "performMiniaturize:"_L1)
         return windowFlags().testFlag(Qt::WindowMinimizeButtonHint);
-    }
-    if (action == "performZoom:"_L1) {
+    if (action == "performZoom:"_L1)
         return windowFlags().testFlag(Qt::WindowMaximizeButtonHint);
-    }
     return true;
 }
 
@@ -33,8 +30,7 @@ void WelcomeWindow::performClose(QObject *)
 
 void WelcomeWindow::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton && windowHandle()) {
+    if (event->button() == Qt::LeftButton && windowHandle())
         windowHandle()->startSystemMove();
-    }
     QMainWindow::mousePressEvent(event);
 }

@@ -3,11 +3,11 @@
 
 #include "app/kit/Alert.h"
 #include "app/kit/SheetCodes.h"
-#include "app/list/LongOperationWindow.h"
-#include "app/list/LongRunningOperationWindowController.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
-#include "app/shell/TarvVM.h"
+#include "app/model/TarvVM.h"
+#include "app/progress/LongOperationWindow.h"
+#include "app/progress/LongRunningOperationWindowController.h"
 #include "hostlib/vm/addons.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
@@ -48,9 +48,8 @@ TarvCTL *newRunner()
 void WelcomeWindowController::virtualMachinesTableDoubleClickAction()
 {
     TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow());
-    if (!vm) {
+    if (!vm)
         return;
-    }
     if (QGuiApplication::keyboardModifiers().testFlag(Qt::AltModifier)) {
         vm->start(mode_forced);
         return;
@@ -67,9 +66,8 @@ void WelcomeWindowController::virtualMachinesTableReturnAction()
 void WelcomeWindowController::startByAddons(TarvVM *vm)
 {
     const QString vmid = vm->uuid();
-    if (m_starting.contains(vmid)) {
+    if (m_starting.contains(vmid))
         return; // its add-ons version is being read; one start follows
-    }
     m_starting.insert(vmid);
     // The shared one: a start that was asked for happens also when this window closes meanwhile.
     BackgroundWork::shared().run(
@@ -77,9 +75,8 @@ void WelcomeWindowController::startByAddons(TarvVM *vm)
         [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
             const int32_t mode = hasAddons(QFile::encodeName(vmid)) ? mode_normal : mode_forced;
             return [self, vmid, mode] {
-                if (self) {
+                if (self)
                     self->m_starting.remove(vmid);
-                }
                 TarvVM *known = self ? self->m_machines->find(vmid) : nullptr;
                 known ? known->start(mode) : TarvVM(vmid).start(mode);
             };
@@ -117,9 +114,8 @@ void WelcomeWindowController::runLongCommand(const QString &command, const QStri
                                              const QStringList &virtualMachines,
                                              const QStringList &options)
 {
-    if (virtualMachines.isEmpty()) {
+    if (virtualMachines.isEmpty())
         return;
-    }
     const std::shared_ptr<LongRunningOperationWindowController> operation(
         LongRunningOperationWindowController::controller(), DeleteLater());
     operation->setTitle(description);
@@ -127,12 +123,10 @@ void WelcomeWindowController::runLongCommand(const QString &command, const QStri
     TarvCTL *runner = newRunner();
     const auto finished = [self = QPointer(this), runner,
                            sheet = QPointer<QDialog>(operation->sheet())] {
-        if (sheet) {
+        if (sheet)
             sheet->done(SheetStop);
-        }
-        if (runner->exitStatus() == 0 && self) {
+        if (runner->exitStatus() == 0 && self)
             self->reloadVirtualMachines();
-        }
         runner->deleteLater();
     };
     runner->execute(longCommandArguments(command, options, virtualMachines), std::nullopt,
@@ -149,18 +143,15 @@ void WelcomeWindowController::runLongCommand(const QString &command, const QStri
 
 void WelcomeWindowController::runCommand(ListCommand command)
 {
-    if (std::exchange(m_preparing, true)) {
+    if (std::exchange(m_preparing, true))
         return;
-    }
     const QStringList vmids = selectedIdentifiers();
     m_statuses.gather(vmids, [this, vmids, command](const QSet<QString> &) {
         m_preparing = false;
         QStringList taken;
-        for (const QString &vmid : vmids) {
-            if (takesVM(command, m_machines->shownStatus(m_machines->find(vmid)))) {
+        for (const QString &vmid : vmids)
+            if (takesVM(command, m_machines->shownStatus(m_machines->find(vmid))))
                 taken.append(vmid);
-            }
-        }
         const ListCommandForm form = listCommandForm(command);
         runLongCommand(form.command, form.title, taken, form.options);
     });
@@ -196,9 +187,8 @@ void WelcomeWindowController::copyVirtualMachine(QObject *)
 
 void WelcomeWindowController::cloneVirtualMachine(QObject *)
 {
-    if (const TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow())) {
+    if (const TarvVM *vm = m_machines->objectAt(virtualMachinesTableView()->selectedRow()))
         TarvCTL::executeCommand({u"clone"_s, vm->uuid(), uniqueNameForName(vm->name())});
-    }
 }
 
 void WelcomeWindowController::renameVirtualMachine(QObject *)
@@ -209,19 +199,16 @@ void WelcomeWindowController::renameVirtualMachine(QObject *)
 void WelcomeWindowController::delete_(QObject *)
 {
     const QStringList arguments = deleteArguments(selectedIdentifiers());
-    if (arguments.isEmpty()) {
+    if (arguments.isEmpty())
         return;
-    }
     QStringList names;
-    for (const TarvVM *vm : selectedObjects()) {
+    for (const TarvVM *vm : selectedObjects())
         names.append(vm->name().isEmpty() ? vm->uuid() : vm->name()); // as its row says
-    }
     Alert alert(deleteQuestion(names));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));
     alert.beginSheet(window(), [this, arguments](int result) {
-        if (result == AlertFirstButton) {
+        if (result == AlertFirstButton)
             runDelete(arguments);
-        }
     });
 }
 
@@ -230,9 +217,8 @@ void WelcomeWindowController::runDelete(const QStringList &arguments)
     TarvCTL *runner = newRunner();
     runner->execute(arguments, std::nullopt,
                     [self = QPointer(this), runner](const QJsonValue &, const auto &) {
-                        if (runner->exitStatus() == 0 && self) {
+                        if (runner->exitStatus() == 0 && self)
                             self->reloadVirtualMachines();
-                        }
                         runner->deleteLater();
                     });
 }
@@ -240,8 +226,7 @@ void WelcomeWindowController::runDelete(const QStringList &arguments)
 QString WelcomeWindowController::uniqueNameForName(const QString &name) const
 {
     QStringList taken;
-    for (const TarvVM *vm : m_machines->arrangedObjects()) {
+    for (const TarvVM *vm : m_machines->arrangedObjects())
         taken.append(vm->name());
-    }
     return uniqueName(name, taken);
 }

@@ -1,7 +1,7 @@
 #include "app/list/WelcomeWindowCloseButton.h"
 
-#include "app/list/ListIcons.h"
 #include "app/list/TrackingArea.h"
+#include "app/model/ListIcons.h"
 
 #include <QPainter>
 
@@ -58,9 +58,8 @@ void WelcomeWindowCloseButton::mouseExited()
 void WelcomeWindowCloseButton::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
-    if (isDown()) {
+    if (isDown())
         painter.setOpacity(0.6);
-    }
     icon().paint(&painter, rect());
 }
 

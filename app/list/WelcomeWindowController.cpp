@@ -10,7 +10,7 @@
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/list/WelcomeWindow.h"
-#include "app/shell/TarvVM.h"
+#include "app/model/TarvVM.h"
 #include "ui_WelcomeWindowController.h"
 
 #include <QApplication>
@@ -135,9 +135,8 @@ void WelcomeWindowController::connectTable()
             &WelcomeWindowController::showContextMenu);
     m_changesGather.setSingleShot(true);
     connect(&m_changesGather, &QTimer::timeout, this, [this] {
-        if (std::exchange(m_changed, false)) {
+        if (std::exchange(m_changed, false))
             virtualMachineDidChange();
-        }
     });
     m_buttonsDue.setSingleShot(true);
     connect(&m_buttonsDue, &QTimer::timeout, this, &WelcomeWindowController::updateButtons);
@@ -163,9 +162,8 @@ void WelcomeWindowController::makeActions()
                 [this, action] { Responder::perform(window(), action); });
     }
     connect(m_menu, &QMenu::aboutToShow, this, [this] {
-        for (QAction *action : m_menu->actions()) {
+        for (QAction *action : m_menu->actions())
             action->setEnabled(Responder::validate(window(), action));
-        }
     });
 }
 
@@ -184,11 +182,9 @@ void WelcomeWindowController::connectButtons()
 
 QAction *WelcomeWindowController::actionFor(const QString &action) const
 {
-    for (QAction *item : m_menu->actions()) {
-        if (Responder::actionOf(item) == action) {
+    for (QAction *item : m_menu->actions())
+        if (Responder::actionOf(item) == action)
             return item;
-        }
-    }
     return nullptr;
 }
 
@@ -218,18 +214,16 @@ VirtualMachinesTable *WelcomeWindowController::virtualMachinesTableView() const
 QList<TarvVM *> WelcomeWindowController::selectedObjects() const
 {
     QList<TarvVM *> objects;
-    for (const int row : m_ui->virtualMachinesTableView->selectedRows()) {
+    for (const int row : m_ui->virtualMachinesTableView->selectedRows())
         objects.append(m_machines->objectAt(row));
-    }
     return objects;
 }
 
 QStringList WelcomeWindowController::selectedIdentifiers() const
 {
     QStringList identifiers;
-    for (const TarvVM *vm : selectedObjects()) {
+    for (const TarvVM *vm : selectedObjects())
         identifiers.append(vm->uuid());
-    }
     return identifiers;
 }
 
@@ -262,9 +256,8 @@ void WelcomeWindowController::libraryRead(const QList<LibraryRecord> &records)
 void WelcomeWindowController::takeLateRecord(const LibraryRecord &record)
 {
     m_problems.remove(record.id);
-    if (record.vanished) {
+    if (record.vanished)
         return showListState();
-    }
     mergeRecords({record});
     m_statuses.ask(record.id);
     showListState();
@@ -290,9 +283,8 @@ void WelcomeWindowController::mergeRecords(const QList<LibraryRecord> &records)
 
 void WelcomeWindowController::readStatuses()
 {
-    for (const TarvVM *vm : m_machines->arrangedObjects()) {
+    for (const TarvVM *vm : m_machines->arrangedObjects())
         m_statuses.ask(vm->uuid());
-    }
 }
 
 void WelcomeWindowController::showListState()
@@ -310,9 +302,8 @@ void WelcomeWindowController::showListState()
 void WelcomeWindowController::showProblems()
 {
     QList<QPair<QString, QString>> problems;
-    for (auto problem = m_problems.begin(); problem != m_problems.end(); ++problem) {
+    for (auto problem = m_problems.begin(); problem != m_problems.end(); ++problem)
         problems.append({problem.key(), problem.value()});
-    }
     auto *sheet = new UnreadableSheet(problems, window());
     beginSheet(sheet, [sheet](int) { sheet->deleteLater(); });
 }
@@ -330,16 +321,14 @@ void WelcomeWindowController::reloadInfoViewTrackingAreaForCurrentLayout()
 
 void WelcomeWindowController::mouseEntered(const TrackingArea *area)
 {
-    if (area == m_infoViewTrackingArea) {
+    if (area == m_infoViewTrackingArea)
         m_ui->closeButton->show();
-    }
 }
 
 void WelcomeWindowController::mouseExited(const TrackingArea *area)
 {
-    if (area == m_infoViewTrackingArea) {
+    if (area == m_infoViewTrackingArea)
         m_ui->closeButton->hide();
-    }
 }
 
 void WelcomeWindowController::windowDidResize()
@@ -366,9 +355,8 @@ void WelcomeWindowController::restoreLayout()
 
 void WelcomeWindowController::saveLayout() const
 {
-    if (!window()) {
+    if (!window())
         return;
-    }
     UserDefaults &defaults = UserDefaults::standard();
     defaults.setData(geometryKey, window()->saveGeometry());
     defaults.setData(columnsKey, m_ui->virtualMachinesTableView->saveColumns());
@@ -377,9 +365,8 @@ void WelcomeWindowController::saveLayout() const
 bool WelcomeWindowController::validateMenuItem(QAction *item)
 {
     QStringList statuses;
-    for (const TarvVM *vm : selectedObjects()) {
+    for (const TarvVM *vm : selectedObjects())
         statuses.append(m_machines->shownStatus(vm));
-    }
     return isListActionEnabled(Responder::actionOf(item), statuses);
 }
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "app/kit/WindowController.h"
-#include "app/list/LibraryReader.h"
 #include "app/list/ListCommands.h"
-#include "app/list/StatusReader.h"
-#include "app/shell/TarvCTL.h"
+#include "app/model/LibraryReader.h"
+#include "app/model/StatusReader.h"
+#include "app/model/TarvCTL.h"
 
 #include <QMap>
 #include <QSet>

@@ -1,15 +1,15 @@
 #include "app/shell/AppDelegate.h"
 
 #include "app/kit/Alert.h"
+#include "app/kit/AppLog.h"
 #include "app/kit/MainMenu.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/Responder.h"
 #include "app/kit/SheetCodes.h"
-#include "app/shell/AppLog.h"
+#include "app/model/TarvVM.h"
 #include "app/shell/Arguments.h"
 #include "app/shell/ServiceNotifications.h"
 #include "app/shell/SingleInstance.h"
-#include "app/shell/TarvVM.h"
 #include "tarvhv/tarvhv.h"
 
 #include <QApplication>
@@ -111,23 +111,21 @@ void AppDelegate::launch(const QList<QUrl> &urls)
 
 void AppDelegate::activate()
 {
-    if (m_eula) {
+    if (m_eula)
         m_eula->showWindow();
-    } else if (applicationShouldOpenUntitledFile()) {
+    else if (applicationShouldOpenUntitledFile())
         applicationOpenUntitledFile();
-    } else {
+    else
         m_displays.back().controller->showWindow();
-    }
 }
 
 void AppDelegate::open(const QList<QUrl> &urls)
 {
-    for (const QUrl &url : urls) {
+    for (const QUrl &url : urls)
         if (url.isLocalFile())
             applicationOpenFile(url.toLocalFile(), [this](bool) { showIfNothingIsOpen(); });
         else
             getUrl(url.toString(QUrl::FullyEncoded));
-    }
 }
 
 // A request that came to nothing must not leave an application without any window.

@@ -1,6 +1,6 @@
 #include "app/shell/SingleInstance.h"
 
-#include "app/shell/AppLog.h"
+#include "app/kit/AppLog.h"
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnectionInterface>

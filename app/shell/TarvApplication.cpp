@@ -2,10 +2,10 @@
 
 #include "app/display/TarvWindow.h"
 #include "app/kit/MainMenu.h"
+#include "app/kit/MenuItemForEvent.h"
 #include "app/kit/Responder.h"
 #include "app/kit/WindowController.h"
 #include "app/shell/AppDelegate.h"
-#include "app/shell/MenuItemForEvent.h"
 #include "tarvhv/display/TarvDisplayView.h"
 
 #include <QIcon>

@@ -42,10 +42,9 @@ ConfigEntry *find_or_log(const char *key)
 
 bool is_one_of(const char *text, std::initializer_list<const char *> words)
 {
-    for (const char *word : words) {
+    for (const char *word : words)
         if (strcasecmp(text, word) == 0)
             return true;
-    }
     return false;
 }
 

@@ -65,10 +65,9 @@ int remove_tree(char *path)
     const Walk walk(fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR | FTS_XDEV, nullptr));
     if (!walk)
         return fail("failed to remove ", path, "", errno);
-    while (const FTSENT *entry = fts_read(walk.get())) {
+    while (const FTSENT *entry = fts_read(walk.get()))
         if (remove_entry(entry) != 0)
             return -1;
-    }
     // The walk's end leaves errno at 0; anything else broke it off.
     return errno == 0 ? 0 : fail("failed to remove ", path, "", errno);
 }

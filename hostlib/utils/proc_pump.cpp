@@ -14,10 +14,9 @@ bool wait_ready(const ProcPump &pump, bool &stdout_ready, bool &stderr_ready)
     // A descriptor of -1 is passed over.
     struct pollfd streams[] = {{pump.stdout_read.get(), POLLIN, 0},
                                {pump.stderr_read.get(), POLLIN, 0}};
-    while (poll(streams, 2, -1) < 0) {
+    while (poll(streams, 2, -1) < 0)
         if (errno != EINTR)
             return false;
-    }
     stdout_ready = streams[0].revents != 0;
     stderr_ready = streams[1].revents != 0;
     return true;

@@ -19,10 +19,9 @@ constexpr const char *version_name = "localversion";
 // The first line that is no comment; false when there is none.
 bool read_tag(FILE *stream, std::string *tag)
 {
-    while (line_read(stream, tag) > 0) {
+    while (line_read(stream, tag) > 0)
         if (tag->front() != ';')
             return true;
-    }
     return false;
 }
 

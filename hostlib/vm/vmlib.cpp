@@ -138,10 +138,9 @@ const char *vmlib_lookupid(struct vmlib *lib, const char *id_or_name)
     if (is_directory(lib->fd(), id_or_name))
         return id_or_name;
     vmlib_reset(lib);
-    while (const char *id = vmlib_next(lib)) {
+    while (const char *id = vmlib_next(lib))
         if (strcasecmp(id_or_name, id) == 0 || open_if_named(lib, id, id_or_name))
             return id;
-    }
     return nullptr;
 }
 

@@ -35,10 +35,9 @@ int64_t as_unsigned_bits(double number)
 
 void add_children(struct kv *tree, const struct json *node)
 {
-    for (struct json *child = json_first_child(node); child; child = json_next(child)) {
+    for (struct json *child = json_first_child(node); child; child = json_next(child))
         if (struct kv *value = kv_from_json(child))
             kv_set(tree, json_name(child), value);
-    }
 }
 
 struct kv *new_container(uint32_t type, const struct json *node)

@@ -115,10 +115,9 @@ bool place_stdio(const ChildStdio &stdio)
 
 bool close_others(const Plan &plan)
 {
-    for (const Range &range : plan.closed) {
+    for (const Range &range : plan.closed)
         if (syscall(SYS_close_range, range.first, range.last, 0) != 0)
             return false;
-    }
     return std::all_of(plan.kept.begin(), plan.kept.end(), keep_open);
 }
 

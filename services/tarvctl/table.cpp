@@ -11,12 +11,11 @@ namespace {
 size_t width(const std::string &text)
 {
     size_t count = 0;
-    for (size_t at = 0; at < text.size(); ++at) {
+    for (size_t at = 0; at < text.size(); ++at)
         if (text[at] == '\033')
             at = std::min(text.find('m', at), text.size() - 1);
         else
             count += (static_cast<unsigned char>(text[at]) & 0xc0) != 0x80;
-    }
     return count;
 }
 

@@ -1,7 +1,7 @@
 // tarvvm: runs one virtual machine and answers for it.
 #include "hostlib/config/config.h"
-#include "services/tarvvm/report.h"
-#include "services/tarvvm/supervisor.h"
+#include "services/tarvvm/core/report.h"
+#include "services/tarvvm/core/supervisor.h"
 
 #include <csignal>
 #include <cstdio>

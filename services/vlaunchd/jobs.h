@@ -3,7 +3,7 @@
 // service continues where a killed one stopped.
 #pragma once
 
-#include "services/vlaunchd/event_source.h"
+#include "services/loop/event.h"
 #include "services/vlaunchd/journal.h"
 
 #include <chrono>

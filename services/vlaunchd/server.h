@@ -2,8 +2,8 @@
 #pragma once
 
 #include "platform/unique_fd.h"
+#include "services/loop/event.h"
 #include "services/vlaunchd/commands.h"
-#include "services/vlaunchd/event_source.h"
 
 #include <cstdint>
 #include <map>

@@ -66,10 +66,9 @@ public:
 
     struct json *read(std::vector<UniqueFd> *fds, size_t room)
     {
-        while (m_end.state() != JsonEnd::State::done) {
+        while (m_end.state() != JsonEnd::State::done)
             if (step(fds, room) != 0)
                 return nullptr;
-        }
         struct json *tree = json_parse(m_text.data(), m_text.size());
         if (!tree && errno != ENOMEM)
             errno = errno == E2BIG ? EMSGSIZE : EPROTO;
@@ -193,9 +192,8 @@ struct json *cli2_recv_json_fds(int fd, struct timeval timeout, int *fds, size_t
     std::vector<UniqueFd> received;
     struct json *tree = AnswerReader(fd, deadline_in(timeout)).read(&received, *count);
     *count = 0;
-    if (tree) {
+    if (tree)
         for (UniqueFd &each : received)
             fds[(*count)++] = each.release();
-    }
     return tree;
 }

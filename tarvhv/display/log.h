@@ -3,3 +3,6 @@
 
 // Writes "display: ", the text and "\r\n".
 [[gnu::format(printf, 1, 2)]] void display_log(const char *format, ...);
+// Where it goes: what display_set_log_fd said last, at first standard error.
+int display_log_fd();
+void display_set_log_fd(int fd);

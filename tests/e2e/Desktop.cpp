@@ -33,9 +33,8 @@ bool waitUntil(std::chrono::milliseconds limit, const std::function<bool()> &con
     QElapsedTimer timer;
     timer.start();
     while (!condition()) {
-        if (timer.elapsed() > limit.count()) {
+        if (timer.elapsed() > limit.count())
             return false;
-        }
         QCoreApplication::processEvents();
         usleep(20000);
     }
@@ -57,15 +56,12 @@ bool processRuns(pid_t pid)
 
 Desktop::Desktop() : m_environment(QProcessEnvironment::systemEnvironment())
 {
-    for (const QString &name : m_environment.keys()) {
+    for (const QString &name : m_environment.keys())
         if (name.startsWith("TARV_"_L1) || name.startsWith("XDG_"_L1) ||
-            name.startsWith("QT_"_L1) || name.startsWith("WAYLAND"_L1) || name == "LANGUAGE"_L1) {
+            name.startsWith("QT_"_L1) || name.startsWith("WAYLAND"_L1) || name == "LANGUAGE"_L1)
             m_environment.remove(name);
-        }
-    }
-    for (const char *directory : {"runtime", "data", "data/vms", "data/images", "support"}) {
+    for (const char *directory : {"runtime", "data", "data/vms", "data/images", "support"})
         QDir().mkpath(path(QLatin1String(directory)));
-    }
     QFile::setPermissions(path(u"runtime"_s),
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     setVariable(u"HOME"_s, m_home.path());
@@ -82,13 +78,12 @@ Desktop::Desktop() : m_environment(QProcessEnvironment::systemEnvironment())
         output(QStringLiteral(WRITE_SETTINGS), {QStringLiteral(TARV_BIN), path(u"data"_s)}));
     addSetting(u"engine_accel"_s, u"tcg"_s);
     addSetting(u"stop_wait"_s, u"1"_s);
-    if (m_settings.isEmpty()) {
+    if (m_settings.isEmpty())
         m_problem = u"the settings can't be made"_s;
-    } else if (!openScreen()) {
+    else if (!openScreen())
         m_problem = u"no virtual screen: "_s + log(u"Xvfb"_s);
-    } else if (!openBus()) {
+    else if (!openBus())
         m_problem = u"no session bus: "_s + log(u"dbus-daemon"_s);
-    }
 }
 
 Desktop::~Desktop()
@@ -101,9 +96,8 @@ Desktop::~Desktop()
     }
     endProcesses(u"tarvvm"_s, SIGTERM);
     endProcesses(u"vlaunchd"_s, SIGTERM);
-    for (const char *program : {"tarv", "tarvctl", "tarvvm", "vlaunchd", "qemu-system-x86_64"}) {
+    for (const char *program : {"tarv", "tarvctl", "tarvvm", "vlaunchd", "qemu-system-x86_64"})
         endProcesses(QLatin1String(program), SIGKILL);
-    }
     while (!m_children.empty()) {
         m_children.back()->terminate();
         if (!m_children.back()->waitForFinished(5000)) {
@@ -161,9 +155,8 @@ bool Desktop::openScreen()
     const QString number = firstWords(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-screen"_s, u"0"_s,
                                                   u"%1x%2x24"_s.arg(ScreenWidth).arg(ScreenHeight),
                                                   u"-nolisten"_s, u"tcp"_s});
-    if (number.isEmpty()) {
+    if (number.isEmpty())
         return false;
-    }
     setVariable(u"DISPLAY"_s, u':' + number);
     // Its command runs once it manages windows: one that is opened before is lost now and then.
     const QString ready = path(u"openbox.ready"_s);
@@ -210,9 +203,8 @@ Answer Desktop::tarvctl(const QStringList &arguments)
     answer.status = child.exitCode();
     answer.message = object.value("message"_L1).toString();
     answer.body = object.value("body"_L1);
-    if (object.isEmpty()) {
+    if (object.isEmpty())
         answer.message = QString::fromUtf8(text + child.readAllStandardError());
-    }
     return answer;
 }
 
@@ -260,11 +252,9 @@ QRect Desktop::geometry(const QString &window)
     int values[4] = {};
     const char *names[] = {"Absolute upper-left X:", "Absolute upper-left Y:", "Width:", "Height:"};
     for (const QByteArray &line : text.split('\n')) {
-        for (int i = 0; i < 4; ++i) {
-            if (line.trimmed().startsWith(names[i])) {
+        for (int i = 0; i < 4; ++i)
+            if (line.trimmed().startsWith(names[i]))
                 values[i] = line.mid(line.lastIndexOf(':') + 1).trimmed().toInt();
-            }
-        }
     }
     return {values[0], values[1], values[2], values[3]};
 }
@@ -307,9 +297,8 @@ bool Desktop::doubleClickVM(const QString &listWindow, const std::function<bool(
         xdotool({u"mousemove"_s, QString::number(frame.x() + frame.width() / 3),
                  QString::number(frame.y() + y), u"click"_s, u"--repeat"_s, u"2"_s, u"--delay"_s,
                  u"60"_s, u"1"_s});
-        if (waitUntil(std::chrono::milliseconds(1500), opened)) {
+        if (waitUntil(std::chrono::milliseconds(1500), opened))
             return true;
-        }
     }
     return false;
 }
@@ -322,9 +311,8 @@ std::vector<pid_t> Desktop::processes(const QString &program) const
         const QString base = u"/proc/"_s + entry;
         if (entry.toInt() > 0 &&
             QFileInfo(QFile::symLinkTarget(base + u"/exe"_s)).fileName() == program &&
-            contents(base + u"/environ"_s).split('\0').contains(mark)) {
+            contents(base + u"/environ"_s).split('\0').contains(mark))
             found.push_back(entry.toInt());
-        }
     }
     return found;
 }

@@ -20,11 +20,9 @@ protected:
     }
     void TearDown() override
     {
-        if (HasFailure()) {
-            for (const char *program : {"tarv", "data/logs/tarv"}) {
+        if (HasFailure())
+            for (const char *program : {"tarv", "data/logs/tarv"})
                 printf("-- %s.log:\n%s\n", program, log(program).c_str());
-            }
-        }
         desktop.reset();
     }
 

@@ -75,14 +75,12 @@ protected:
 
 TEST_F(Pasteboard, goesFromTheHostsProgramsToTheGuestsAndBack)
 {
-    if (!QFile::exists(u"/usr/sbin/spice-vdagentd"_s)) {
+    if (!QFile::exists(u"/usr/sbin/spice-vdagentd"_s))
         GTEST_SKIP() << "spice-vdagent is not installed";
-    }
     openGuest();
     QByteArray large;
-    while (large.size() < 1 << 20) {
+    while (large.size() < 1 << 20)
         large += "line " + QByteArray::number(large.size()) + '\n';
-    }
     for (const QByteArray &text :
          {QByteArray("\xf0\x9d\x84\x9e\xf0\x9f\x98\x80 \xc3\xa4\n two\r\nthree\n"), large}) {
         EXPECT_TRUE(toHost(TEXT, text)) << text.size();

@@ -12,12 +12,10 @@ namespace {
 bool barsAreExact(const QImage &picture, QPoint origin)
 {
     for (int y = 0; y < GUEST_BARS_SIZE.height; ++y) {
-        for (int x = 0; x < GUEST_BARS_SIZE.width; ++x) {
+        for (int x = 0; x < GUEST_BARS_SIZE.width; ++x)
             if ((picture.pixel(origin.x() + x, origin.y() + y) & 0xffffff) !=
-                guest_bar_colour(GUEST_BARS_SIZE.width, x)) {
+                guest_bar_colour(GUEST_BARS_SIZE.width, x))
                 return false;
-            }
-        }
     }
     return true;
 }

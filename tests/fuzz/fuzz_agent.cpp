@@ -1,5 +1,5 @@
 // What a guest's agent sends, cut anywhere, to a side that asks for and gives contents as it goes.
-#include "services/tarvvm/agent_link.h"
+#include "services/tarvvm/pasteboard/agent_link.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // What QEMU's display sends: whatever the bytes say, nothing is written outside the picture.
-#include "tests/tarvvm/wire.h"
+#include "tests/services/tarvvm/wire.h"
 
 #include <cstdint>
 

@@ -17,9 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     nvram_lines collector;
     if (vm_read_nvram_cb(&collector, output.get(), -1) != static_cast<ssize_t>(size))
         abort();
-    for (const std::string &line : collector.lines) {
+    for (const std::string &line : collector.lines)
         if (nvram_trim(line) != line || nvram_name(line).size() > line.size())
             abort();
-    }
     return 0;
 }

@@ -1,5 +1,5 @@
 // Lines of QEMU's machine protocol, cut anywhere.
-#include "services/tarvvm/qmp.h"
+#include "services/tarvvm/machine/qmp.h"
 
 #include <cstdint>
 

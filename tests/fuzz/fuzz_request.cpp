@@ -1,5 +1,5 @@
 // Feeds a request whole and in pieces; both must end alike.
-#include "tests/cli2/feed.h"
+#include "tests/tarvhv/cli2/feed.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,0 +1,120 @@
+#include "services/tarvvm/core/service.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr size_t CONNECTIONS_MAX = 64;
+constexpr uint64_t REQUEST_PATIENCE_MS = 10000;
+
+bool wants_json(const char *command)
+{
+    return std::strcmp(command, "display") == 0;
+}
+
+} // namespace
+
+ServiceRequest::ServiceRequest(UniqueFd socket, std::string command, const json *arguments)
+    : m_socket(std::move(socket)), m_command(std::move(command))
+{
+    if (arguments) {
+        const std::string text = json_print(arguments);
+        m_arguments.reset(json_parse(text.data(), text.size()));
+    }
+}
+
+void ServiceRequest::answer(JsonTree body, const int *fds, size_t count)
+{
+    cli2_answer(m_socket.get(), body.get(), fds, count);
+    m_socket.reset();
+}
+
+void ServiceRequest::fail(int error, const std::string &message)
+{
+    cli2_answer_error(m_socket.get(), error, message.c_str(), nullptr);
+    m_socket.reset();
+}
+
+std::unique_ptr<Service> Service::listen(sd_event *loop, const std::string &path, Handler handler)
+{
+    std::unique_ptr<Service> self(new Service);
+    self->m_loop = loop;
+    self->m_handler = std::move(handler);
+    self->m_listener.reset(cli2_listen(path.c_str()));
+    struct stat status;
+    if (!self->m_listener || stat(path.c_str(), &status) != 0)
+        return nullptr;
+    self->m_path = path;
+    self->m_inode = status.st_ino;
+    Service *service = self.get();
+    self->m_source =
+        event_io(loop, self->m_listener.get(), EPOLLIN, [service](uint32_t) { service->accept(); });
+    return self;
+}
+
+Service::~Service()
+{
+    // Whoever removes the job may have removed the file too, and a new supervisor made its own.
+    struct stat status;
+    if (!m_path.empty() && lstat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode)
+        unlink(m_path.c_str());
+}
+
+void Service::accept()
+{
+    UniqueFd socket(cli2_accept(m_listener.get()));
+    if (!socket || m_connections.size() >= CONNECTIONS_MAX)
+        return;
+    const auto connection = m_connections.emplace(m_connections.end());
+    connection->socket = std::move(socket);
+    connection->request.reset(cli2_request_new());
+    connection->readable = event_io(m_loop, connection->socket.get(), EPOLLIN,
+                                    [this, connection](uint32_t) { receive(connection); });
+    connection->deadline = event_timer(m_loop, REQUEST_PATIENCE_MS,
+                                       [this, connection] { m_connections.erase(connection); });
+}
+
+void Service::receive(Connections::iterator connection)
+{
+    char buffer[4096];
+    const ssize_t length = cli2_recv(connection->socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+    if (length < 0 && errno == EAGAIN)
+        return;
+    if (length <= 0) {
+        m_connections.erase(connection);
+        return;
+    }
+    size_t used = 0;
+    const int result =
+        cli2_request_feed(connection->request.get(), buffer, size_t(length), &used, wants_json);
+    if (result == 0)
+        return;
+    if (result > 0) {
+        complete(connection);
+        return;
+    }
+    const int error = errno;
+    cli2_answer_error(connection->socket.get(), error, std::strerror(error), nullptr);
+    m_connections.erase(connection);
+}
+
+void Service::complete(Connections::iterator connection)
+{
+    const cli2_request *collected = connection->request.get();
+    auto request = std::make_unique<ServiceRequest>(std::move(connection->socket),
+                                                    cli2_request_command(collected),
+                                                    cli2_request_json(collected));
+    m_connections.erase(connection);
+    m_handler(std::move(request));
+}
+
+std::string service_path(const std::string &id)
+{
+    return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
+}

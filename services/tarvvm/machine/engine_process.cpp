@@ -1,0 +1,183 @@
+#include "services/tarvvm/machine/engine_process.h"
+
+#include "platform/file.h"
+#include "platform/process.h"
+#include "platform/watch.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr size_t WORDS_LINE_MAX = 4096;
+
+bool socket_pair(UniqueFd *ours, UniqueFd *theirs)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        return false;
+    ours->reset(ends[0]);
+    theirs->reset(ends[1]);
+    return true;
+}
+
+bool set_nonblocking(int fd)
+{
+    return fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK) == 0;
+}
+
+std::vector<char *> pointers(std::vector<std::string> &texts)
+{
+    std::vector<char *> result;
+    for (std::string &text : texts)
+        result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+std::string end_text(int status)
+{
+    if (WIFSIGNALED(status))
+        return "the engine was killed by signal " + std::to_string(WTERMSIG(status));
+    return "the engine ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace
+
+bool EngineProcess::Channels::make()
+{
+    return socket_pair(&monitor, &engine_monitor) && socket_pair(&console, &engine_console) &&
+           socket_pair(&agent, &engine_agent) && set_nonblocking(monitor.get()) &&
+           set_nonblocking(console.get()) && set_nonblocking(agent.get());
+}
+
+std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch &launch,
+                                                    Channels *channels, VmLog &log,
+                                                    std::function<void(const EngineEnd &)> ended)
+{
+    std::unique_ptr<EngineProcess> self(new EngineProcess(log, std::move(ended)));
+    int words[2];
+    if (platform_pipe(words) != 0)
+        return nullptr;
+    self->m_words.reset(words[0]);
+    const UniqueFd words_end(words[1]);
+    std::vector<std::string> arguments = launch.arguments;
+    arguments.insert(arguments.begin(), launch.program);
+    std::vector<std::string> environment = launch.environment;
+    const std::vector<char *> argv = pointers(arguments);
+    const std::vector<char *> envp = pointers(environment);
+    const platform_launch plan{launch.program.c_str(), argv.data(),    envp.data(), AT_FDCWD, -1,
+                               words_end.get(),        words_end.get()};
+    const int kept[] = {channels->engine_monitor.get(), channels->engine_console.get(),
+                        channels->engine_agent.get()};
+    self->m_pid = platform_spawn_bound(plan, kept, 3);
+    if (self->m_pid < 0)
+        return nullptr;
+    channels->engine_monitor.reset();
+    channels->engine_console.reset();
+    channels->engine_agent.reset();
+    self->m_console = std::move(channels->console);
+    self->m_watch.reset(platform_watch_process(self->m_pid));
+    if (!self->m_watch || !set_nonblocking(self->m_words.get()))
+        return nullptr;
+    EngineProcess *engine = self.get();
+    self->m_watch_source =
+        event_io(loop, self->m_watch.get(), EPOLLIN, [engine](uint32_t) { engine->onEnd(); });
+    self->m_words_source =
+        event_io(loop, self->m_words.get(), EPOLLIN, [engine](uint32_t) { engine->readWords(); });
+    self->m_console_source = event_io(loop, self->m_console.get(), EPOLLIN,
+                                      [engine](uint32_t) { engine->readConsole(); });
+    return self;
+}
+
+EngineProcess::~EngineProcess()
+{
+    if (m_pid <= 0)
+        return;
+    kill(m_pid, SIGKILL); // our child, not yet waited for: the pid is still its own
+    while (waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR)
+        ;
+}
+
+void EngineProcess::signal(int number)
+{
+    if (m_pid > 0)
+        kill(m_pid, number);
+}
+
+int64_t EngineProcess::processorTime() const
+{
+    clockid_t clock;
+    timespec used;
+    if (m_pid <= 0 || clock_getcpuclockid(m_pid, &clock) != 0 || clock_gettime(clock, &used) != 0)
+        return -1;
+    return int64_t(used.tv_sec) * 1000 + used.tv_nsec / 1000000;
+}
+
+void EngineProcess::readWords()
+{
+    char buffer[4096];
+    const ssize_t length = read(m_words.get(), buffer, sizeof buffer);
+    if (length > 0)
+        takeWords({buffer, size_t(length)});
+    else if (length == 0 || errno != EAGAIN)
+        m_words_source.reset();
+}
+
+void EngineProcess::takeWords(std::string_view bytes)
+{
+    for (const char c : bytes) {
+        if (c != '\n' && c != '\r')
+            m_line += c;
+        if ((c != '\n' && m_line.size() < WORDS_LINE_MAX) || m_line.empty())
+            continue;
+        m_log.line("engine: " + m_line);
+        m_words_before = std::exchange(m_last_words, std::exchange(m_line, {}));
+    }
+}
+
+bool EngineProcess::readConsole()
+{
+    char buffer[4096];
+    const ssize_t length = read(m_console.get(), buffer, sizeof buffer);
+    if (length > 0)
+        m_log.console({buffer, size_t(length)});
+    else if (length == 0 || errno != EAGAIN)
+        m_console_source.reset();
+    return length > 0;
+}
+
+void EngineProcess::onEnd()
+{
+    int status = 0;
+    if (waitpid(m_pid, &status, WNOHANG) != m_pid)
+        return;
+    m_pid = -1;
+    m_watch_source.reset();
+    while (m_words_source) {
+        char buffer[4096];
+        const ssize_t length = read(m_words.get(), buffer, sizeof buffer);
+        if (length <= 0)
+            m_words_source.reset();
+        else
+            takeWords({buffer, size_t(length)});
+    }
+    takeWords("\n");
+    while (readConsole())
+        ;
+    EngineEnd end{WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
+                  end_text(status)};
+    if (end.status != 0 && !m_last_words.empty())
+        // A helper of QEMU's says what is wrong, and QEMU then only that it failed.
+        end.message += ": " + m_words_before + (m_words_before.empty() ? "" : "; ") + m_last_words;
+    m_ended(end);
+}

@@ -1,0 +1,78 @@
+// Hands a screen's pixels from the thread that receives them to the event loop.
+#pragma once
+
+#include "services/tarvvm/screens/damage.h"
+#include "services/tarvvm/screens/frame_buffer.h"
+#include "services/tarvvm/screens/listener_reader.h"
+
+#include "platform/unique_fd.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+// What happened since the last look.
+struct ScreenNews
+{
+    std::shared_ptr<FrameBuffer> frame; // the present one
+    Damage damage;
+    std::optional<CursorImage> cursor; // a new image of the pointer; without size: none is shown
+    bool scanout = false;              // the whole screen came
+    bool ended = false;                // the listener's connection is closed and its thread done
+    std::string error;                 // why, if not as asked
+};
+
+// One screen's listener: a thread that blocks on the socket and writes into the frame buffer. All
+// functions but the sink's are of the event loop's thread.
+class ScreenFeed : private ListenerSink
+{
+public:
+    // Null with errno set.
+    static std::unique_ptr<ScreenFeed> create(uint32_t width, uint32_t height);
+    ~ScreenFeed() override;
+
+    // Starts receiving on a socket whose other end is given to QEMU after this. The thread must be
+    // there first: QEMU's main loop waits for the handshake. False with errno set.
+    bool start(UniqueFd socket);
+    // Asks QEMU to let go of the listener. The news say when it did; start() only then.
+    void finish();
+    bool active() const { return m_thread.joinable(); }
+
+    // Polls readable when there is news.
+    int newsFd() const { return m_event.get(); }
+    ScreenNews takeNews();
+    std::shared_ptr<FrameBuffer> frame() const;
+    // Another size with the same top left; only while not active. False with errno set.
+    bool resize(uint32_t width, uint32_t height);
+
+private:
+    ScreenFeed() = default;
+
+    PixelTarget scanout(uint32_t width, uint32_t height) override;
+    PixelTarget update(const Rect &rect) override;
+    void painted(const Rect &rect) override;
+    void blank() override;
+    void cursorDefined(CursorImage image) override;
+    void cursorShown(bool shown) override;
+    bool send(const std::string &bytes) override;
+
+    void run();
+    void setFrame(std::shared_ptr<FrameBuffer> frame);
+    template <typename Change>
+    void tell(Change change);
+
+    UniqueFd m_event;
+    UniqueFd m_socket;
+    std::thread m_thread;
+
+    mutable std::mutex m_lock; // of the two below
+    ScreenNews m_news;
+    bool m_told = false;
+
+    // Of the receiving thread.
+    std::shared_ptr<FrameBuffer> m_frame;
+    CursorImage m_cursor;
+    bool m_cursor_shown = true;
+};

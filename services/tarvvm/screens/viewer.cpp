@@ -1,0 +1,361 @@
+#include "services/tarvvm/screens/viewer.h"
+
+#include "platform/socket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+namespace {
+
+// A mouse sends a thousand packets a second at most. What is past these is an attack or a fault.
+constexpr double PACKETS_PER_SECOND = 4000;
+constexpr double PACKETS_AT_ONCE = 8000;
+constexpr int PACKETS_PER_TURN = 64;
+// Room for a few packets only: each may hold a frame buffer that the viewer has yet to take.
+constexpr int SEND_BUFFER = 4096;
+constexpr size_t DESCRIPTORS_MAX = 4;
+// Bytes of a pasteboard that cost as much as a packet.
+constexpr double PASTEBOARD_RATE = 64 * 1024;
+
+constexpr uint32_t BUTTON_WHEEL_UP = 3;
+constexpr uint32_t BUTTON_WHEEL_DOWN = 4;
+constexpr uint32_t WHEEL_BUTTONS = 1u << BUTTON_WHEEL_UP | 1u << BUTTON_WHEEL_DOWN;
+constexpr int32_t WHEEL_STEPS_MAX = 32;
+
+// Receives one packet and the first descriptor that came with it; others are closed.
+ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
+{
+    iovec part{packet, sizeof *packet};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * DESCRIPTORS_MAX)];
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    const ssize_t length = platform_recvmsg(fd, &message, MSG_DONTWAIT);
+    if (length < 0)
+        return length;
+    for (cmsghdr *header = CMSG_FIRSTHDR(&message); header;
+         header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
+            continue;
+        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (size_t i = 0; i < count; i++) {
+            int received;
+            std::memcpy(&received, CMSG_DATA(header) + i * sizeof received, sizeof received);
+            UniqueFd owned(received);
+            if (!*descriptor)
+                *descriptor = std::move(owned);
+        }
+    }
+    return (message.msg_flags & MSG_TRUNC) != 0 ? ssize_t(sizeof *packet) + 1 : length;
+}
+
+} // namespace
+
+Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame,
+               ViewerHost &host, GuestPasteboard &pasteboard)
+    : m_host(host),
+      m_pasteboard(pasteboard),
+      m_channel(std::move(channel)),
+      m_frame(std::move(frame)),
+      m_allowance(PACKETS_AT_ONCE),
+      m_counted(std::chrono::steady_clock::now())
+{
+    setsockopt(m_channel.get(), SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
+    m_source =
+        event_io(loop, m_channel.get(), EPOLLIN, [this](uint32_t events) { onReady(events); });
+    m_pasteboard.add(this);
+}
+
+Viewer::~Viewer()
+{
+    m_pasteboard.remove(this);
+    releaseAll();
+}
+
+void Viewer::setFrame(std::shared_ptr<FrameBuffer> frame, ScreenMode mode)
+{
+    m_frame = std::move(frame);
+    m_mode = mode;
+    m_mode_due = true;
+    m_damage.clear(); // all of a new frame counts as damaged
+    m_sending.clear();
+    m_awaiting_done = false; // damage of the old one may stay without its end and its answer
+    flush();
+}
+
+void Viewer::addDamage(const Damage &damage)
+{
+    m_damage.add(damage);
+    flush();
+}
+
+void Viewer::setCursor(std::shared_ptr<UniqueFd> memory, const CursorImage &image)
+{
+    m_cursor_memory = std::move(memory);
+    m_cursor = {DISPLAY_CURSOR,
+                {int32_t(image.width), int32_t(image.height), image.hot_x, image.hot_y}};
+    m_cursor_due = true;
+    flush();
+}
+
+void Viewer::setAbsolute(bool absolute)
+{
+    m_absolute = absolute;
+    m_pointer_due = true;
+    flush();
+}
+
+void Viewer::pasteboardCapsChanged(uint32_t caps)
+{
+    m_caps = caps;
+    m_caps_due = true;
+    flush();
+}
+
+void Viewer::pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive)
+{
+    m_archive = std::move(archive);
+    flush();
+}
+
+void Viewer::close(display_close_reason reason)
+{
+    if (gone())
+        return;
+    send({DISPLAY_CLOSED, {reason}});
+    hangUp();
+}
+
+void Viewer::hangUp()
+{
+    if (gone())
+        return;
+    m_source.reset();
+    m_channel.reset();
+    m_archive.reset();
+    releaseAll();
+    m_host.viewerGone();
+}
+
+void Viewer::releaseAll()
+{
+    for (uint32_t key = 0; key <= KEY_MAX; key++)
+        if (m_keys[key])
+            m_host.viewerKey(key, false);
+    m_keys.reset();
+    for (uint32_t button = 0; button < BUTTON_COUNT; button++)
+        if (m_buttons & 1u << button)
+            m_host.viewerButton(button, false);
+    m_buttons = 0;
+}
+
+void Viewer::onReady(uint32_t events)
+{
+    if (events & EPOLLOUT)
+        flush();
+    if (!gone() && (events & ~uint32_t{EPOLLOUT}) != 0)
+        receive();
+}
+
+bool Viewer::withinRate(double packets)
+{
+    const auto now = std::chrono::steady_clock::now();
+    const double seconds = std::chrono::duration<double>(now - m_counted).count();
+    m_counted = now;
+    m_allowance = std::min(PACKETS_AT_ONCE, m_allowance + seconds * PACKETS_PER_SECOND) - packets;
+    return m_allowance >= 0;
+}
+
+void Viewer::receive()
+{
+    for (int i = 0; i < PACKETS_PER_TURN && !gone(); i++) {
+        display_packet packet;
+        UniqueFd descriptor;
+        const ssize_t length = receive_packet(m_channel.get(), &packet, &descriptor);
+        if (length < 0 && (errno == EAGAIN || errno == EINTR))
+            return;
+        if (length <= 0) {
+            hangUp();
+            return;
+        }
+        if (length != ssize_t(sizeof packet) || !withinRate(1) ||
+            !handle(packet, std::move(descriptor))) {
+            close(DISPLAY_CLOSE_REFUSED);
+            return;
+        }
+        if (packet.type == DISPLAY_PASTEBOARD_SEND)
+            return; // a large one takes its time: others come first
+    }
+}
+
+bool Viewer::handle(const display_packet &packet, UniqueFd descriptor)
+{
+    const int32_t *arg = packet.arg;
+    switch (packet.type) {
+    case DISPLAY_DAMAGE_DONE:
+        if (arg[0] == m_serial && m_sending.empty())
+            m_awaiting_done = false;
+        flush();
+        return true;
+    case DISPLAY_ACTIVE:
+        if (std::exchange(m_active, arg[0] != 0) != m_active)
+            m_host.viewerActivityChanged();
+        flush();
+        return true;
+    case DISPLAY_KEY:
+        if (arg[0] <= 0 || uint32_t(arg[0]) > KEY_MAX)
+            return false;
+        m_keys[size_t(arg[0])] = arg[1] != 0;
+        m_host.viewerKey(uint32_t(arg[0]), arg[1] != 0);
+        return true;
+    case DISPLAY_POINTER_ABS:
+        m_host.viewerMoveTo(arg[0], arg[1]);
+        return handleButtons(arg[2]);
+    case DISPLAY_POINTER_REL:
+        m_host.viewerMoveBy(arg[0], arg[1]);
+        return handleButtons(arg[2]);
+    case DISPLAY_WHEEL:
+        return handleWheel(arg[0]);
+    case DISPLAY_RESIZE:
+        if (arg[0] <= 0 || arg[1] <= 0)
+            return false;
+        m_host.viewerResize(arg[0], arg[1], arg[2] != 0);
+        return true;
+    case DISPLAY_PASTEBOARD_ASK:
+        m_pasteboard.ask(this, /*polling=*/arg[0] != 0);
+        return true;
+    case DISPLAY_PASTEBOARD_SEND:
+        return handlePasteboard(arg[0], std::move(descriptor));
+    default:
+        return false;
+    }
+}
+
+bool Viewer::handlePasteboard(int32_t size, UniqueFd memory)
+{
+    return size >= 0 && withinRate(size / PASTEBOARD_RATE) &&
+           m_pasteboard.give(std::move(memory), size_t(size));
+}
+
+bool Viewer::handleButtons(int32_t buttons)
+{
+    const uint32_t wanted = uint32_t(buttons) & ((1u << BUTTON_COUNT) - 1) & ~WHEEL_BUTTONS;
+    const uint32_t changed = wanted ^ std::exchange(m_buttons, wanted);
+    for (uint32_t button = 0; button < BUTTON_COUNT; button++)
+        if (changed & 1u << button)
+            m_host.viewerButton(button, (wanted & 1u << button) != 0);
+    return true;
+}
+
+// A step is a click of a button of its own; horizontal steps have none.
+bool Viewer::handleWheel(int32_t vertical)
+{
+    const uint32_t button = vertical < 0 ? BUTTON_WHEEL_UP : BUTTON_WHEEL_DOWN;
+    const int32_t steps = std::clamp(vertical, -WHEEL_STEPS_MAX, WHEEL_STEPS_MAX);
+    for (int32_t i = 0; i < std::abs(steps); i++) {
+        m_host.viewerButton(button, true);
+        m_host.viewerButton(button, false);
+    }
+    return true;
+}
+
+Viewer::Sent Viewer::send(const display_packet &packet, int fd)
+{
+    iovec part{const_cast<display_packet *>(&packet), sizeof packet};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (fd >= 0) {
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        cmsghdr *header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int));
+        std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
+    }
+    for (;;) {
+        if (platform_sendmsg(m_channel.get(), &message, MSG_DONTWAIT) >= 0)
+            return Sent::yes;
+        if (errno != EINTR)
+            return errno == EAGAIN || errno == ENOBUFS ? Sent::later : Sent::gone;
+    }
+}
+
+void Viewer::flush()
+{
+    if (gone())
+        return;
+    // A viewer that went away is met when its end of stream is read.
+    const bool all_sent = flushState() && flushPasteboard() && flushDamage();
+    if (m_source)
+        sd_event_source_set_io_events(m_source.get(), EPOLLIN | (all_sent ? 0u : EPOLLOUT));
+}
+
+// False when something is left for later.
+bool Viewer::flushState()
+{
+    if (m_mode_due) {
+        const display_packet packet{DISPLAY_MODE,
+                                    {int32_t(m_frame->width()), int32_t(m_frame->height()),
+                                     m_mode.hdpi, m_mode.live_resize}};
+        if (send(packet, m_frame->viewerFd()) == Sent::later)
+            return false;
+        m_mode_due = false;
+    }
+    if (m_pointer_due) {
+        if (send({DISPLAY_POINTER, {m_absolute}}) == Sent::later)
+            return false;
+        m_pointer_due = false;
+    }
+    if (m_cursor_due) {
+        if (send(m_cursor, m_cursor_memory ? m_cursor_memory->get() : -1) == Sent::later)
+            return false;
+        m_cursor_due = false;
+        m_cursor_memory.reset();
+    }
+    return true;
+}
+
+bool Viewer::flushPasteboard()
+{
+    if (m_caps_due && send({DISPLAY_CAPS, {int32_t(m_caps)}}) == Sent::later)
+        return false;
+    m_caps_due = false;
+    if (m_archive &&
+        send({DISPLAY_PASTEBOARD, {int32_t(m_archive->size)}}, m_archive->fd.get()) == Sent::later)
+        return false;
+    m_archive.reset();
+    return true;
+}
+
+bool Viewer::flushDamage()
+{
+    if (m_sending.empty()) {
+        if (!m_active || m_awaiting_done || m_damage.empty())
+            return true;
+        m_damage.clip(m_frame->width(), m_frame->height());
+        m_sending.assign(m_damage.rects().rbegin(), m_damage.rects().rend());
+        m_damage.clear();
+        m_serial++;
+        m_awaiting_done = !m_sending.empty();
+    }
+    while (!m_sending.empty()) {
+        const Rect &rect = m_sending.back();
+        const display_packet packet{
+            DISPLAY_DAMAGE,
+            {rect.x, rect.y, rect.width, rect.height, m_serial, m_sending.size() == 1}};
+        if (send(packet) == Sent::later)
+            return false;
+        m_sending.pop_back();
+    }
+    return true;
+}

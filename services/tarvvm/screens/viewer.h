@@ -1,0 +1,117 @@
+// One viewer of a screen, on its display channel. Nothing here ever waits for it: what it does not
+// read stays one merged region, and rules that it breaks cost it the connection.
+#pragma once
+
+#include "services/loop/event.h"
+#include "services/tarvvm/pasteboard/guest_pasteboard.h"
+#include "services/tarvvm/screens/damage.h"
+#include "services/tarvvm/screens/frame_buffer.h"
+#include "services/tarvvm/screens/listener_reader.h"
+
+#include "platform/unique_fd.h"
+#include "tarvhv/cli2/display_protocol.h"
+
+#include <bitset>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+// What a viewer asks of its screen.
+class ViewerHost
+{
+public:
+    virtual ~ViewerHost() = default;
+    virtual void viewerActivityChanged() = 0;
+    virtual void viewerKey(uint32_t number, bool down) = 0;
+    virtual void viewerButton(uint32_t number, bool down) = 0;
+    virtual void viewerMoveTo(int32_t x, int32_t y) = 0;
+    virtual void viewerMoveBy(int32_t dx, int32_t dy) = 0;
+    virtual void viewerResize(int32_t width, int32_t height, bool hdpi) = 0;
+    // The viewer is done; it may be destroyed on the loop's next turn.
+    virtual void viewerGone() = 0;
+};
+
+// What else a screen's mode consists of.
+struct ScreenMode
+{
+    bool hdpi = false;
+    bool live_resize = false;
+};
+
+class Viewer : private PasteboardReader
+{
+public:
+    static constexpr uint32_t KEY_MAX = 0xff;
+    static constexpr uint32_t BUTTON_COUNT = 7; // left, middle, right, wheel up and down, back …
+
+    // `frame` is what the viewer got with the answer to its request.
+    Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame, ViewerHost &host,
+           GuestPasteboard &pasteboard);
+    ~Viewer() override;
+    Viewer(const Viewer &) = delete;
+    Viewer &operator=(const Viewer &) = delete;
+
+    bool gone() const { return !m_channel; }
+    bool active() const { return !gone() && m_active; }
+
+    // What changed; each is sent as soon as the viewer has room for it.
+    void setFrame(std::shared_ptr<FrameBuffer> frame, ScreenMode mode);
+    void addDamage(const Damage &damage);
+    // A memfd with the image, or a width of 0 and none.
+    void setCursor(std::shared_ptr<UniqueFd> memory, const CursorImage &image);
+    void setAbsolute(bool absolute);
+    // Says goodbye and hangs up.
+    void close(display_close_reason reason);
+
+private:
+    enum class Sent
+    {
+        yes,
+        later,
+        gone
+    };
+
+    void onReady(uint32_t events);
+    void receive();
+    void pasteboardCapsChanged(uint32_t caps) override;
+    void pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive) override;
+    bool handle(const display_packet &packet, UniqueFd descriptor);
+    bool handlePasteboard(int32_t size, UniqueFd memory);
+    bool handleButtons(int32_t buttons);
+    bool handleWheel(int32_t vertical);
+    bool withinRate(double packets);
+    void releaseAll();
+    void flush();
+    bool flushState();
+    bool flushPasteboard();
+    bool flushDamage();
+    Sent send(const display_packet &packet, int fd = -1);
+    void hangUp();
+
+    ViewerHost &m_host;
+    GuestPasteboard &m_pasteboard;
+    UniqueFd m_channel;
+    EventSource m_source;
+    std::shared_ptr<FrameBuffer> m_frame;
+    std::shared_ptr<UniqueFd> m_cursor_memory;
+    display_packet m_cursor{};
+    ScreenMode m_mode;
+    bool m_mode_due = false;
+    bool m_cursor_due = false;
+    bool m_pointer_due = false;
+    bool m_absolute = false;
+    bool m_active = true;
+    bool m_caps_due = false;
+    uint32_t m_caps = 0;
+    std::shared_ptr<const PasteboardMemory> m_archive; // not yet sent
+
+    Damage m_damage;              // not yet sent
+    std::vector<Rect> m_sending;  // of the serial under way, the next one last
+    int32_t m_serial = 0;         // of the last damage sent
+    bool m_awaiting_done = false; // the viewer owes an answer for it
+
+    std::bitset<KEY_MAX + 1> m_keys; // that this viewer holds down
+    uint32_t m_buttons = 0;          // bit N: button N is down
+    double m_allowance;              // packets that may still come at once
+    std::chrono::steady_clock::time_point m_counted;
+};

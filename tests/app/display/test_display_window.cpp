@@ -1,0 +1,114 @@
+#include "app/display/TarvWindow.h"
+#include "app/display/TarvWindowController.h"
+#include "app/kit/NotificationCenter.h"
+#include "app/kit/PasteboardArchive.h"
+#include "app/kit/UserDefaults.h"
+#include "tests/app/kit/application.h"
+#include "tests/tarvhv/display/FakeDisplay.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QMimeData>
+#include <QPointer>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class DisplayWindow : public ApplicationTest
+{
+protected:
+    DisplayWindow()
+    {
+        for (const char *key : {"liveResize", "sharedpasteboard", "lockKeyboard"})
+            UserDefaults::standard().removeKey(QLatin1String(key));
+    }
+    void open(int width, int height)
+    {
+        auto display = std::make_unique<FakeDisplay>(width, height);
+        m_display = display.get();
+        m_display->capabilities = m_caps;
+        m_controller = std::make_unique<TarvWindowController>(std::move(display));
+        m_window = qobject_cast<TarvWindow *>(m_controller->window());
+        m_controller->showWindow();
+        ASSERT_TRUE(waitUntil([this] { return m_window->isActiveWindow(); }));
+        waitUntil([turns = 0]() mutable { return ++turns > 10; });
+        m_display->taken();
+    }
+    QSize viewSize() const { return m_controller->view()->size(); }
+    // As the user resizes: the window system says nothing but the sizes.
+    void resizeContent(QSize size) { m_window->resize(m_window->size() + size - viewSize()); }
+
+    uint32_t m_caps = 0;
+    FakeDisplay *m_display = nullptr;
+    std::unique_ptr<TarvWindowController> m_controller;
+    TarvWindow *m_window = nullptr;
+};
+
+TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndKeepsIt)
+{
+    UserDefaults::standard().setBool(QStringLiteral("liveResize"), true);
+    open(640, 400);
+    resizeContent(QSize(500, 350));
+    ASSERT_TRUE(waitUntil([&] { return viewSize() == QSize(514, 360); }));
+    EXPECT_EQ(m_display->taken(), "size 514 360 0");
+    m_display->setSize(512, 352); // as its video modes allow
+    EXPECT_EQ(viewSize(), QSize(514, 360)) << "a change that the window caused";
+    m_display->setSize(320, 240);
+    EXPECT_EQ(viewSize(), QSize(320, 240)) << "one that it did not";
+}
+
+TEST_F(DisplayWindow, closesWithItsVMAndNoOther)
+{
+    open(640, 400);
+    const QPointer<FakeDisplay> alive(m_display);
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.post(VMServiceDidStop, QStringLiteral("another"));
+    center.post(VMServiceDidStop);
+    EXPECT_TRUE(m_window->isVisible());
+    center.post(VMServiceDidStop, QStringLiteral("4A9E"));
+    EXPECT_EQ(m_controller->window(), nullptr);
+    EXPECT_TRUE(waitUntil([&] { return alive.isNull(); }));
+    open(640, 400);
+    m_display->delegate->displayDidClose(m_display);
+    EXPECT_EQ(m_controller->window(), nullptr);
+}
+
+TEST_F(DisplayWindow, sharesThePasteboardWithoutEcho)
+{
+    m_caps = DISPLAY_CAP_COPY | DISPLAY_CAP_PASTE;
+    open(640, 400);
+    QApplication::clipboard()->setText(QStringLiteral("from the host"));
+    m_controller->paste(nullptr);
+    ASSERT_EQ(m_display->pasteboards.size(), 1);
+    const QList<PasteboardItem> sent = PasteboardArchive::read(m_display->pasteboards[0]);
+    ASSERT_EQ(sent.size(), 1);
+    EXPECT_EQ(sent[0].data, "from the host");
+    m_display->delegate->displayPasteboardDataDidChange(
+        m_display, PasteboardArchive::write({{PasteboardItem::Type::text, "from the guest"}}));
+    EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("from the guest"));
+    for (const QByteArray &bad :
+         {QByteArray("garbage"), PasteboardArchive::write({{PasteboardItem::Type::png, "none"}})})
+        m_display->delegate->displayPasteboardDataDidChange(m_display, bad);
+    EXPECT_EQ(QApplication::clipboard()->text(), QStringLiteral("from the guest"));
+
+    const auto refocus = [this] {
+        QEvent away(QEvent::WindowDeactivate);
+        QEvent back(QEvent::WindowActivate);
+        QCoreApplication::sendEvent(m_window, &away);
+        QCoreApplication::sendEvent(m_window, &back);
+    };
+    refocus();
+    EXPECT_EQ(m_display->pasteboards.size(), 1) << "the guest's own contents do not come back";
+    QApplication::clipboard()->setText(QStringLiteral("copied elsewhere"));
+    refocus();
+    refocus();
+    EXPECT_EQ(m_display->pasteboards.size(), 2) << "sent once";
+    EXPECT_TRUE(waitUntil([&] { return m_display->taken().find("ask 1") != std::string::npos; }))
+        << "polls while it is key";
+    m_controller->toggleSharedPasteboard(nullptr);
+    EXPECT_FALSE(m_controller->pasteBoardEnabled());
+}
+
+} // namespace

@@ -1,0 +1,96 @@
+#include "app/agreement/AdministratorRight.h"
+#include "app/shell/SingleInstance.h"
+#include "tests/app/fixtures/shell_fixture.h"
+
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class SessionBusTest : public ShellTest
+{
+protected:
+    PrivateBus bus;
+    QList<QString> names;
+
+    QDBusConnection connect(const char *name)
+    {
+        names << QLatin1String(name);
+        return QDBusConnection::connectToBus(bus.address(), QLatin1String(name));
+    }
+    ~SessionBusTest() override
+    {
+        for (const QString &name : names)
+            QDBusConnection::disconnectFromBus(name);
+    }
+};
+
+// The authority, with one answer for everybody.
+class Authority : public QDBusVirtualObject
+{
+public:
+    bool authorized = false;
+    QDBusMessage asked;
+
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
+    {
+        asked = message;
+        QDBusArgument result;
+        result.beginStructure();
+        result << authorized << false;
+        result.beginMap(QMetaType(QMetaType::QString), QMetaType(QMetaType::QString));
+        result.endMap();
+        result.endStructure();
+        return connection.send(message.createReply(QVariant::fromValue(result)));
+    }
+};
+
+std::optional<bool> askFor(const QDBusConnection &connection, QString *error)
+{
+    std::atomic<bool> done = false;
+    bool obtained = false;
+    std::thread asker([&] {
+        obtained = obtainRightFromPolkit(connection, error);
+        done = true;
+    });
+    const bool inTime = waitUntil([&] { return done.load(); });
+    asker.join();
+    return inTime ? std::optional(obtained) : std::nullopt;
+}
+
+} // namespace
+
+TEST_F(SessionBusTest, runsAloneWithoutABus)
+{
+    SingleInstance alone(QDBusConnection::connectToBus(u"unix:path=/nowhere"_s, u"none"_s));
+    EXPECT_EQ(alone.claim(), SingleInstance::Role::alone);
+    EXPECT_TRUE(log().contains("no session bus"_L1));
+    QDBusConnection::disconnectFromBus(u"none"_s);
+}
+
+TEST_F(SessionBusTest, theAdministratorRightIsPolkitsAnswer)
+{
+    QString error;
+    EXPECT_EQ(askFor(connect("asker"), &error), false) << "nobody is there to ask";
+    EXPECT_FALSE(error.isEmpty());
+    Authority authority;
+    QDBusConnection service = connect("authority");
+    ASSERT_TRUE(
+        service.registerVirtualObject(u"/org/freedesktop/PolicyKit1/Authority"_s, &authority));
+    ASSERT_TRUE(service.registerService(u"org.freedesktop.PolicyKit1"_s));
+    EXPECT_EQ(askFor(connect("asker"), &error), false);
+    EXPECT_TRUE(error.contains("refused"_L1));
+    authority.authorized = true;
+    EXPECT_EQ(askFor(connect("asker"), &error), true);
+    EXPECT_EQ(authority.asked.signature(), u"(sa{sv})sa{ss}us"_s);
+    EXPECT_EQ(authority.asked.arguments().value(1).toString(), u"com.quelda.tarv.admin"_s);
+    EXPECT_EQ(authority.asked.arguments().value(3).toUInt(), 1u);
+}

@@ -1,0 +1,188 @@
+#include "tests/services/tarvvm/live_vm.h"
+
+#include "platform/memory.h"
+#include "tarvhv/cli2.h"
+#include "tarvhv/cli2/io.h"
+#include "tarvhv/display/packet_socket.h"
+#include "tests/guest/guests.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <iostream>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+LiveVm::LiveVm(const std::string &disk, const std::string &config)
+    : m_id(file_text("/proc/sys/kernel/random/uuid").substr(0, 36))
+{
+    const std::filesystem::path guest = TARV_GUEST_DIR "/" + disk + ".img";
+    if (std::filesystem::exists(guest))
+        std::filesystem::copy_file(guest, file("images/disk.img"));
+    std::filesystem::create_directory(file("vms/" + m_id));
+    const std::string ram = disk == "linux" ? "536870912" : "67108864";
+    write("vms/" + m_id + "/config.yaml",
+          "name: live\nram: {size: " + ram + "}\nhard_drives:\n- {file: disk.img}\n" + config);
+    m_home.set("vm_lock_dir", file("locks"));
+    m_home.environment["TARV_JOB_REPORT"] = file("report");
+    m_home.environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + file("no-bus");
+}
+
+LiveVm::~LiveVm()
+{
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        wait();
+    }
+    unlink(vm_socket(m_id).c_str());
+    if (testing::Test::HasFailure())
+        std::cerr << log();
+}
+
+void LiveVm::start(const std::vector<std::string> &arguments)
+{
+    std::vector<std::string> words = {TARVVM_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    words.push_back(m_id);
+    std::filesystem::remove(file("report"));
+    const UniqueFd log(
+        open(file("log/stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    m_pid = m_home.spawn(words, -1, log.get());
+    EXPECT_GT(m_pid, 0);
+}
+
+bool LiveVm::startAndRun()
+{
+    start();
+    return wait_for([this] { return state() == "running"; });
+}
+
+int LiveVm::wait()
+{
+    int status = -1;
+    pid_t ended = 0;
+    wait_for([&] { return (ended = waitpid(m_pid, &status, WNOHANG)) != 0; });
+    if (ended != m_pid)
+        return -1;
+    m_pid = -1;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+LiveAnswer LiveVm::ask(const std::string &request) const
+{
+    LiveAnswer answer;
+    const UniqueFd socket(cli2_connect(vm_socket(m_id).c_str(), nullptr));
+    if (!socket || cli2_send(socket.get(), request.data(), request.size(), 0) != 0)
+        return answer;
+    int fds[4];
+    size_t count = 4;
+    answer.tree.reset(cli2_recv_json_fds(socket.get(), {60, 0}, fds, &count));
+    for (size_t i = 0; answer.tree && i < count; i++)
+        answer.fds.emplace_back(fds[i]);
+    return answer;
+}
+
+std::string LiveVm::state() const
+{
+    return json_find_str(ask("status\r\n").tree.get(), "body.state", "");
+}
+
+int64_t LiveVm::status(const char *name) const
+{
+    return json_find_int64(ask("status\r\n").tree.get(), (std::string("body.") + name).c_str(), -1);
+}
+
+// ---- viewer -------------------------------------------------------------------------------------
+
+LiveViewer::LiveViewer(const LiveVm &vm, int screen)
+{
+    LiveAnswer answer = vm.ask("display\r\n{\"index\":" + std::to_string(screen) + "}");
+    EXPECT_EQ(answer.status(), "OK") << answer.message();
+    if (answer.fds.size() != 2)
+        return;
+    EXPECT_EQ(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, answer.fds[0].get(), 0),
+              MAP_FAILED)
+        << "a viewer must not be able to write";
+    EXPECT_TRUE(map(std::move(answer.fds[0])));
+    m_channel = std::move(answer.fds[1]);
+    m_caps = uint32_t(json_find_int64(answer.tree.get(), "body.caps", -1));
+}
+
+LiveViewer::~LiveViewer()
+{
+    if (m_control)
+        munmap(const_cast<display_fbctl *>(m_control), m_size);
+}
+
+bool LiveViewer::map(UniqueFd memory)
+{
+    const int64_t size = platform_memory_size(memory.get(), /*sealed=*/true);
+    if (size < int64_t(DISPLAY_PIXELS_OFFSET))
+        return false;
+    void *mapping = mmap(nullptr, size_t(size), PROT_READ, MAP_SHARED, memory.get(), 0);
+    if (mapping == MAP_FAILED)
+        return false;
+    if (m_control)
+        munmap(const_cast<display_fbctl *>(m_control), m_size);
+    m_control = static_cast<const display_fbctl *>(mapping);
+    m_size = size_t(size);
+    return m_control->magic == DISPLAY_MAGIC && m_control->version == DISPLAY_VERSION;
+}
+
+uint32_t LiveViewer::at(uint32_t x, uint32_t y) const
+{
+    uint32_t pixel;
+    std::memcpy(&pixel,
+                reinterpret_cast<const uint8_t *>(m_control) + DISPLAY_PIXELS_OFFSET +
+                    size_t(y) * m_control->stride + size_t(x) * 4,
+                sizeof pixel);
+    return pixel & 0xffffff;
+}
+
+void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments, int memory)
+{
+    display_packet packet{type, {}};
+    std::copy(arguments.begin(), arguments.end(), packet.arg);
+    cli2_send_fds(m_channel.get(), &packet, sizeof packet, 0, &memory, memory >= 0 ? 1 : 0);
+}
+
+bool LiveViewer::take()
+{
+    for (;;) {
+        display_packet packet;
+        std::vector<UniqueFd> fds;
+        const ssize_t length =
+            receive_with_descriptors(m_channel.get(), &packet, sizeof packet, &fds);
+        if (length != ssize_t(sizeof packet))
+            return length < 0 && errno == EAGAIN;
+        UniqueFd memory = fds.empty() ? UniqueFd() : std::move(fds[0]);
+        if (packet.type == DISPLAY_DAMAGE) {
+            if (packet.arg[5])
+                send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});
+        } else if (packet.type == DISPLAY_MODE) {
+            EXPECT_TRUE(map(std::move(memory)));
+        } else if (packet.type == DISPLAY_CURSOR) {
+            m_cursor = packet;
+            m_cursor_colour = 0;
+            if (pread(memory.get(), &m_cursor_colour, sizeof m_cursor_colour, 0) < 0)
+                m_cursor_colour = 0; // no image
+        } else if (packet.type == DISPLAY_CAPS) {
+            m_caps = uint32_t(packet.arg[0]);
+        } else if (packet.type == DISPLAY_PASTEBOARD) {
+            m_pasteboard.resize(size_t(packet.arg[0]));
+            EXPECT_EQ(pread(memory.get(), m_pasteboard.data(), m_pasteboard.size(), 0),
+                      packet.arg[0]);
+        } else if (packet.type == DISPLAY_CLOSED) {
+            m_closed = packet.arg[0];
+        }
+    }
+}
+
+bool LiveViewer::shows(const std::function<bool()> &condition)
+{
+    return wait_for([&] { return take() && condition(); });
+}
