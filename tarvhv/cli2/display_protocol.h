@@ -1,14 +1,13 @@
 // What a supervisor and a viewer say to each other about one screen.
 //
 // A viewer asks the VM's service socket for `display` with {"index":N}. The answer's body describes
-// the screen and carries two descriptors: the frame buffer (a memfd, read-only) and one end of a
-// SOCK_SEQPACKET pair, the display channel. On the channel every packet is one display_packet, some
-// with one descriptor. The supervisor never waits for a viewer: what a viewer does not read is
-// merged into one later packet, and a viewer that misbehaves is disconnected.
+// the screen and carries two descriptors: the frame buffer (memory that only the supervisor writes)
+// and one end of a SOCK_SEQPACKET pair, the display channel. On the channel every packet is one
+// display_packet, some with one descriptor. The supervisor never waits for a viewer: what a viewer
+// does not read is merged into one later packet, and a viewer that misbehaves is disconnected.
 //
-// Every descriptor but the channel is memory made with platform_memory_create. A frame buffer and
-// anything else that a peer may map is sealed (platform_memory_seal) before it is sent; a receiver
-// refuses what is not, as it could be made to fault.
+// Every descriptor but the channel is sealed memory (platform/memory.h). A receiver that maps it
+// refuses what is not sealed against shrinking, as it could be made to fault.
 //
 // Body of the answer: "uuid", "name", "index", "total" (screens of the VM), "width", "height"
 // (pixels), "hdpi", "live_resize" (booleans), "caps" (bit mask), "absolute" (boolean: the guest
@@ -31,12 +30,12 @@ enum display_packet_type : uint32_t
                             // is sent until the viewer answered that serial.
     DISPLAY_MODE = 2,       // width, height, hdpi, live_resize; descriptor: the new frame buffer.
                             // All of it counts as damaged; no DAMAGE_DONE is due for it.
-    DISPLAY_CURSOR = 3,     // width, height, hot x, hot y; descriptor: a memfd of width x height
+    DISPLAY_CURSOR = 3,     // width, height, hot x, hot y; descriptor: memory of width x height
                             // premultiplied ARGB32 pixels, top row first. 0 x 0 without a
                             // descriptor: the guest draws the pointer itself, or shows none.
     DISPLAY_POINTER = 4,    // absolute: whether the guest takes absolute positions now.
     DISPLAY_CAPS = 5,       // caps: the bits above, whenever they change.
-    DISPLAY_PASTEBOARD = 6, // size in bytes; descriptor: a memfd with the pasteboard archive.
+    DISPLAY_PASTEBOARD = 6, // size in bytes; descriptor: memory with the pasteboard archive.
     DISPLAY_CLOSED = 7, // reason (display_close_reason): the screen is gone; then end of stream.
 
     // From the viewer.
@@ -49,7 +48,7 @@ enum display_packet_type : uint32_t
     DISPLAY_WHEEL = 69,           // vertical, horizontal steps; up and left are negative.
     DISPLAY_RESIZE = 70,          // width, height in pixels, hdpi: a request to the guest.
     DISPLAY_PASTEBOARD_ASK = 71,  // polling: 1 from the poll timer, 0 from an explicit copy.
-    DISPLAY_PASTEBOARD_SEND = 72, // size in bytes; descriptor: a memfd with the archive.
+    DISPLAY_PASTEBOARD_SEND = 72, // size in bytes; descriptor: memory with the archive.
 };
 
 enum display_close_reason : int32_t
@@ -73,6 +72,9 @@ inline constexpr uint32_t DISPLAY_VERSION = 1;
 inline constexpr uint32_t DISPLAY_WIDTH_MAX = 16384;
 inline constexpr uint32_t DISPLAY_HEIGHT_MAX = 16384;
 inline constexpr size_t DISPLAY_PASTEBOARD_MAX = 32 * 1024 * 1024;
+// Pixels of a pointer's image, each way. QEMU makes none that is larger, whatever the guest's card
+// asks for, as no hardware shows one.
+inline constexpr uint32_t DISPLAY_CURSOR_MAX = 512;
 
 struct display_fbctl
 {

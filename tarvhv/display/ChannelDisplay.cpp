@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -17,7 +18,7 @@ namespace {
 constexpr int PACKETS_PER_TURN = 256;
 
 // A picture of memory that stays another's.
-QImage picture_of(const FrameBuffer &buffer)
+QImage picture_of(const MappedFrame &buffer)
 {
     return QImage(buffer.pixels(), buffer.width(), buffer.height(), buffer.stride(),
                   QImage::Format_RGB32);
@@ -28,24 +29,6 @@ QImage picture_of(const GuestCursor &cursor)
     return QImage(reinterpret_cast<const uchar *>(cursor.pixels.data()), cursor.width,
                   cursor.height, cursor.width * 4, QImage::Format_ARGB32_Premultiplied)
         .copy();
-}
-
-// The bytes as memory to send along. Nothing with errno set.
-UniqueFd memory_of(const QByteArray &bytes)
-{
-    UniqueFd fd(platform_memory_create("pasteboard", uint64_t(bytes.size())));
-    qsizetype done = 0;
-    while (fd && done < bytes.size()) {
-        const ssize_t written =
-            pwrite(fd.get(), bytes.constData() + done, size_t(bytes.size() - done), done);
-        if (written > 0)
-            done += written;
-        else if (errno != EINTR)
-            fd.reset();
-    }
-    if (fd && platform_memory_seal(fd.get()) != 0)
-        fd.reset();
-    return fd;
 }
 
 } // namespace
@@ -124,12 +107,13 @@ void ChannelDisplay::sendPasteboard(const QByteArray &archive)
                     static_cast<long long>(archive.size()));
         return;
     }
-    UniqueFd memory = memory_of(archive);
+    const std::string_view bytes(archive.constData(), size_t(archive.size()));
+    SealedMemory memory = platform_memory_of("tarv-pasteboard", bytes);
     if (!memory) {
         display_log("no memory to send the pasteboard: %s", std::strerror(errno));
         return;
     }
-    send(DISPLAY_PASTEBOARD_SEND, {int32_t(archive.size())}, std::move(memory));
+    send(DISPLAY_PASTEBOARD_SEND, {int32_t(archive.size())}, std::move(memory.fd));
 }
 
 void ChannelDisplay::takeScreenshotWithCompletionHandler(ScreenshotHandler handler)

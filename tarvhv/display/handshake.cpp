@@ -122,7 +122,7 @@ DisplayHandshake::Step DisplayHandshake::parse()
         return fail(ENODEV);
     if (m_descriptors.size() != 2 || !is_packet_socket(m_descriptors[1].get()))
         return fail(EPROTO);
-    std::optional<FrameBuffer> buffer = FrameBuffer::map(m_descriptors[0].get());
+    std::optional<MappedFrame> buffer = MappedFrame::map(m_descriptors[0].get());
     if (!buffer)
         return fail(errno);
     const auto flag = [&](const char *path) { return json_find_bool(tree.get(), path, false); };

@@ -56,7 +56,7 @@ std::pair<int, int> clip(int32_t start, int32_t length, int limit)
 
 } // namespace
 
-DisplayState::DisplayState(FrameBuffer buffer, bool hdpi, bool live_resize, uint32_t caps,
+DisplayState::DisplayState(MappedFrame buffer, bool hdpi, bool live_resize, uint32_t caps,
                            bool absolute)
     : m_buffer(std::move(buffer)),
       m_hdpi(hdpi),
@@ -116,7 +116,7 @@ bool DisplayState::feedDamage(const display_packet &packet)
 
 bool DisplayState::feedMode(const display_packet &packet, int descriptor)
 {
-    std::optional<FrameBuffer> buffer = FrameBuffer::map(descriptor);
+    std::optional<MappedFrame> buffer = MappedFrame::map(descriptor);
     if (!buffer)
         return refuse("unusable frame buffer");
     m_buffer = std::move(*buffer);
@@ -133,8 +133,8 @@ bool DisplayState::feedCursor(const display_packet &packet, int descriptor)
     cursor.width = packet.arg[0];
     cursor.height = packet.arg[1];
     if (cursor.width != 0 || cursor.height != 0) {
-        if (cursor.width <= 0 || cursor.width > CURSOR_MAX || cursor.height <= 0 ||
-            cursor.height > CURSOR_MAX)
+        constexpr int most = DISPLAY_CURSOR_MAX;
+        if (cursor.width <= 0 || cursor.width > most || cursor.height <= 0 || cursor.height > most)
             return refuse("pointer image of an impossible size");
         const size_t count = size_t(cursor.width) * size_t(cursor.height);
         if (!holds(descriptor, count * 4))

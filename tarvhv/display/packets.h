@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/unique_fd.h"
-#include "tarvhv/display/framebuffer.h"
+#include "tarvhv/display/mapped_frame.h"
 
 #include <cstdint>
 #include <optional>
@@ -41,10 +41,9 @@ struct DisplayChanges
 class DisplayState
 {
 public:
-    static constexpr int CURSOR_MAX = 1024; // pixels, each way
     static constexpr size_t DAMAGE_MAX = 16;
 
-    DisplayState(FrameBuffer buffer, bool hdpi, bool live_resize, uint32_t caps, bool absolute);
+    DisplayState(MappedFrame buffer, bool hdpi, bool live_resize, uint32_t caps, bool absolute);
 
     // Takes one packet in. False when it breaks the protocol: what() says how, and the state is as
     // before.
@@ -54,7 +53,7 @@ public:
     // The serial of complete damage that was not answered yet.
     std::optional<int32_t> takeSerial();
 
-    const FrameBuffer &buffer() const { return m_buffer; }
+    const MappedFrame &buffer() const { return m_buffer; }
     bool hdpi() const { return m_hdpi; }
     bool liveResize() const { return m_live_resize; }
     uint32_t caps() const { return m_caps; }
@@ -69,7 +68,7 @@ private:
     bool refuse(const char *what);
     void addDamage(const GuestRect &rectangle);
 
-    FrameBuffer m_buffer;
+    MappedFrame m_buffer;
     bool m_hdpi;
     bool m_live_resize;
     uint32_t m_caps;

@@ -2,13 +2,13 @@
 //
 // The input is a series of packets; the byte after each says which memory comes with it: none, or
 // one whose control block and size are the packet's arguments and what follows it in the input.
-#include "platform/memory.h"
 #include "tarvhv/display/packets.h"
+#include "tests/tarvhv/display/memory_screen.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
+#include <string>
 
 namespace {
 
@@ -16,24 +16,24 @@ constexpr size_t PIXELS_MAX = 1 << 16;
 
 UniqueFd memory_of(const void *bytes, size_t length, size_t size, bool sealed)
 {
-    UniqueFd fd(platform_memory_create("fuzz", size));
-    (void)!pwrite(fd.get(), bytes, std::min(length, size), 0);
-    if (sealed)
-        platform_memory_seal(fd.get());
-    return fd;
+    if (!sealed)
+        return unsealed_memory(size);
+    std::string text(static_cast<const char *>(bytes), std::min(length, size));
+    text.resize(size);
+    return platform_memory_of("fuzz", text).fd;
 }
 
 DisplayState first_screen()
 {
     const display_fbctl control{DISPLAY_MAGIC, DISPLAY_VERSION, 16, 16, 64, 0, 0};
     const UniqueFd memory = memory_of(&control, sizeof control, 8192, true);
-    return DisplayState(*FrameBuffer::map(memory.get()), false, true, 0, true);
+    return DisplayState(*MappedFrame::map(memory.get()), false, true, 0, true);
 }
 
 // Reads all that the state says can be read.
 void check(DisplayState &state)
 {
-    const FrameBuffer &buffer = state.buffer();
+    const MappedFrame &buffer = state.buffer();
     const volatile uint8_t *last =
         buffer.pixels() + size_t(buffer.stride()) * size_t(buffer.height()) - 1;
     (void)*last;

@@ -1,14 +1,10 @@
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
 
-#include "platform/memory.h"
 #include "tarvhv/cli2/display_protocol.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -18,50 +14,6 @@ constexpr uint64_t PATIENCE_MS = 10000;
 constexpr std::chrono::seconds EAGER{2};
 constexpr unsigned LINES_MAX = 200; // what a guest can make this side log in all
 constexpr uint32_t USEFUL_KINDS = 1u << AGENT_TEXT | 1u << AGENT_PNG;
-
-// The bytes of sealed memory. Its other end may still write: each is to be looked at once.
-class MappedMemory
-{
-public:
-    MappedMemory(int fd, size_t size)
-        : m_bytes(size == 0 ? nullptr : mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0)),
-          m_size(size)
-    {
-    }
-    ~MappedMemory()
-    {
-        if (m_size != 0 && mapped())
-            munmap(m_bytes, m_size);
-    }
-    MappedMemory(const MappedMemory &) = delete;
-    MappedMemory &operator=(const MappedMemory &) = delete;
-    bool mapped() const { return m_bytes != MAP_FAILED; }
-    std::string_view bytes() const { return {static_cast<const char *>(m_bytes), m_size}; }
-
-private:
-    void *m_bytes;
-    size_t m_size;
-};
-
-// Null with errno set.
-std::shared_ptr<const PasteboardMemory> memory_of(const std::string &bytes)
-{
-    const UniqueFd fd(platform_memory_create("tarv-pasteboard", bytes.size()));
-    size_t done = 0;
-    while (fd && done < bytes.size()) {
-        const ssize_t length =
-            pwrite(fd.get(), bytes.data() + done, bytes.size() - done, off_t(done));
-        if (length < 0 && errno != EINTR)
-            return nullptr;
-        done += size_t(std::max<ssize_t>(length, 0));
-    }
-    if (!fd || platform_memory_seal(fd.get()) != 0)
-        return nullptr;
-    auto memory = std::make_shared<PasteboardMemory>();
-    memory->fd.reset(platform_memory_read_only(fd.get()));
-    memory->size = bytes.size();
-    return memory->fd ? memory : nullptr;
-}
 
 } // namespace
 
@@ -244,9 +196,18 @@ void GuestPasteboard::finishFetch()
     const PasteboardContents contents = std::exchange(m_fetched, {});
     if (contents.empty())
         log("the guest copied nothing that can be taken over");
-    else if (!(m_held = memory_of(pasteboard_archive_write(contents))))
-        log(std::string("no memory for the guest's pasteboard: ") + std::strerror(errno));
+    else
+        hold(pasteboard_archive_write(contents));
     deliver();
+}
+
+void GuestPasteboard::hold(const std::string &archive)
+{
+    SealedMemory memory = platform_memory_of("tarv-pasteboard", archive);
+    if (memory)
+        m_held = std::make_shared<SealedMemory>(std::move(memory));
+    else
+        log(std::string("no memory for the guest's pasteboard: ") + std::strerror(errno));
 }
 
 void GuestPasteboard::deliver()
@@ -268,10 +229,11 @@ bool GuestPasteboard::give(UniqueFd memory, size_t size)
     if (size > DISPLAY_PASTEBOARD_MAX || there < 0 || uint64_t(there) < size)
         return false;
     auto contents = std::make_shared<PasteboardContents>();
+    // The viewer may still write what it gave: each byte is looked at once.
     const MappedMemory mapping(memory.get(), size);
-    if (!mapping.mapped())
+    if (size != 0 && !mapping)
         log(std::string("a viewer's pasteboard: ") + std::strerror(errno));
-    else if (!pasteboard_archive_read(mapping.bytes(), contents.get()))
+    else if (!pasteboard_archive_read(mapping.text(), contents.get()))
         log("a viewer's pasteboard of " + std::to_string(size) + " bytes is no archive");
     else if (!contents->empty() && m_port.link().ready() && !isKnown(*contents)) {
         forgetGuests();
@@ -295,8 +257,7 @@ bool GuestPasteboard::isKnown(const PasteboardContents &contents) const
         return false;
     const MappedMemory mapping(m_held->fd.get(), m_held->size);
     PasteboardContents guests;
-    return mapping.mapped() && pasteboard_archive_read(mapping.bytes(), &guests) &&
-           guests == contents;
+    return mapping && pasteboard_archive_read(mapping.text(), &guests) && guests == contents;
 }
 
 void GuestPasteboard::offer()

@@ -10,7 +10,7 @@
 #include "services/tarvvm/pasteboard/agent_port.h"
 #include "services/tarvvm/pasteboard/pasteboard_archive.h"
 
-#include "platform/unique_fd.h"
+#include "platform/memory.h"
 
 #include <chrono>
 #include <cstdint>
@@ -19,20 +19,13 @@
 #include <string>
 #include <vector>
 
-// A pasteboard archive in sealed memory that can be sent along.
-struct PasteboardMemory
-{
-    UniqueFd fd;
-    size_t size = 0; // bytes
-};
-
 // Somebody who may see the guest's pasteboard and give it another: a viewer.
 class PasteboardReader
 {
 public:
     virtual ~PasteboardReader() = default;
     virtual void pasteboardCapsChanged(uint32_t caps) = 0; // DISPLAY_CAP_*
-    virtual void pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive) = 0;
+    virtual void pasteboardArrived(std::shared_ptr<const SealedMemory> archive) = 0;
 
 private:
     friend class GuestPasteboard;
@@ -82,6 +75,7 @@ private:
     void startFetch();
     void fetchNext();
     void finishFetch();
+    void hold(const std::string &archive);
     void watchFetch();
     void deliver();
     bool isKnown(const PasteboardContents &contents) const;
@@ -102,7 +96,7 @@ private:
     unsigned m_owed = 0; // answers that are no longer of use
     Fetch m_fetch = Fetch::none;
     PasteboardContents m_fetched;
-    std::shared_ptr<const PasteboardMemory> m_held;
+    std::shared_ptr<const SealedMemory> m_held;
     EventSource m_patience;
     uint64_t m_received = 0; // bytes of the port when the patience began
 

@@ -14,7 +14,6 @@ constexpr size_t SCANOUT_HEAD = 20; // uuuu and the array's length
 constexpr size_t UPDATE_HEAD = 28;  // iiiiuu and the array's length
 constexpr size_t CURSOR_HEAD = 20;  // iiii and the array's length
 constexpr size_t MOUSE_BODY = 12;   // iii
-constexpr uint32_t CURSOR_MAX = 512;
 constexpr size_t STRIDE_MAX = size_t(DISPLAY_WIDTH_MAX) * 16;
 constexpr size_t COMPARED_MAX = 65536; // bytes of a piece
 
@@ -275,7 +274,7 @@ bool ListenerReader::handleCursor(const DbusHeader &call)
     image.height = dbus_u32(head + 4);
     image.hot_x = int32_t(dbus_u32(head + 8));
     image.hot_y = int32_t(dbus_u32(head + 12));
-    if (image.width > CURSOR_MAX || image.height > CURSOR_MAX ||
+    if (image.width > DISPLAY_CURSOR_MAX || image.height > DISPLAY_CURSOR_MAX ||
         dbus_u32(head + 16) != size_t(image.width) * image.height * 4 ||
         dbus_u32(head + 16) != m_left)
         return fail("CursorDefine of an impossible size");

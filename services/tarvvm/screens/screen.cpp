@@ -1,13 +1,10 @@
 #include "services/tarvvm/screens/screen.h"
 
-#include "platform/memory.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -25,20 +22,6 @@ constexpr int32_t MOTION_MAX = 4096;
 uint16_t millimetres(uint32_t pixels, bool hdpi)
 {
     return uint16_t(pixels * 254 / (hdpi ? 1920 : 960));
-}
-
-// The image in memory that can be sent along. Null when there is none or no memory.
-std::shared_ptr<UniqueFd> cursor_memory(const CursorImage &image)
-{
-    if (image.pixels.empty())
-        return nullptr;
-    UniqueFd fd(platform_memory_create("tarv-pointer", image.pixels.size()));
-    if (!fd ||
-        pwrite(fd.get(), image.pixels.data(), image.pixels.size(), 0) !=
-            ssize_t(image.pixels.size()) ||
-        platform_memory_seal(fd.get()) != 0)
-        return nullptr;
-    return std::make_shared<UniqueFd>(platform_memory_read_only(fd.get()));
 }
 
 } // namespace
@@ -163,7 +146,7 @@ void Screen::handleNews()
         listenerEnded(news.error);
 }
 
-void Screen::frameChanged(std::shared_ptr<FrameBuffer> frame)
+void Screen::frameChanged(std::shared_ptr<SharedFrame> frame)
 {
     m_frame = std::move(frame);
     if (m_last_hint) {
@@ -215,11 +198,18 @@ void Screen::checkSize()
 void Screen::setCursor(const CursorImage &image)
 {
     m_has_cursor = true;
-    m_cursor = image;
-    m_cursor_memory = cursor_memory(image);
-    if (!m_cursor_memory)
-        m_cursor = CursorImage();
-    m_cursor.pixels.clear();
+    m_cursor = {};
+    m_cursor_memory.reset();
+    if (!image.pixels.empty()) {
+        const char *pixels = reinterpret_cast<const char *>(image.pixels.data());
+        SealedMemory memory = platform_memory_of("tarv-pointer", {pixels, image.pixels.size()});
+        if (memory) {
+            m_cursor_memory = std::make_shared<SealedMemory>(std::move(memory));
+            m_cursor = {image.width, image.height, image.hot_x, image.hot_y, {}};
+        } else {
+            m_log("no memory for the pointer's image: " + std::string(std::strerror(errno)));
+        }
+    }
     for (const auto &viewer : m_viewers)
         sendCursor(*viewer);
 }

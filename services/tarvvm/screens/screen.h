@@ -35,7 +35,7 @@ public:
     // Tells QEMU the size that the guest has, after it was loaded with a saved state.
     void keepSize();
 
-    const FrameBuffer &frame() const { return *m_frame; }
+    const SharedFrame &frame() const { return *m_frame; }
     ScreenMode mode() const { return m_mode; }
     bool absolute() const { return m_console.absolute; }
     unsigned index() const { return m_console.index; }
@@ -59,7 +59,7 @@ private:
     void finishListener();
     void listenerEnded(const std::string &error);
     void handleNews();
-    void frameChanged(std::shared_ptr<FrameBuffer> frame);
+    void frameChanged(std::shared_ptr<SharedFrame> frame);
     void setCursor(const CursorImage &image);
     void sendCursor(Viewer &viewer);
     void checkSize();
@@ -77,12 +77,12 @@ private:
     Desktop *m_desktop;
     Log m_log;
     std::unique_ptr<ScreenFeed> m_feed;
-    std::shared_ptr<FrameBuffer> m_frame; // that viewers know of
+    std::shared_ptr<SharedFrame> m_frame; // that viewers know of
     std::vector<std::unique_ptr<Viewer>> m_viewers;
     EventSource m_news, m_sweep, m_retry, m_size_check;
     ScreenMode m_mode;
     CursorImage m_cursor;
-    std::shared_ptr<UniqueFd> m_cursor_memory;
+    std::shared_ptr<const SealedMemory> m_cursor_memory;
     bool m_has_cursor = false;
     bool m_closing = false;
     bool m_finishing = false; // the listener's end was asked for

@@ -50,7 +50,7 @@ std::unique_ptr<ScreenFeed> ScreenFeed::create(uint32_t width, uint32_t height)
 {
     std::unique_ptr<ScreenFeed> feed(new ScreenFeed);
     feed->m_event.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    feed->m_frame = feed->m_news.frame = FrameBuffer::create(width, height);
+    feed->m_frame = feed->m_news.frame = SharedFrame::create(width, height);
     if (!feed->m_event || !feed->m_frame)
         return nullptr;
     return feed;
@@ -129,7 +129,7 @@ ScreenNews ScreenFeed::takeNews()
     return news;
 }
 
-std::shared_ptr<FrameBuffer> ScreenFeed::frame() const
+std::shared_ptr<SharedFrame> ScreenFeed::frame() const
 {
     const std::lock_guard guard(m_lock);
     return m_news.frame;
@@ -137,14 +137,14 @@ std::shared_ptr<FrameBuffer> ScreenFeed::frame() const
 
 bool ScreenFeed::resize(uint32_t width, uint32_t height)
 {
-    std::shared_ptr<FrameBuffer> frame = m_frame->resized(width, height);
+    std::shared_ptr<SharedFrame> frame = m_frame->resized(width, height);
     if (!frame)
         return false;
     setFrame(std::move(frame));
     return true;
 }
 
-void ScreenFeed::setFrame(std::shared_ptr<FrameBuffer> frame)
+void ScreenFeed::setFrame(std::shared_ptr<SharedFrame> frame)
 {
     m_frame = frame;
     tell([&](ScreenNews &news) {
@@ -156,7 +156,7 @@ void ScreenFeed::setFrame(std::shared_ptr<FrameBuffer> frame)
 PixelTarget ScreenFeed::scanout(uint32_t width, uint32_t height)
 {
     if (m_frame->width() != width || m_frame->height() != height) {
-        std::shared_ptr<FrameBuffer> frame = FrameBuffer::create(width, height);
+        std::shared_ptr<SharedFrame> frame = SharedFrame::create(width, height);
         if (!frame)
             return {};
         setFrame(std::move(frame));

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "services/tarvvm/screens/damage.h"
-#include "services/tarvvm/screens/frame_buffer.h"
 #include "services/tarvvm/screens/listener_reader.h"
+#include "services/tarvvm/screens/shared_frame.h"
 
 #include "platform/unique_fd.h"
 
@@ -16,7 +16,7 @@
 // What happened since the last look.
 struct ScreenNews
 {
-    std::shared_ptr<FrameBuffer> frame; // the present one
+    std::shared_ptr<SharedFrame> frame; // the present one
     Damage damage;
     std::optional<CursorImage> cursor; // a new image of the pointer; without size: none is shown
     bool scanout = false;              // the whole screen came
@@ -43,7 +43,7 @@ public:
     // Polls readable when there is news.
     int newsFd() const { return m_event.get(); }
     ScreenNews takeNews();
-    std::shared_ptr<FrameBuffer> frame() const;
+    std::shared_ptr<SharedFrame> frame() const;
     // Another size with the same top left; only while not active. False with errno set.
     bool resize(uint32_t width, uint32_t height);
 
@@ -59,7 +59,7 @@ private:
     bool send(const std::string &bytes) override;
 
     void run();
-    void setFrame(std::shared_ptr<FrameBuffer> frame);
+    void setFrame(std::shared_ptr<SharedFrame> frame);
     template <typename Change>
     void tell(Change change);
 
@@ -72,7 +72,7 @@ private:
     bool m_told = false;
 
     // Of the receiving thread.
-    std::shared_ptr<FrameBuffer> m_frame;
+    std::shared_ptr<SharedFrame> m_frame;
     CursorImage m_cursor;
     bool m_cursor_shown = true;
 };

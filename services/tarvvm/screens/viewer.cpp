@@ -58,7 +58,7 @@ ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 
 } // namespace
 
-Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame,
+Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame,
                ViewerHost &host, GuestPasteboard &pasteboard)
     : m_host(host),
       m_pasteboard(pasteboard),
@@ -79,7 +79,7 @@ Viewer::~Viewer()
     releaseAll();
 }
 
-void Viewer::setFrame(std::shared_ptr<FrameBuffer> frame, ScreenMode mode)
+void Viewer::setFrame(std::shared_ptr<SharedFrame> frame, ScreenMode mode)
 {
     m_frame = std::move(frame);
     m_mode = mode;
@@ -96,7 +96,7 @@ void Viewer::addDamage(const Damage &damage)
     flush();
 }
 
-void Viewer::setCursor(std::shared_ptr<UniqueFd> memory, const CursorImage &image)
+void Viewer::setCursor(std::shared_ptr<const SealedMemory> memory, const CursorImage &image)
 {
     m_cursor_memory = std::move(memory);
     m_cursor = {DISPLAY_CURSOR,
@@ -119,7 +119,7 @@ void Viewer::pasteboardCapsChanged(uint32_t caps)
     flush();
 }
 
-void Viewer::pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive)
+void Viewer::pasteboardArrived(std::shared_ptr<const SealedMemory> archive)
 {
     m_archive = std::move(archive);
     flush();
@@ -317,7 +317,7 @@ bool Viewer::flushState()
         m_pointer_due = false;
     }
     if (m_cursor_due) {
-        if (send(m_cursor, m_cursor_memory ? m_cursor_memory->get() : -1) == Sent::later)
+        if (send(m_cursor, m_cursor_memory ? m_cursor_memory->fd.get() : -1) == Sent::later)
             return false;
         m_cursor_due = false;
         m_cursor_memory.reset();

@@ -5,8 +5,8 @@
 #include "services/loop/event.h"
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
 #include "services/tarvvm/screens/damage.h"
-#include "services/tarvvm/screens/frame_buffer.h"
 #include "services/tarvvm/screens/listener_reader.h"
+#include "services/tarvvm/screens/shared_frame.h"
 
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2/display_protocol.h"
@@ -45,7 +45,7 @@ public:
     static constexpr uint32_t BUTTON_COUNT = 7; // left, middle, right, wheel up and down, back …
 
     // `frame` is what the viewer got with the answer to its request.
-    Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<FrameBuffer> frame, ViewerHost &host,
+    Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame, ViewerHost &host,
            GuestPasteboard &pasteboard);
     ~Viewer() override;
     Viewer(const Viewer &) = delete;
@@ -55,10 +55,10 @@ public:
     bool active() const { return !gone() && m_active; }
 
     // What changed; each is sent as soon as the viewer has room for it.
-    void setFrame(std::shared_ptr<FrameBuffer> frame, ScreenMode mode);
+    void setFrame(std::shared_ptr<SharedFrame> frame, ScreenMode mode);
     void addDamage(const Damage &damage);
-    // A memfd with the image, or a width of 0 and none.
-    void setCursor(std::shared_ptr<UniqueFd> memory, const CursorImage &image);
+    // The image's pixels, or a width of 0 and none.
+    void setCursor(std::shared_ptr<const SealedMemory> memory, const CursorImage &image);
     void setAbsolute(bool absolute);
     // Says goodbye and hangs up.
     void close(display_close_reason reason);
@@ -74,7 +74,7 @@ private:
     void onReady(uint32_t events);
     void receive();
     void pasteboardCapsChanged(uint32_t caps) override;
-    void pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive) override;
+    void pasteboardArrived(std::shared_ptr<const SealedMemory> archive) override;
     bool handle(const display_packet &packet, UniqueFd descriptor);
     bool handlePasteboard(int32_t size, UniqueFd memory);
     bool handleButtons(int32_t buttons);
@@ -92,8 +92,8 @@ private:
     GuestPasteboard &m_pasteboard;
     UniqueFd m_channel;
     EventSource m_source;
-    std::shared_ptr<FrameBuffer> m_frame;
-    std::shared_ptr<UniqueFd> m_cursor_memory;
+    std::shared_ptr<SharedFrame> m_frame;
+    std::shared_ptr<const SealedMemory> m_cursor_memory;
     display_packet m_cursor{};
     ScreenMode m_mode;
     bool m_mode_due = false;
@@ -103,7 +103,7 @@ private:
     bool m_active = true;
     bool m_caps_due = false;
     uint32_t m_caps = 0;
-    std::shared_ptr<const PasteboardMemory> m_archive; // not yet sent
+    std::shared_ptr<const SealedMemory> m_archive; // not yet sent
 
     Damage m_damage;              // not yet sent
     std::vector<Rect> m_sending;  // of the serial under way, the next one last

@@ -20,10 +20,8 @@ protected:
     void give(LiveViewer &viewer, const std::string &text)
     {
         const std::string bytes = pasteboard_archive_write({text, ""});
-        const UniqueFd memory(platform_memory_create("test", bytes.size()));
-        ASSERT_EQ(pwrite(memory.get(), bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
-        platform_memory_seal(memory.get());
-        viewer.send(DISPLAY_PASTEBOARD_SEND, {int32_t(bytes.size())}, memory.get());
+        const SealedMemory memory = platform_memory_of("test", bytes);
+        viewer.send(DISPLAY_PASTEBOARD_SEND, {int32_t(bytes.size())}, memory.fd.get());
     }
     // Polls as a window does.
     bool gets(LiveViewer &viewer, const std::string &text)

@@ -1,6 +1,5 @@
 #include "tests/services/tarvvm/live_vm.h"
 
-#include "platform/memory.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/io.h"
 #include "tarvhv/display/packet_socket.h"
@@ -13,7 +12,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -104,41 +102,26 @@ LiveViewer::LiveViewer(const LiveVm &vm, int screen)
     EXPECT_EQ(answer.status(), "OK") << answer.message();
     if (answer.fds.size() != 2)
         return;
-    EXPECT_EQ(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, answer.fds[0].get(), 0),
-              MAP_FAILED)
+    EXPECT_FALSE(MappedMemory(answer.fds[0].get(), 4096, Mapping::writable))
         << "a viewer must not be able to write";
-    EXPECT_TRUE(map(std::move(answer.fds[0])));
+    EXPECT_TRUE(map(answer.fds[0]));
     m_channel = std::move(answer.fds[1]);
     m_caps = uint32_t(json_find_int64(answer.tree.get(), "body.caps", -1));
 }
 
-LiveViewer::~LiveViewer()
+bool LiveViewer::map(const UniqueFd &memory)
 {
-    if (m_control)
-        munmap(const_cast<display_fbctl *>(m_control), m_size);
-}
-
-bool LiveViewer::map(UniqueFd memory)
-{
-    const int64_t size = platform_memory_size(memory.get(), /*sealed=*/true);
-    if (size < int64_t(DISPLAY_PIXELS_OFFSET))
+    std::optional<MappedFrame> frame = MappedFrame::map(memory.get());
+    if (!frame)
         return false;
-    void *mapping = mmap(nullptr, size_t(size), PROT_READ, MAP_SHARED, memory.get(), 0);
-    if (mapping == MAP_FAILED)
-        return false;
-    if (m_control)
-        munmap(const_cast<display_fbctl *>(m_control), m_size);
-    m_control = static_cast<const display_fbctl *>(mapping);
-    m_size = size_t(size);
-    return m_control->magic == DISPLAY_MAGIC && m_control->version == DISPLAY_VERSION;
+    m_frame = std::move(frame);
+    return true;
 }
 
 uint32_t LiveViewer::at(uint32_t x, uint32_t y) const
 {
     uint32_t pixel;
-    std::memcpy(&pixel,
-                reinterpret_cast<const uint8_t *>(m_control) + DISPLAY_PIXELS_OFFSET +
-                    size_t(y) * m_control->stride + size_t(x) * 4,
+    std::memcpy(&pixel, m_frame->pixels() + size_t(y) * size_t(m_frame->stride()) + size_t(x) * 4,
                 sizeof pixel);
     return pixel & 0xffffff;
 }
@@ -164,7 +147,7 @@ bool LiveViewer::take()
             if (packet.arg[5])
                 send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});
         } else if (packet.type == DISPLAY_MODE) {
-            EXPECT_TRUE(map(std::move(memory)));
+            EXPECT_TRUE(map(memory));
         } else if (packet.type == DISPLAY_CURSOR) {
             m_cursor = packet;
             m_cursor_colour = 0;

@@ -4,10 +4,12 @@
 #include "platform/unique_fd.h"
 #include "services/engine/trees.h"
 #include "tarvhv/cli2/display_protocol.h"
+#include "tarvhv/display/mapped_frame.h"
 #include "tests/support/service_home.h"
 
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <unistd.h>
@@ -68,12 +70,9 @@ class LiveViewer
 {
 public:
     explicit LiveViewer(const LiveVm &vm, int screen = 0);
-    ~LiveViewer();
-    LiveViewer(const LiveViewer &) = delete;
-    LiveViewer &operator=(const LiveViewer &) = delete;
 
-    uint32_t width() const { return m_control ? m_control->width : 0; }
-    uint32_t height() const { return m_control ? m_control->height : 0; }
+    uint32_t width() const { return m_frame ? uint32_t(m_frame->width()) : 0; }
+    uint32_t height() const { return m_frame ? uint32_t(m_frame->height()) : 0; }
     uint32_t at(uint32_t x, uint32_t y) const;
 
     void send(uint32_t type, std::initializer_list<int32_t> arguments, int memory = -1);
@@ -92,11 +91,10 @@ public:
     uint32_t cursorColour() const { return m_cursor_colour; }
 
 private:
-    bool map(UniqueFd memory);
+    bool map(const UniqueFd &memory);
 
     UniqueFd m_channel;
-    const display_fbctl *m_control = nullptr;
-    size_t m_size = 0;
+    std::optional<MappedFrame> m_frame;
     uint32_t m_caps = 0;
     std::string m_pasteboard;
     int m_closed = -1;

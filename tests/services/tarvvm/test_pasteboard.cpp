@@ -1,9 +1,9 @@
 // The guest's pasteboard, with the test as the guest's agent and as two viewers.
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
 
-#include "platform/memory.h"
 #include "tarvhv/cli2/display_protocol.h"
 #include "tests/services/tarvvm/loop_test.h"
+#include "tests/tarvhv/display/memory_screen.h"
 
 #include <gmock/gmock.h>
 
@@ -36,7 +36,7 @@ class Reader : public PasteboardReader
 {
 public:
     void pasteboardCapsChanged(uint32_t changed) override { caps = changed; }
-    void pasteboardArrived(std::shared_ptr<const PasteboardMemory> archive) override
+    void pasteboardArrived(std::shared_ptr<const SealedMemory> archive) override
     {
         std::string bytes(archive->size, '\0');
         EXPECT_EQ(pread(archive->fd.get(), bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
@@ -114,10 +114,7 @@ protected:
     bool give(const PasteboardContents &given)
     {
         const std::string bytes = pasteboard_archive_write(given);
-        UniqueFd memory(platform_memory_create("test", bytes.size()));
-        EXPECT_EQ(pwrite(memory.get(), bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
-        platform_memory_seal(memory.get());
-        return m_pasteboard.give(std::move(memory), bytes.size());
+        return m_pasteboard.give(platform_memory_of("test", bytes).fd, bytes.size());
     }
 
     Ends m_ends{SOCK_STREAM | SOCKET_FLAGS};
@@ -200,11 +197,10 @@ TEST_F(Pasteboard, offersTheGuestWhatAViewerGivesUntilItCopiesItself)
     m_pasteboard.ask(&m_reader, false);
     EXPECT_THAT(m_reader.arrived, ElementsAre("the guest's")) << "it has nothing of its own";
 
-    const UniqueFd memory(platform_memory_create("test", 10));
-    EXPECT_FALSE(m_pasteboard.give(UniqueFd(dup(memory.get())), 10)) << "not sealed";
-    platform_memory_seal(memory.get());
-    EXPECT_FALSE(m_pasteboard.give(UniqueFd(dup(memory.get())), 11));
-    EXPECT_TRUE(m_pasteboard.give(UniqueFd(dup(memory.get())), 10));
+    const std::string ten(10, '\0');
+    EXPECT_FALSE(m_pasteboard.give(unsealed_memory(10), 10));
+    EXPECT_FALSE(m_pasteboard.give(platform_memory_of("test", ten).fd, 11));
+    EXPECT_TRUE(m_pasteboard.give(platform_memory_of("test", ten).fd, 10));
     EXPECT_THAT(m_log, HasSubstr("10 bytes is no archive"));
 }
 

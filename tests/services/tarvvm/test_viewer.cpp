@@ -19,7 +19,7 @@ protected:
         m_peer = std::move(ends.far);
         ViewerHost &host = *this;
         m_viewer = std::make_unique<Viewer>(m_loop, std::move(ends.near),
-                                            FrameBuffer::create(100, 100), host, m_pasteboard);
+                                            SharedFrame::create(100, 100), host, m_pasteboard);
     }
 
     void say(uint32_t type, std::initializer_list<int32_t> arguments)
@@ -94,7 +94,7 @@ TEST_F(ViewerTest, holdsDamageBackWhileHiddenAndForgetsItWithANewFrame)
     say(DISPLAY_ACTIVE, {1});
     EXPECT_EQ(hear()->type, DISPLAY_DAMAGE);
     m_viewer->addDamage(damage({0, 0, 10, 10}));
-    m_viewer->setFrame(FrameBuffer::create(50, 40), {true, true});
+    m_viewer->setFrame(SharedFrame::create(50, 40), {true, true});
     m_viewer->addDamage(damage({0, 0, 60, 60}));
     const auto mode = hear();
     ASSERT_TRUE(mode);
@@ -107,7 +107,7 @@ TEST_F(ViewerTest, holdsDamageBackWhileHiddenAndForgetsItWithANewFrame)
 TEST_F(ViewerTest, neverWaitsAndNeverQueuesManyFrames)
 {
     for (int i = 0; i < 500; i++) {
-        m_viewer->setFrame(FrameBuffer::create(64, 64), {});
+        m_viewer->setFrame(SharedFrame::create(64, 64), {});
         m_viewer->addDamage(damage({0, 0, 1, 1}));
     }
     turn();

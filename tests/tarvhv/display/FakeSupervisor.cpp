@@ -3,6 +3,7 @@
 #include "tarvhv/cli2/io.h"
 #include "tests/tarvhv/display/memory_screen.h"
 
+#include <cstring>
 #include <poll.h>
 
 bool FakeSupervisor::asked() const
@@ -28,21 +29,23 @@ void FakeSupervisor::answerRaw(const std::string &bytes, const std::vector<int> 
 
 void FakeSupervisor::answer(int width, int height)
 {
-    m_width = width;
-    m_screen = screen_memory(uint32_t(width), uint32_t(height));
-    const UniqueFd screen(platform_memory_read_only(m_screen.get()));
+    m_width = size_t(width);
+    const display_fbctl control = screen_control(uint32_t(width), uint32_t(height));
+    const SealedMemory screen = platform_memory_shared(
+        "test screen", screen_size(control.width, control.height), &m_screen);
+    std::memcpy(m_screen.bytes(), &control, sizeof control);
     answerRaw(R"({"status":"OK","body":{"uuid":"0f0e","name":"fake","index":2,"total":3,)"
               R"("width":64,"height":32,"hdpi":false,"live_resize":true,"caps":12,)"
               R"("absolute":true}})"
               "\r\n",
-              {screen.get(), m_channel.far.get()});
+              {screen.fd.get(), m_channel.far.get()});
     m_channel.far.reset();
 }
 
 void FakeSupervisor::setPixel(int x, int y, uint32_t colour)
 {
-    (void)!pwrite(m_screen.get(), &colour, sizeof colour,
-                  off_t(DISPLAY_PIXELS_OFFSET) + (off_t(y) * m_width + x) * 4);
+    std::memcpy(m_screen.bytes() + DISPLAY_PIXELS_OFFSET + (size_t(y) * m_width + size_t(x)) * 4,
+                &colour, sizeof colour);
 }
 
 void FakeSupervisor::send(uint32_t type, std::initializer_list<int32_t> arguments,

@@ -1,6 +1,7 @@
 // A supervisor's side of one screen, on a real socket in a directory of its own.
 #pragma once
 
+#include "platform/mapping.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/display_protocol.h"
 #include "tests/support/scratch.h"
@@ -36,7 +37,7 @@ private:
     const UniqueFd m_listener{cli2_listen(m_path.c_str())};
     UniqueFd m_connection;
     Ends m_channel{SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK};
-    UniqueFd m_screen;
-    int m_width = 0;
+    MappedMemory m_screen;
+    size_t m_width = 0;
     std::vector<display_packet> m_received;
 };

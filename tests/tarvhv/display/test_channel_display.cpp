@@ -1,7 +1,7 @@
-#include "platform/memory.h"
 #include "tarvhv/display/TarvDisplay.h"
 #include "tests/app/kit/application.h"
 #include "tests/tarvhv/display/FakeSupervisor.h"
+#include "tests/tarvhv/display/memory_screen.h"
 
 #include <QSignalSpy>
 
@@ -93,7 +93,7 @@ TEST_F(ChannelDisplayTest, closesOnceWhenTheSupervisorGoes)
 
 TEST_F(ChannelDisplayTest, closesOnAFrameBufferThatCouldFault)
 {
-    m_fake.send(DISPLAY_MODE, {64, 32, 0, 1}, UniqueFd(platform_memory_create("bad", 1 << 20)));
+    m_fake.send(DISPLAY_MODE, {64, 32, 0, 1}, unsealed_memory(1 << 20));
     EXPECT_TRUE(waitUntil([&] { return m_delegate.closes == 1; }));
 }
 

@@ -19,22 +19,22 @@ display_packet packet_of(uint32_t type, std::initializer_list<int32_t> arguments
 
 DisplayState screen(uint32_t width, uint32_t height)
 {
-    return DisplayState(*FrameBuffer::map(screen_memory(width, height).get()), false, true, 0,
+    return DisplayState(*MappedFrame::map(screen_memory(width, height).get()), false, true, 0,
                         true);
 }
 
-TEST(FrameBuffer, refusesMemoryThatDoesNotHoldWhatItSays)
+TEST(MappedFrame, refusesMemoryThatDoesNotHoldWhatItSays)
 {
     const display_fbctl good = screen_control(8, 4);
     const uint64_t size = DISPLAY_PIXELS_OFFSET + 8 * 4 * 4;
-    EXPECT_TRUE(FrameBuffer::map(screen_memory(good, size).get()));
-    EXPECT_FALSE(FrameBuffer::map(screen_memory(good, size, Seal::no).get()));
+    EXPECT_TRUE(MappedFrame::map(screen_memory(good, size).get()));
+    EXPECT_FALSE(MappedFrame::map(unsealed_memory(size).get()));
     EXPECT_EQ(errno, EPERM);
-    EXPECT_FALSE(FrameBuffer::map(screen_memory(good, size - 1).get()));
+    EXPECT_FALSE(MappedFrame::map(screen_memory(good, size - 1).get()));
     EXPECT_EQ(errno, EPROTO);
-    EXPECT_FALSE(FrameBuffer::map(screen_memory(good, 16).get()));
-    EXPECT_FALSE(FrameBuffer::map(-1));
-    EXPECT_FALSE(FrameBuffer::map(Ends().near.get()));
+    EXPECT_FALSE(MappedFrame::map(screen_memory(good, 16).get()));
+    EXPECT_FALSE(MappedFrame::map(-1));
+    EXPECT_FALSE(MappedFrame::map(Ends().near.get()));
 
     const std::pair<uint32_t display_fbctl::*, uint32_t> changes[] = {
         {&display_fbctl::magic, DISPLAY_MAGIC + 1},
@@ -48,7 +48,7 @@ TEST(FrameBuffer, refusesMemoryThatDoesNotHoldWhatItSays)
     for (const auto &[member, value] : changes) {
         display_fbctl bad = good;
         bad.*member = value;
-        EXPECT_FALSE(FrameBuffer::map(screen_memory(bad, size).get())) << value;
+        EXPECT_FALSE(MappedFrame::map(screen_memory(bad, size).get())) << value;
     }
 }
 
