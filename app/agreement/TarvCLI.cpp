@@ -4,7 +4,7 @@
 #include "app/kit/AppLog.h"
 #include "hostlib/config/config.h"
 #include "hostlib/utils/proc.h"
-#include "platform/host.h"
+#include "hostlib/vms/vms.h"
 #include "platform/unique_fd.h"
 #include "policy/json.h"
 #include "tarvhv/cli2.h"
@@ -24,16 +24,6 @@ constexpr timeval answerWait{30, 0};
 
 using Json = std::unique_ptr<json, void (*)(json *)>;
 
-const std::string &socketPath()
-{
-    // Never destroyed: workers use it to the end.
-    static const auto *const path = [] {
-        const char *setting = config_get_path("vlaunch_sock");
-        return new std::string(setting ? setting : platform_path(PlatformPath::vlaunchd_socket));
-    }();
-    return *path;
-}
-
 TarvError posixError(int code, const char *description)
 {
     return {QStringLiteral("POSIX"), code, QString::fromUtf8(description)};
@@ -48,11 +38,11 @@ bool startLaunchService()
 
 int connectToLaunchService(const char *command)
 {
-    const int fd = cli2_connect(socketPath().c_str(), command);
+    const int fd = cli2_connect(vms_launch_socket(), command);
     if (fd >= 0 || (errno != ENOENT && errno != ECONNREFUSED))
         return fd;
     startLaunchService();
-    return cli2_connect(socketPath().c_str(), command);
+    return cli2_connect(vms_launch_socket(), command);
 }
 
 Json acceptance()
@@ -67,7 +57,7 @@ Json acceptance()
 
 bool TarvCLI::ensureLaunchService()
 {
-    const UniqueFd connection(cli2_connect(socketPath().c_str(), nullptr));
+    const UniqueFd connection(cli2_connect(vms_launch_socket(), nullptr));
     return !connection && (errno == ENOENT || errno == ECONNREFUSED) && startLaunchService();
 }
 
@@ -81,7 +71,7 @@ bool TarvCLI::acceptEULA(TarvError *error)
     const UniqueFd connection(connectToLaunchService("eula"));
     if (!connection) {
         const int code = errno;
-        const QString path = QString::fromLocal8Bit(socketPath().c_str());
+        const QString path = QString::fromLocal8Bit(vms_launch_socket());
         const QString reason = QString::fromLocal8Bit(strerror(code));
         appLog("ctl", QStringLiteral("%1: vlaunchd service unavailable: %2").arg(path, reason));
         *error = {

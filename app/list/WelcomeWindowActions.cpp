@@ -23,9 +23,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int32_t mode_normal = 0;
-constexpr int32_t mode_forced = 1;
-constexpr int32_t mode_recovery = 2;
 
 // Whether a VM carries the guest add-ons; it reads its disk and runs external tools.
 bool hasAddons(const QByteArray &vmid)
@@ -51,7 +48,7 @@ void WelcomeWindowController::virtualMachinesTableDoubleClickAction()
     if (!vm)
         return;
     if (QGuiApplication::keyboardModifiers().testFlag(Qt::AltModifier)) {
-        vm->start(mode_forced);
+        vm->start(StartMode::forced);
         return;
     }
     startByAddons(vm);
@@ -70,21 +67,23 @@ void WelcomeWindowController::startByAddons(TarvVM *vm)
         return; // its add-ons version is being read; one start follows
     m_starting.insert(vmid);
     // The shared one: a start that was asked for happens also when this window closes meanwhile.
-    BackgroundWork::shared().run(
-        BackgroundWork::Lane::guests,
-        [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
-            const int32_t mode = hasAddons(QFile::encodeName(vmid)) ? mode_normal : mode_forced;
-            return [self, vmid, mode] {
-                if (self)
-                    self->m_starting.remove(vmid);
-                TarvVM *known = self ? self->m_machines->find(vmid) : nullptr;
-                known ? known->start(mode) : TarvVM(vmid).start(mode);
-            };
-        });
+    BackgroundWork::shared().run(BackgroundWork::Lane::guests,
+                                 [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
+                                     const StartMode mode = hasAddons(QFile::encodeName(vmid))
+                                                                ? StartMode::normal
+                                                                : StartMode::forced;
+                                     return [self, vmid, mode] {
+                                         if (self)
+                                             self->m_starting.remove(vmid);
+                                         TarvVM *known =
+                                             self ? self->m_machines->find(vmid) : nullptr;
+                                         known ? known->start(mode) : TarvVM(vmid).start(mode);
+                                     };
+                                 });
 }
 
 // Statuses first, for all at once: the starts then follow in the order of the selection.
-void WelcomeWindowController::startSelected(int32_t mode)
+void WelcomeWindowController::startSelected(StartMode mode)
 {
     const QStringList vmids = selectedIdentifiers();
     m_statuses.gather(vmids, [this, vmids, mode](const QSet<QString> &silent) {
@@ -97,17 +96,17 @@ void WelcomeWindowController::startSelected(int32_t mode)
 
 void WelcomeWindowController::openDocument(QObject *)
 {
-    startSelected(mode_normal);
+    startSelected(StartMode::normal);
 }
 
 void WelcomeWindowController::forceStartVirtualMachine(QObject *)
 {
-    startSelected(mode_forced);
+    startSelected(StartMode::forced);
 }
 
 void WelcomeWindowController::recoverVirtualMachine(QObject *)
 {
-    startSelected(mode_recovery);
+    startSelected(StartMode::recovery);
 }
 
 void WelcomeWindowController::runLongCommand(const QString &command, const QString &description,

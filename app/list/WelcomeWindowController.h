@@ -6,6 +6,7 @@
 #include "app/model/LibraryReader.h"
 #include "app/model/StatusReader.h"
 #include "app/model/TarvCTL.h"
+#include "tarvhv/cli2/start_mode.h"
 
 #include <QMap>
 #include <QSet>
@@ -106,7 +107,7 @@ private:
     void showListState();
     void showProblems();
 
-    void startSelected(int32_t mode);
+    void startSelected(StartMode mode);
     void startByAddons(TarvVM *vm);
     void runCommand(ListCommand command);
     void runDelete(const QStringList &arguments);

@@ -5,6 +5,7 @@
 #include "app/model/TarvCTL.h"
 #include "hostlib/vms/vms.h"
 #include "policy/kv.h"
+#include "tarvhv/cli2/places.h"
 #include "tarvhv/tarvhv.h"
 
 #include <QHash>
@@ -15,7 +16,6 @@
 #include <cerrno>
 #include <memory>
 #include <mutex>
-#include <unistd.h>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -44,21 +44,22 @@ TarvVM::DisplayOpener &displayOpener()
     return opener;
 }
 
-void runController(const QString &vmid, int32_t options)
+void runController(const QString &vmid, StartMode mode)
 {
-    const QString option = options == 1 ? u"-uv"_s : u"-fv"_s;
+    const QString option = QString::fromLatin1(start_mode_flags(mode));
     TarvCTL::executeCommand({u"start"_s, option, vmid}, std::nullopt,
                             [](const QJsonValue &, const auto &) {});
 }
 
-void startOrShow(const QString &vmid, int32_t options, bool running)
+void startOrShow(const QString &vmid, StartMode mode, bool running)
 {
-    if (!running && TarvHVStartVM(vmid.toUtf8().constData(), options) != 0 && errno == ENOSYS) {
-        runController(vmid, options);
+    if (!running && TarvHVStartVM(vmid.toUtf8().constData(), int32_t(mode)) != 0 &&
+        errno == ENOSYS) {
+        runController(vmid, mode);
         return;
     }
     if (const TarvVM::DisplayOpener &open = displayOpener())
-        open(u"/tmp/com.quelda.tarvhv.%1.%2.sock"_s.arg(vmid, QString::number(getuid())), 0);
+        open(QString::fromStdString(place_vm_socket(vmid.toStdString())), 0);
 }
 } // namespace
 
@@ -194,23 +195,21 @@ bool TarvVM::isEqual(const TarvVM *other) const
     return other && (other == this || m_uuid.compare(other->m_uuid, Qt::CaseInsensitive) == 0);
 }
 
-void TarvVM::start(int32_t options)
+void TarvVM::start(StartMode mode)
 {
     const auto ask = [vmid = m_uuid, stored = m_storedStatus,
-                      options]() -> BackgroundWork::Continuation {
+                      mode]() -> BackgroundWork::Continuation {
         QString status = vmid.isEmpty() ? QString() : serviceStatus(vmid);
         if (status.isNull() && stored == "running"_L1 && !hasFailed(vmid))
             status = stored;
-        return [vmid, options, running = status == "running"_L1] {
-            startOrShow(vmid, options, running);
-        };
+        return [vmid, mode, running = status == "running"_L1] { startOrShow(vmid, mode, running); };
     };
     BackgroundWork::shared().run(BackgroundWork::Lane::supervisors, ask, start_priority);
 }
 
-void TarvVM::start(int32_t options, const QString &status)
+void TarvVM::start(StartMode mode, const QString &status)
 {
-    startOrShow(m_uuid, options, status == "running"_L1);
+    startOrShow(m_uuid, mode, status == "running"_L1);
 }
 
 void TarvVM::setDisplayOpener(DisplayOpener opener)

@@ -1,6 +1,8 @@
 // One VM as the list shows it: identifier, name, version, and a status asked for on every read.
 #pragma once
 
+#include "tarvhv/cli2/start_mode.h"
+
 #include <QIcon>
 #include <QObject>
 #include <QString>
@@ -71,12 +73,13 @@ public:
     bool isEqual(const QVariant &object) const;
     bool isEqual(const TarvVM *other) const;
 
-    // Starts the VM (0 normal, 1 forced, 2 recovery) and opens its screen; of a running VM, opens
-    // its screen. Does not wait: it goes on when the supervisor has said whether the VM runs, also
+    // Starts the VM (the number of a start mode) and opens its screen; of a running VM, opens its
+    // screen. Does not wait: it goes on when the supervisor has said whether the VM runs, also
     // if this object is gone by then.
-    Q_INVOKABLE void start(int32_t options);
+    Q_INVOKABLE void start(int32_t options) { start(start_mode_nearest(options)); }
+    void start(StartMode mode);
     // The same at once, with a status that has been read already.
-    void start(int32_t options, const QString &status);
+    void start(StartMode mode, const QString &status);
 
     // Who opens a display window, or brings it forward. Without one such requests are dropped.
     using DisplayOpener = std::function<void(const QString &path, int index)>;

@@ -10,6 +10,7 @@
 #include "app/shell/Arguments.h"
 #include "app/shell/ServiceNotifications.h"
 #include "app/shell/SingleInstance.h"
+#include "tarvhv/cli2/places.h"
 #include "tarvhv/tarvhv.h"
 
 #include <QApplication>
@@ -184,7 +185,7 @@ void AppDelegate::virtualMachineDidStart(const Notification &notification)
             return;
         }
     }
-    const QString path = QStringLiteral("/tmp/com.quelda.tarvhv.%1.%2.sock").arg(id).arg(getuid());
+    const QString path = QString::fromStdString(place_vm_socket(id.toStdString()));
     shareDisplay(path, 0, [](bool opened) {
         if (!opened)
             appLog("tarv", QStringLiteral("failed to open display"));

@@ -2,16 +2,15 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
-#include "platform/host.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "policy/owners.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/places.h"
+#include "tarvhv/cli2/vm_status.h"
 
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <strings.h>
@@ -24,31 +23,11 @@ namespace {
 constexpr timeval answer_timeout{5, 0};
 constexpr timeval stop_timeout{30, 0};
 
-const char *launch_socket()
-{
-    // Never destroyed: threads that ask may outlive the end of main().
-    static const auto *const path = [] {
-        const char *set = config_get_path("vlaunch_sock");
-        return new std::string(set ? set : platform_path(PlatformPath::vlaunchd_socket));
-    }();
-    return path->c_str();
-}
-
-std::array<char, 1024> service_socket(const char *id)
-{
-    std::array<char, 1024> path;
-    snprintf(path.data(), path.size(), "/tmp/com.quelda.tarvhv.%s.%d.sock", id,
-             static_cast<int>(getuid()));
-    return path;
-}
-
-// The VM's job at the launch service, as a JSON text of at most `Size` - 1 characters.
+// The request that names the VM's job: a quoted label of at most `Size` - 1 characters.
 template <size_t Size>
-std::array<char, Size> quoted_label(const char *id)
+std::string quoted_label(const char *id)
 {
-    std::array<char, Size> label;
-    snprintf(label.data(), label.size(), "\"com.quelda.tarvhv.%s\"", id);
-    return label;
+    return ("\"" + place_vm_job(id) + "\"").substr(0, Size - 1);
 }
 
 // A connection that asks the launch service about the VM's job; none, logged and with errno set,
@@ -64,8 +43,8 @@ UniqueFd ask_launch_service(const char *id, const char *command, const char *tas
         errno = error;
         return fd;
     }
-    const auto label = quoted_label<LabelSize>(id);
-    cli2_send(fd.get(), label.data(), strlen(label.data()), 0);
+    const std::string label = quoted_label<LabelSize>(id);
+    cli2_send(fd.get(), label.data(), label.size(), 0);
     return fd;
 }
 
@@ -92,7 +71,7 @@ void set_process(struct kv *status, int fd, const char *id)
 void set_malfunction(struct kv *status, const char *id, const char *why)
 {
     dprintf(log_fd, "vms: %s: failed to recv status: %s\r\n", id, why);
-    kv_set_type(status, "status", "malfunction", KV_CONST);
+    kv_set_type(status, "status", vm_status_word(VmStatus::malfunction), KV_CONST);
 }
 
 // Lets the supervisor know and waits for it to acknowledge, or to go.
@@ -108,12 +87,20 @@ void stop_service(const char *id)
 
 } // namespace
 
+const char *vms_launch_socket()
+{
+    // Never destroyed: threads that ask may outlive the end of main().
+    static const auto *const path =
+        new std::string(place_launch_socket(config_get_path("vlaunch_sock")));
+    return path->c_str();
+}
+
 int vconnect(const char *command)
 {
-    const int fd = cli2_connect(launch_socket(), command);
+    const int fd = cli2_connect(vms_launch_socket(), command);
     if (fd < 0) {
         const int error = errno;
-        dprintf(log_fd, "vms: %s: vlaunchd service unavailable: %s\r\n", launch_socket(),
+        dprintf(log_fd, "vms: %s: vlaunchd service unavailable: %s\r\n", vms_launch_socket(),
                 strerror(error));
         errno = error;
     }
@@ -126,7 +113,7 @@ int vms_connect(const char *id, const char *command)
         errno = ESRCH;
         return -1;
     }
-    return cli2_connect(service_socket(id).data(), command);
+    return cli2_connect(place_vm_socket(id).c_str(), command);
 }
 
 struct kv *vms_status(const char *id)
@@ -147,7 +134,7 @@ struct kv *vms_status(const char *id)
         set_malfunction(status.get(), id, json_find_str(answer.get(), "message", "unknown"));
     } else {
         kv_set_json(status.get(), json_find_member(answer.get(), "body"));
-        kv_set_type(status.get(), "status", "running", KV_CONST);
+        kv_set_type(status.get(), "status", vm_status_word(VmStatus::running), KV_CONST);
     }
     return status.release();
 }
@@ -209,7 +196,7 @@ int vms_stop(const char *id)
     }
     if (config_get_platform() == 2)
         stop_service(id);
-    unlink(service_socket(id).data());
+    unlink(place_vm_socket(id).c_str());
     return 0;
 }
 

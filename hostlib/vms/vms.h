@@ -8,6 +8,8 @@
 struct json;
 struct kv;
 
+// The socket of the launch service; looked up once, in the settings, and kept.
+const char *vms_launch_socket();
 // Connects to the launch service, or to a VM's service socket, and sends a command (none when
 // null). The descriptor, or -1.
 int vconnect(const char *command);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "services/engine/machine.h"
+#include "tarvhv/cli2/start_mode.h"
 
 #include <string>
 #include <vector>
@@ -27,13 +28,6 @@ struct EngineHost
     std::string audio_driver = "none";
     std::vector<std::string> disk_formats; // of each disk: "qcow2" or "raw"
     std::vector<std::string> environment;  // NAME=value
-};
-
-enum class StartMode
-{
-    normal = 0,
-    forced = 1,  // as normal
-    recovery = 2 // boots afresh, from the CD first and with the firmware's boot menu
 };
 
 struct LaunchOptions

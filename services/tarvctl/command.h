@@ -3,6 +3,7 @@
 #pragma once
 
 #include "services/tarvctl/answer.h"
+#include "tarvhv/cli2/start_mode.h"
 
 #include <span>
 #include <string>
@@ -21,7 +22,8 @@ struct Arguments
     std::string ram_size, disk_size, cpu_count, firmware;
     std::vector<std::string> pairs; // KEY VALUE KEY VALUE …
     std::string word;               // a sub-command
-    bool force = false, no_addons = false, recovery = false, view = false, yes = false;
+    StartMode mode = StartMode::normal;
+    bool force = false, view = false, yes = false;
     bool copy = false, list = false, command = false, quiet = false, names = false;
 };
 

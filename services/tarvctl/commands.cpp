@@ -59,11 +59,15 @@ void declare_create(CLI::App &app, Arguments &arguments)
 void declare_start(CLI::App &app, Arguments &arguments)
 {
     // The application passes -u for a guest without add-ons and -f for every other start.
-    auto *normal = app.add_flag("-f", arguments.force, "Start with mode 0 (normal), the default");
-    auto *forced = app.add_flag("-u", arguments.no_addons,
-                                "Start with mode 1 (forced): the guest has no add-ons")
-                       ->excludes(normal);
-    app.add_flag("--recovery", arguments.recovery, "Start with mode 2: afresh, from the CD first")
+    const auto add_mode = [&](const char *flag, StartMode mode, const char *help) {
+        return app.add_flag_callback(
+            flag, [&arguments, mode] { arguments.mode = mode; }, help);
+    };
+    auto *normal = add_mode("-f", StartMode::normal, "Start with mode 0 (normal), the default");
+    auto *forced =
+        add_mode("-u", StartMode::forced, "Start with mode 1 (forced): the guest has no add-ons")
+            ->excludes(normal);
+    add_mode("--recovery", StartMode::recovery, "Start with mode 2: afresh, from the CD first")
         ->excludes(normal)
         ->excludes(forced);
     app.add_flag("-v,--view", arguments.view,

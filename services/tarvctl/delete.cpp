@@ -6,6 +6,7 @@
 #include "services/tarvctl/each.h"
 #include "services/tarvctl/power.h"
 #include "services/tarvctl/service.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -82,8 +83,8 @@ void delete_one(const VmRef &ref)
         queue_images(images_to_drop(record.get()));
     queue_images(stray_states(ref.id));
     library.remove(ref);
-    service_request("remove", vm_job_label(ref.id), std::chrono::seconds(30));
-    unlink(vm_socket_path(ref.id).c_str());
+    service_request("remove", place_vm_job(ref.id), std::chrono::seconds(30));
+    unlink(place_vm_socket(ref.id).c_str());
     purge_images(library);
     notify_post("delete", ref.id.c_str());
 }

@@ -1,4 +1,5 @@
 #include "hostlib/config/config.h"
+#include "hostlib/vms/vms.h"
 #include "platform/host.h"
 #include "platform/kvm.h"
 #include "services/engine/bridge.h"
@@ -9,6 +10,7 @@
 #include "services/tarvctl/store.h"
 #include "services/tarvctl/table.h"
 #include "services/vlaunchd/ondemand.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -123,7 +125,7 @@ Finding check_service()
 {
     std::string message;
     if (vlaunchd_ensure(message) == 0)
-        return {"launch service", Verdict::ok, vlaunchd_socket_path()};
+        return {"launch service", Verdict::ok, vms_launch_socket()};
     const int error = errno;
     const bool has_program = !setting_path("vlaunchd_executable", "").empty();
     return {"launch service", Verdict::bad, message,
@@ -141,16 +143,16 @@ try {
     std::map<std::string, bool> ids;
     for (const std::string &id : library.ids()) {
         struct stat status;
-        const std::string path = vm_socket_path(id);
+        const std::string path = place_vm_socket(id);
         if (lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid())
             return {subject, Verdict::bad, path + " is somebody else's", "as root: rm " + path};
         ids[id] = false;
     }
     for (const auto &[id, state] : query_states(ids, std::chrono::milliseconds(1500)))
-        if (state.status == "malfunction")
-            return {subject, Verdict::bad, vm_socket_path(id) + " does not answer",
+        if (state.status == VmStatus::malfunction)
+            return {subject, Verdict::bad, place_vm_socket(id) + " does not answer",
                     "tarvctl stop --force " + id};
-    return {subject, Verdict::ok, vm_socket_path("ID")};
+    return {subject, Verdict::ok, place_vm_socket("ID")};
 } catch (const Failure &failure) {
     return {"sockets of VMs", Verdict::bad, failure.what(), "see above"};
 }

@@ -47,11 +47,14 @@ std::string status_text(const VmState &state, const Row &row)
 {
     if (!row.fault.empty() && !state.serves)
         return coloured("unreadable", 31);
-    const std::string text =
-        state.status == "running" && !state.state.empty() ? state.state : state.status;
-    if (state.status == "running")
+    const std::string text = state.status == VmStatus::running && !state.state.empty()
+                                 ? state.state
+                                 : vm_status_word(state.status);
+    if (state.status == VmStatus::running)
         return coloured(text, 32);
-    return state.status == "failed" || state.status == "malfunction" ? coloured(text, 31) : text;
+    return state.status == VmStatus::failed || state.status == VmStatus::malfunction
+               ? coloured(text, 31)
+               : text;
 }
 
 // What keeps a running guest from going on, or "".
@@ -64,8 +67,12 @@ std::string notice_of(const VmState &state)
 
 Json row_body(const Row &row, const VmState &state)
 {
-    Json item = {{"id", row.id},          {"name", row.name},       {"version", row.version},
-                 {"firmware", row.guest}, {"status", state.status}, {"suspended", row.suspended}};
+    Json item = {{"id", row.id},
+                 {"name", row.name},
+                 {"version", row.version},
+                 {"firmware", row.guest},
+                 {"status", vm_status_word(state.status)},
+                 {"suspended", row.suspended}};
     if (!state.state.empty())
         item["state"] = state.state;
     if (!row.fault.empty())

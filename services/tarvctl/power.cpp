@@ -10,6 +10,7 @@
 #include "services/tarvctl/each.h"
 #include "services/tarvctl/service.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <csignal>
@@ -43,7 +44,7 @@ seconds stop_patience()
 // Whether the launch service has a process for the VM.
 bool has_job(const std::string &id)
 {
-    const Json answer = service_request("status", vm_job_label(id), seconds(10));
+    const Json answer = service_request("status", place_vm_job(id), seconds(10));
     return answer_ok(answer) && answer.value("body", Json::object()).contains("pid");
 }
 
@@ -62,7 +63,7 @@ void wait_gone(const VmRef &ref)
 // Kills whoever serves the VM's socket: a supervisor that is no job of the launch service.
 void kill_server(const VmRef &ref)
 {
-    UniqueFd fd(cli2_connect(vm_socket_path(ref.id).c_str(), nullptr));
+    UniqueFd fd(cli2_connect(place_vm_socket(ref.id).c_str(), nullptr));
     const pid_t pid = fd ? platform_peer_pid(fd.get()) : -1;
     UniqueFd watch(pid > 0 ? platform_watch_process(pid) : -1);
     // The connection was made by the very process that is watched, or its pid was reused since and
@@ -89,7 +90,7 @@ void check_running(const VmRef &ref)
     const VmState state = query_state(ref.id, false);
     if (!state.serves)
         throw Failure(ExitStatus::state, ref.label() + ": is not running");
-    if (state.status == "malfunction")
+    if (state.status == VmStatus::malfunction)
         throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
 }
 
@@ -120,7 +121,7 @@ void stop_one(const VmRef &ref, bool force)
         return wait_gone(ref);
     }
     try {
-        if (state.status == "running")
+        if (state.status == VmStatus::running)
             ask_running(ref, "stop", {{"force", true}}, end_patience);
     } catch (const Failure &failure) {
         if (failure.status() != ExitStatus::service && failure.status() != ExitStatus::failed)
@@ -176,7 +177,7 @@ void drop_state(Library &library, const VmRef &ref)
 
 void end_by_force(const VmRef &ref)
 {
-    const Json answer = service_request("remove", vm_job_label(ref.id), stop_patience());
+    const Json answer = service_request("remove", place_vm_job(ref.id), stop_patience());
     if (!answer_ok(answer))
         throw Failure(ExitStatus::service, ref.label() + ": " + answer_message(answer));
     if (query_state(ref.id, false).serves)

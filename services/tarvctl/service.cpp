@@ -1,17 +1,18 @@
 #include "services/tarvctl/service.h"
 
+#include "hostlib/vms/vms.h"
 #include "platform/unique_fd.h"
 #include "policy/json.h"
 #include "policy/owners.h"
 #include "services/tarvctl/cancel.h"
 #include "services/vlaunchd/ondemand.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <cstring>
 
 #include <poll.h>
-#include <unistd.h>
 
 namespace {
 
@@ -52,16 +53,6 @@ JsonOwner receive(const UniqueFd &fd, std::chrono::seconds patience)
 
 } // namespace
 
-std::string vm_socket_path(const std::string &id)
-{
-    return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
-}
-
-std::string vm_job_label(const std::string &id)
-{
-    return "com.quelda.tarvhv." + id;
-}
-
 void service_ensure()
 {
     std::string message;
@@ -71,7 +62,7 @@ void service_ensure()
 
 Json service_request(const std::string &command, const Json &value, std::chrono::seconds patience)
 {
-    const std::string path = vlaunchd_socket_path();
+    const std::string path = vms_launch_socket();
     UniqueFd fd = connect_with(path, command, value);
     JsonOwner answer = fd ? receive(fd, patience) : nullptr;
     if (!answer)
@@ -82,7 +73,7 @@ Json service_request(const std::string &command, const Json &value, std::chrono:
 std::optional<Json> vm_request(const std::string &id, const std::string &command, const Json &value,
                                std::chrono::seconds patience)
 {
-    UniqueFd fd = connect_with(vm_socket_path(id), command, value);
+    UniqueFd fd = connect_with(place_vm_socket(id), command, value);
     if (!fd)
         return {};
     JsonOwner answer = receive(fd, patience);
@@ -90,12 +81,12 @@ std::optional<Json> vm_request(const std::string &id, const std::string &command
         return from_tree(answer.get());
     if (errno == ENOTCONN || errno == ECONNRESET)
         return {};
-    throw Failure(ExitStatus::service, vm_socket_path(id) + ": no answer: " + strerror(errno));
+    throw Failure(ExitStatus::service, place_vm_socket(id) + ": no answer: " + strerror(errno));
 }
 
 std::string vm_silent_message(const std::string &label, const std::string &id)
 {
-    return label + ": what serves " + vm_socket_path(id) +
+    return label + ": what serves " + place_vm_socket(id) +
            " does not answer; tarvctl stop --force ends a supervisor that hangs";
 }
 

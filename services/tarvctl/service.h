@@ -2,17 +2,13 @@
 #pragma once
 
 #include "services/tarvctl/answer.h"
+#include "tarvhv/cli2/vm_status.h"
 
 #include <chrono>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
-
-// "/tmp/com.quelda.tarvhv.<id>.<uid>.sock"
-std::string vm_socket_path(const std::string &id);
-// "com.quelda.tarvhv.<id>"
-std::string vm_job_label(const std::string &id);
 
 // Makes sure that the launch service listens; fails with ExitStatus::service.
 void service_ensure();
@@ -34,10 +30,10 @@ bool answer_ok(const Json &answer);
 // What is known of one VM's process.
 struct VmState
 {
-    std::string status = {}; // running, malfunction, suspended, stopped, failed, unknown
-    std::string state = {};  // a running one's own word: starting, running, suspending, stopping
-    Json details = nullptr;  // what its supervisor reports
-    bool serves = false;     // somebody holds its socket
+    VmStatus status = VmStatus::unknown;
+    std::string state = {}; // a running one's own word
+    Json details = nullptr; // what its supervisor reports
+    bool serves = false;    // somebody holds its socket
     bool runs() const { return serves; }
 };
 

@@ -83,7 +83,7 @@ Answer run_show(const Arguments &arguments)
     Answer answer;
     answer.body = {{"id", ref.id},
                    {"name", ref.name},
-                   {"status", state.status},
+                   {"status", vm_status_word(state.status)},
                    {"directory", library.directory() + "/" + ref.id},
                    {"configuration", to_json(record.get())}};
     if (state.details.is_object())

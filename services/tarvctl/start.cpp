@@ -7,6 +7,7 @@
 #include "services/tarvctl/viewer.h"
 #include "services/vlaunchd/ondemand.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <mutex>
@@ -29,26 +30,24 @@ void pause_step()
 }
 
 // The job as the launch service takes it.
-Json job_request(const VmRef &ref, int mode)
+Json job_request(const VmRef &ref, StartMode mode)
 {
     const char *program = config_get_path("supervisor_executable");
     if (!program)
         throw Failure(ExitStatus::failed, "setting supervisor_executable: not set");
-    Json arguments = Json::array();
-    if (mode != 0)
-        arguments = {"--mode", std::to_string(mode)};
+    Json arguments = start_mode_arguments(mode);
     arguments.push_back(ref.id);
     Json environment = Json::object();
     for (const std::string &item : vlaunchd_environment())
         if (const size_t equals = item.find('='); equals != std::string::npos && equals > 0)
             environment[item.substr(0, equals)] = item.substr(equals + 1);
-    return {{"label", vm_job_label(ref.id)},
+    return {{"label", place_vm_job(ref.id)},
             {"program", program},
             {"arguments", arguments},
             {"environment", environment}};
 }
 
-void launch(const VmRef &ref, int mode)
+void launch(const VmRef &ref, StartMode mode)
 {
     const Json request = job_request(ref, mode);
     const auto deadline = Clock::now() + leaving_patience;
@@ -69,7 +68,7 @@ void launch(const VmRef &ref, int mode)
 // Fails with the supervisor's message once its job has ended.
 void check_job(const VmRef &ref)
 {
-    const Json answer = service_request("status", vm_job_label(ref.id), seconds(30));
+    const Json answer = service_request("status", place_vm_job(ref.id), seconds(30));
     const Json body = answer.value("body", Json::object());
     const bool ended = answer.value("error", 0) == CLI2_ERROR_JOB_ENDED;
     if (ended && body.value("status", 0) != 0)
@@ -87,7 +86,8 @@ void await_running(const VmRef &ref)
         check_cancelled();
         const VmState state = query_state(ref.id, false);
         // One that is being stopped already may never have run.
-        if (state.status == "running" && state.state != "starting" && state.state != "stopping")
+        if (state.status == VmStatus::running && state.state != VM_STATE_STARTING &&
+            state.state != VM_STATE_STOPPING)
             return;
         if (!state.serves)
             check_job(ref);
@@ -98,13 +98,13 @@ void await_running(const VmRef &ref)
 }
 
 // Starts the VM; one that runs already is only waited for when its screen is wanted.
-void start_one(const VmRef &ref, int mode, bool view)
+void start_one(const VmRef &ref, StartMode mode, bool view)
 {
     Library library;
     service_ensure();
     UniqueFd lock = library.lock(ref);
     const VmState state = query_state(ref.id, false);
-    if (state.status == "malfunction")
+    if (state.status == VmStatus::malfunction)
         throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
     if (state.serves) {
         if (!view)
@@ -117,7 +117,7 @@ void start_one(const VmRef &ref, int mode, bool view)
         await_running(ref);
     } catch (const Failure &failure) {
         if (failure.status() == ExitStatus::cancelled)
-            service_request("remove", vm_job_label(ref.id), seconds(60));
+            service_request("remove", place_vm_job(ref.id), seconds(60));
         throw;
     }
 }
@@ -126,11 +126,10 @@ void start_one(const VmRef &ref, int mode, bool view)
 
 Answer run_start(const Arguments &arguments)
 {
-    const int mode = arguments.recovery ? 2 : arguments.no_addons ? 1 : 0;
     std::mutex notes_lock;
     std::string note;
     Answer answer = for_each_vm(arguments.vms, EachOrder::together, [&](const VmRef &ref) {
-        start_one(ref, mode, arguments.view);
+        start_one(ref, arguments.mode, arguments.view);
         if (!arguments.view)
             return;
         const std::string said = open_viewer(ref.id);

@@ -1,9 +1,10 @@
 #include "services/tarvctl/service.h"
 
-#include "platform/process.h"
 #include "platform/socket.h"
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/peer.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <cstring>
@@ -31,7 +32,7 @@ struct Inquiry
 UniqueFd ask(const std::string &id, bool &serves)
 {
     static constexpr char request[] = "status\r\n";
-    const std::string path = vm_socket_path(id);
+    const std::string path = place_vm_socket(id);
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     serves = false;
     if (path.size() >= sizeof address.sun_path)
@@ -44,8 +45,7 @@ UniqueFd ask(const std::string &id, bool &serves)
         serves = errno == EAGAIN; // its queue is full, so somebody holds the socket
         return {};
     }
-    uid_t uid = 0;
-    if (platform_peer_uid(fd.get(), &uid) != 0 || (uid != geteuid() && uid != 0))
+    if (!peer_is_trusted(fd.get()))
         return {};
     serves = true;
     if (cli2_send(fd.get(), request, sizeof request - 1, MSG_DONTWAIT) != 0)
@@ -90,12 +90,12 @@ void collect(std::vector<Inquiry> &inquiries, Clock::time_point deadline)
 VmState judge(const Inquiry &inquiry)
 {
     const Json answer = Json::parse(inquiry.text, nullptr, /*allow_exceptions=*/false);
-    VmState state{.status = "malfunction", .state = "", .details = nullptr, .serves = true};
+    VmState state{.status = VmStatus::malfunction, .state = "", .details = nullptr, .serves = true};
     if (inquiry.done && inquiry.text.empty())
         return {}; // it went away
     if (!answer_ok(answer))
         return state;
-    state.status = "running";
+    state.status = VmStatus::running;
     state.details = answer.value("body", Json::object());
     if (state.details.is_object() && state.details.contains("state") &&
         state.details["state"].is_string())
@@ -134,7 +134,8 @@ std::map<std::string, VmState> query_states(const std::map<std::string, bool> &s
         if (fd)
             inquiries.push_back({id, std::move(fd), "", false});
         else if (serves)
-            states[id] = {.status = "malfunction", .state = "", .details = nullptr, .serves = true};
+            states[id] = {
+                .status = VmStatus::malfunction, .state = "", .details = nullptr, .serves = true};
     }
     collect(inquiries, deadline);
     for (const Inquiry &inquiry : inquiries)
@@ -146,9 +147,12 @@ std::map<std::string, VmState> query_states(const std::map<std::string, bool> &s
         VmState &state = states[id];
         if (state.serves)
             continue;
-        auto end = ends ? ends->find(vm_job_label(id)) : std::map<std::string, int>::iterator();
+        auto end = ends ? ends->find(place_vm_job(id)) : std::map<std::string, int>::iterator();
         const bool ended_badly = ends && end != ends->end() && end->second != 0;
-        state.status = ended_badly ? "failed" : saved ? "suspended" : ends ? "stopped" : "unknown";
+        const auto last_run = !ends         ? VmEvidence::LastRun::unknown
+                              : ended_badly ? VmEvidence::LastRun::failed
+                                            : VmEvidence::LastRun::clean;
+        state.status = vm_status_of({.last_run = last_run, .saved_state = saved});
     }
     return states;
 }

@@ -3,6 +3,7 @@
 #include "services/tarvctl/answer.h"
 #include "services/tarvctl/service.h"
 #include "services/vlaunchd/ondemand.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cstdlib>
 #include <string_view>
@@ -79,7 +80,7 @@ private:
 
 std::string viewer_url(const std::string &id, int display)
 {
-    return "tarv://" + percent_encoded(vm_socket_path(id), "/.-_") +
+    return "tarv://" + percent_encoded(place_vm_socket(id), "/.-_") +
            "?vmid=" + percent_encoded(id, ".-_") + "&d=" + std::to_string(display);
 }
 

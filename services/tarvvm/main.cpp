@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <sysexits.h>
@@ -39,11 +38,12 @@ int read_arguments(int count, char **arguments, Options *options)
             std::fputs(argument == "--help" ? USAGE : "tarvvm " TARV_VERSION "\n", stdout);
             return EX_OK;
         }
-        const bool has_mode = argument == "--mode" && i + 1 < count &&
-                              std::strlen(arguments[i + 1]) == 1 &&
-                              std::strchr("012", *arguments[i + 1]);
-        if (has_mode) {
-            options->mode = StartMode(*arguments[++i] - '0');
+        const auto mode = argument == START_MODE_OPTION && i + 1 < count
+                              ? start_mode_from(arguments[i + 1])
+                              : std::nullopt;
+        if (mode) {
+            options->mode = *mode;
+            ++i;
         } else if (argument.starts_with("-") || !options->id.empty()) {
             std::fprintf(stderr, "tarvvm: unexpected argument \"%s\"\n%s", arguments[i], USAGE);
             return EX_USAGE;

@@ -35,12 +35,6 @@ bool job_label_is_valid(std::string_view label)
            std::all_of(label.begin(), label.end(), is_label_byte);
 }
 
-std::string job_vm_id(std::string_view label)
-{
-    return std::string(label.starts_with(JOB_LABEL_PREFIX) ? label.substr(JOB_LABEL_PREFIX.size())
-                                                           : "");
-}
-
 std::string job_end_text(int status)
 {
     return status > 128 ? "job was killed by signal " + std::to_string(status - 128)

@@ -22,8 +22,6 @@
 
 #include <sys/types.h>
 
-// Labels of jobs that run VMs are this and the VM's identifier.
-inline constexpr std::string_view JOB_LABEL_PREFIX = "com.quelda.tarvhv.";
 inline constexpr size_t JOB_LABEL_MAX = 127;
 // The environment variable that tells a job where to leave its report.
 inline constexpr const char *JOB_REPORT_VARIABLE = "TARV_JOB_REPORT";
@@ -77,7 +75,5 @@ struct JobReport
 // Letters, digits, ".", "_" and "-", not beginning with "."; 1 to JOB_LABEL_MAX of them. So a label
 // is a file name as well.
 bool job_label_is_valid(std::string_view label);
-// The VM that a label stands for, or "" when it is none.
-std::string job_vm_id(std::string_view label);
 // "job ended with status N", or "job was killed by signal N" above 128.
 std::string job_end_text(int status);

@@ -4,6 +4,7 @@
 #include "platform/process.h"
 #include "platform/watch.h"
 #include "services/vlaunchd/spawn.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <csignal>
@@ -164,8 +165,8 @@ void JobTable::process_ended(Entry &entry)
     const auto report = m_journal.read_report(label);
     // A supervisor says that its VM ended just before it ends itself. Whoever asks too soon is told
     // that it runs, so a failure is told once more.
-    if ((!report || report->status != 0) && m_options.vm_died && !job_vm_id(label).empty())
-        m_options.vm_died(job_vm_id(label));
+    if ((!report || report->status != 0) && m_options.vm_died && !place_vm_of_job(label).empty())
+        m_options.vm_died(place_vm_of_job(label));
     const auto next = job_state_next(entry.job.state, JobEvent::processEnded);
     if (next == JobState::absent)
         return forget(label);

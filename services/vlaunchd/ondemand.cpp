@@ -2,8 +2,8 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
+#include "hostlib/vms/vms.h"
 #include "platform/file.h"
-#include "platform/host.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2.h"
@@ -112,15 +112,9 @@ int start(const std::string &path, Clock::time_point deadline, std::string &mess
 
 } // namespace
 
-std::string vlaunchd_socket_path()
-{
-    const char *setting = config_get_path("vlaunch_sock");
-    return setting ? setting : platform_path(PlatformPath::vlaunchd_socket);
-}
-
 int vlaunchd_ensure(std::string &message)
 {
-    const std::string path = vlaunchd_socket_path();
+    const std::string path = vms_launch_socket();
     if (listens(path))
         return 0;
     if (errno != ENOENT && errno != ECONNREFUSED) {

@@ -4,9 +4,6 @@
 #include <string>
 #include <vector>
 
-// The path of the launch service's socket, from the settings or the default.
-std::string vlaunchd_socket_path();
-
 // Answers at once when the launch service listens; else starts the program of the setting
 // "vlaunchd_executable" in a session of its own and waits, up to 15 s, until it listens. Any
 // number of processes may do this at once: one starts it. 0, or -1 with errno set and `message`

@@ -2,10 +2,11 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
-#include "platform/host.h"
+#include "hostlib/vms/vms.h"
 #include "services/notify/notify.h"
 #include "services/vlaunchd/server.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <csignal>
@@ -66,7 +67,7 @@ int open_listener(const std::string &path, Listener &listener)
 // The log of a job: that of the VM in the log directory, else the service's own.
 int open_job_log(const std::string &label)
 {
-    const std::string id = job_vm_id(label);
+    const std::string id = place_vm_of_job(label);
     const char *directory = id.empty() ? nullptr : config_get_path("log_dir");
     if (!directory)
         return -1;
@@ -127,8 +128,7 @@ int watch_signals(sd_event *event)
 
 int serve()
 {
-    const char *setting = config_get_path("vlaunch_sock");
-    const std::string path = setting ? setting : platform_path(PlatformPath::vlaunchd_socket);
+    const std::string path = vms_launch_socket();
     sd_event *created = nullptr;
     int result = sd_event_default(&created);
     std::unique_ptr<sd_event, EventDelete> event(created);

@@ -1,30 +1,20 @@
-#include "platform/process.h"
 #include "platform/socket.h"
 #include "platform/unique_fd.h"
 #include "policy/json.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/address.h"
+#include "tarvhv/cli2/descriptors.h"
 #include "tarvhv/cli2/io.h"
 #include "tarvhv/cli2/json_end.h"
+#include "tarvhv/cli2/peer.h"
 
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <string>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
 namespace {
-
-// In /tmp anybody may have made a socket under a name of ours.
-bool is_served_by_stranger(const char *path, int fd)
-{
-    if (!std::string_view(path).starts_with("/tmp/"))
-        return false;
-    uid_t uid;
-    return platform_peer_uid(fd, &uid) != 0 || (uid != geteuid() && uid != 0);
-}
 
 // The socket's send time-out is what bounds a connect to a peer whose queue is full.
 int connect_within(int fd, const sockaddr_un &address)
@@ -49,7 +39,7 @@ int connect_and_send(const char *path, const std::string &request)
     UniqueFd fd(platform_socket_stream());
     if (!fd || connect_within(fd.get(), address) != 0)
         return -1;
-    if (is_served_by_stranger(path, fd.get())) {
+    if (!peer_is_trusted(fd.get())) {
         errno = ENOENT;
         return -1;
     }
@@ -119,36 +109,9 @@ private:
 
     ssize_t take(char *buffer, size_t length, std::vector<UniqueFd> *fds, size_t room)
     {
-        iovec part{buffer, length};
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        const size_t free_places = fds && fds->size() < room ? room - fds->size() : 0;
-        std::vector<char> control(free_places ? CMSG_SPACE(free_places * sizeof(int)) : 0);
-        if (free_places) {
-            message.msg_control = control.data();
-            message.msg_controllen = CMSG_LEN(free_places * sizeof(int));
-        }
-        ssize_t taken;
-        do
-            taken = platform_recvmsg(m_fd, &message, 0);
-        while (taken < 0 && errno == EINTR);
-        for (cmsghdr *header = taken < 0 ? nullptr : CMSG_FIRSTHDR(&message); header;
-             header = CMSG_NXTHDR(&message, header))
-            keep_descriptors(header, fds);
-        return taken;
-    }
-
-    static void keep_descriptors(const cmsghdr *header, std::vector<UniqueFd> *fds)
-    {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
-            return;
-        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; ++i) {
-            int fd;
-            memcpy(&fd, CMSG_DATA(header) + i * sizeof(int), sizeof fd);
-            fds->emplace_back(fd);
-        }
+        std::vector<UniqueFd> none;
+        return descriptors_receive(m_fd, buffer, length, 0, fds ? *fds : none, fds ? room : 0)
+            .length;
     }
 
     int m_fd;

@@ -1,15 +1,14 @@
 #include "tarvhv/cli2/io.h"
 
-#include "platform/socket.h"
 #include "policy/json.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <poll.h>
-#include <vector>
+#include <sys/socket.h>
 
 namespace {
 
@@ -19,30 +18,6 @@ int milliseconds_left(const Cli2Deadline &deadline)
         return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Cli2Clock::now());
     return static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX));
-}
-
-// One sendmsg, resumed after signals; descriptors go along when there are any.
-ssize_t send_part(int fd, const char *bytes, size_t length, int flags, const int *fds, size_t count)
-{
-    iovec part{const_cast<char *>(bytes), length};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    std::vector<char> control(count ? CMSG_SPACE(count * sizeof(int)) : 0);
-    if (count) {
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(count * sizeof(int));
-        memcpy(CMSG_DATA(header), fds, count * sizeof(int));
-    }
-    ssize_t sent;
-    do
-        sent = platform_sendmsg(fd, &message, flags | MSG_DONTWAIT);
-    while (sent < 0 && errno == EINTR);
-    return sent;
 }
 
 } // namespace
@@ -68,7 +43,7 @@ int cli2_send_fds(int fd, const void *bytes, size_t length, int flags, const int
     const Cli2Deadline deadline = Cli2Clock::now() + std::chrono::seconds(CLI2_SEND_SECONDS);
     const char *next = static_cast<const char *>(bytes);
     while (length > 0) {
-        const ssize_t sent = send_part(fd, next, length, flags, fds, count);
+        const ssize_t sent = descriptors_send(fd, next, length, {fds, count});
         if (sent >= 0) {
             next += sent;
             length -= static_cast<size_t>(sent);

@@ -1,9 +1,9 @@
 #include "platform/file.h"
-#include "platform/process.h"
 #include "platform/socket.h"
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/address.h"
+#include "tarvhv/cli2/peer.h"
 
 #include <cerrno>
 #include <cstring>
@@ -127,10 +127,7 @@ int cli2_accept(int listener)
     while (!fd && (errno == EINTR || errno == ECONNABORTED));
     if (!fd)
         return -1;
-    uid_t uid;
-    if (platform_peer_uid(fd.get(), &uid) != 0)
-        return -1;
-    if (uid != geteuid() && uid != 0) {
+    if (!peer_is_trusted(fd.get())) {
         errno = EPERM;
         return -1;
     }

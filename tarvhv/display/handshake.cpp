@@ -1,10 +1,10 @@
 #include "tarvhv/display/handshake.h"
 
-#include "platform/process.h"
 #include "platform/socket.h"
 #include "policy/json.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/address.h"
+#include "tarvhv/cli2/peer.h"
 #include "tarvhv/display/packet_socket.h"
 
 #include <cerrno>
@@ -22,12 +22,6 @@ std::string without_index(const std::string &path)
         path.find_first_not_of("0123456789", colon + 1) != std::string::npos)
         return path;
     return path.substr(0, colon);
-}
-
-bool is_served_by_stranger(int fd)
-{
-    uid_t uid;
-    return platform_peer_uid(fd, &uid) != 0 || (uid != geteuid() && uid != 0);
 }
 
 bool is_packet_socket(int fd)
@@ -70,7 +64,7 @@ DisplayHandshake::Step DisplayHandshake::connectNow()
     // A local connect is done at once, or can't be done now: the peer's queue is full.
     if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
         return errno == EAGAIN || errno == EINTR ? Step::retry : fail(errno);
-    if (is_served_by_stranger(fd.get()))
+    if (!peer_is_trusted(fd.get()))
         return fail(ENOENT);
     m_socket = std::move(fd);
     return sendNow();

@@ -1,30 +1,15 @@
 #include "tarvhv/display/packet_socket.h"
 
-#include "platform/socket.h"
+#include "tarvhv/cli2/descriptors.h"
 #include "tarvhv/cli2/io.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <sys/socket.h>
 
 namespace {
 
 constexpr size_t DESCRIPTOR_PLACES = 4;
-
-void keep_descriptors(const msghdr &message, std::vector<UniqueFd> *fds)
-{
-    msghdr copy = message;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&copy); header; header = CMSG_NXTHDR(&copy, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
-            continue;
-        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; i++) {
-            int fd;
-            std::memcpy(&fd, CMSG_DATA(header) + i * sizeof fd, sizeof fd);
-            fds->emplace_back(fd);
-        }
-    }
-}
 
 // A later packet of these types says all that an earlier one said.
 bool replaces_earlier(uint32_t type)
@@ -47,25 +32,17 @@ void add_saturated(int32_t &sum, int32_t value)
 
 ssize_t receive_with_descriptors(int fd, void *buffer, size_t size, std::vector<UniqueFd> *fds)
 {
-    alignas(cmsghdr) char control[CMSG_SPACE(DESCRIPTOR_PLACES * sizeof(int))];
-    iovec part{buffer, size};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    ssize_t received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
+    const size_t before = fds->size();
+    const auto receive = [&] {
+        return descriptors_receive(fd, buffer, size, 0, *fds, before + DESCRIPTOR_PLACES);
+    };
+    DescriptorsReceived received = receive();
     // A peer that closed with packets of ours unread resets the connection. That is told once, and
     // before the last that the peer had sent: its reason to close, for one.
-    if (received < 0 && errno == ECONNRESET)
-        received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
-    while (received < 0 && errno == EINTR)
-        received = platform_recvmsg(fd, &message, MSG_DONTWAIT);
-    if (received < 0)
-        return -1;
-    keep_descriptors(message, fds);
-    if ((message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) == 0)
-        return received;
+    if (received.length < 0 && errno == ECONNRESET)
+        received = receive();
+    if (received.length < 0 || !(received.truncated || received.surplus))
+        return received.length;
     errno = EMSGSIZE;
     return -1;
 }

@@ -2,6 +2,7 @@
 
 #include "platform/process.h"
 #include "platform/watch.h"
+#include "tarvhv/cli2/places.h"
 #include "tarvhv/display/TarvDisplay.h"
 #include "tarvhv/display/log.h"
 
@@ -10,6 +11,7 @@
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -27,14 +29,16 @@ pid_t wait_for(pid_t pid, int *status)
 
 pid_t spawn(const SupervisorLaunch &launch)
 {
-    std::string program = launch.program;
-    std::string option = "--mode";
-    std::string mode = std::to_string(launch.mode);
-    std::string id = launch.id;
-    char *arguments[] = {program.data(), option.data(), mode.data(), id.data(), nullptr};
+    std::vector<std::string> words = start_mode_arguments(launch.mode);
+    words.insert(words.begin(), launch.program);
+    words.push_back(launch.id);
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
     platform_launch plan{};
-    plan.path = program.c_str();
-    plan.argv = arguments;
+    plan.path = launch.program.c_str();
+    plan.argv = arguments.data();
     plan.envp = environ;
     plan.stdout_fd = launch.log_fd;
     plan.stderr_fd = launch.log_fd;
@@ -85,9 +89,7 @@ void HostedMachine::end()
 
 void HostedMachine::tryScreen()
 {
-    const QString path = QStringLiteral("/tmp/com.quelda.tarvhv.%1.%2.sock")
-                             .arg(QString::fromStdString(m_id))
-                             .arg(getuid());
+    const QString path = QString::fromStdString(place_vm_socket(m_id));
     TarvDisplayCreateAsync(path, 0, this, [this](std::unique_ptr<TarvDisplay> display, int) {
         if (display)
             Q_EMIT started();

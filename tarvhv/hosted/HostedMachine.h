@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/unique_fd.h"
+#include "tarvhv/cli2/start_mode.h"
 
 #include <QObject>
 #include <QSocketNotifier>
@@ -17,7 +18,7 @@ struct SupervisorLaunch
 {
     std::string program;
     std::string id;
-    int mode = 0; // 0 normal, 1 forced, 2 recovery
+    StartMode mode = StartMode::normal;
     int log_fd = -1;
 };
 

@@ -90,7 +90,7 @@ int TarvHVStartVM(const char *id, int32_t options)
         return -1;
     }
     std::unique_ptr<HostedMachine> machine =
-        HostedMachine::start({all.supervisor, id, std::clamp(options, 0, 2), display_log_fd()});
+        HostedMachine::start({all.supervisor, id, start_mode_nearest(options), display_log_fd()});
     if (!machine)
         return -1;
     watch(machine.get());

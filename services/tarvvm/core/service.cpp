@@ -113,8 +113,3 @@ void Service::complete(Connections::iterator connection)
     m_connections.erase(connection);
     m_handler(std::move(request));
 }
-
-std::string service_path(const std::string &id)
-{
-    return "/tmp/com.quelda.tarvhv." + id + "." + std::to_string(getuid()) + ".sock";
-}

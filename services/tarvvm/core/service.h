@@ -72,6 +72,3 @@ private:
     Handler m_handler;
     Connections m_connections;
 };
-
-// The path of a VM's service socket for this user.
-std::string service_path(const std::string &id);

@@ -1,5 +1,7 @@
 #include "services/tarvvm/core/state.h"
 
+#include "tarvhv/cli2/vm_status.h"
+
 namespace {
 
 constexpr unsigned DEFAULT_STOP_WAIT_S = 20;
@@ -42,13 +44,13 @@ const char *vm_state_name(VmState state)
 {
     switch (state) {
     case VmState::starting:
-        return "starting";
+        return VM_STATE_STARTING;
     case VmState::running:
         return "running";
     case VmState::suspending:
         return "suspending";
     case VmState::stopping:
-        return "stopping";
+        return VM_STATE_STOPPING;
     case VmState::ended:
         break;
     }

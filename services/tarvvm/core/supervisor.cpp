@@ -2,6 +2,7 @@
 
 #include "hostlib/config/config.h"
 #include "services/notify/notify.h"
+#include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <csignal>
@@ -65,7 +66,7 @@ bool Supervisor::begin(const std::string &id)
     std::string error;
     if (!m_record.find(id, &error))
         return fail(EX_NOINPUT, error);
-    const std::string path = service_path(m_record.id());
+    const std::string path = place_vm_socket(m_record.id());
     m_service = Service::listen(m_loop, path, [this](std::unique_ptr<ServiceRequest> request) {
         handle(std::move(request));
     });

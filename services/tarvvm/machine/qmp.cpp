@@ -1,6 +1,6 @@
 #include "services/tarvvm/machine/qmp.h"
 
-#include "platform/socket.h"
+#include "tarvhv/cli2/descriptors.h"
 
 #include <cerrno>
 #include <cstring>
@@ -78,24 +78,9 @@ void Qmp::flush()
 {
     while (!m_outgoing.empty()) {
         Outgoing &first = m_outgoing.front();
-        iovec part{first.bytes.data(), first.bytes.size()};
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        if (first.fd) {
-            message.msg_control = control;
-            message.msg_controllen = sizeof control;
-            cmsghdr *header = CMSG_FIRSTHDR(&message);
-            header->cmsg_level = SOL_SOCKET;
-            header->cmsg_type = SCM_RIGHTS;
-            header->cmsg_len = CMSG_LEN(sizeof(int));
-            const int fd = first.fd.get();
-            std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-        }
-        const ssize_t length = platform_sendmsg(m_socket.get(), &message, MSG_DONTWAIT);
-        if (length < 0 && errno == EINTR)
-            continue;
+        const int fd = first.fd.get();
+        const ssize_t length = descriptors_send(m_socket.get(), first.bytes.data(),
+                                                first.bytes.size(), {&fd, first.fd ? 1u : 0u});
         if (length < 0)
             break; // no room now, or the end, which reading will meet
         first.bytes.erase(0, size_t(length));

@@ -1,10 +1,9 @@
 #include "services/tarvvm/screens/viewer.h"
 
-#include "platform/socket.h"
+#include "tarvhv/cli2/descriptors.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include <sys/epoll.h>
@@ -18,7 +17,6 @@ constexpr double PACKETS_AT_ONCE = 8000;
 constexpr int PACKETS_PER_TURN = 64;
 // Room for a few packets only: each may hold a frame buffer that the viewer has yet to take.
 constexpr int SEND_BUFFER = 4096;
-constexpr size_t DESCRIPTORS_MAX = 4;
 // Bytes of a pasteboard that cost as much as a packet.
 constexpr double PASTEBOARD_RATE = 64 * 1024;
 
@@ -30,30 +28,12 @@ constexpr int32_t WHEEL_STEPS_MAX = 32;
 // Receives one packet and the first descriptor that came with it; others are closed.
 ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 {
-    iovec part{packet, sizeof *packet};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int) * DESCRIPTORS_MAX)];
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    const ssize_t length = platform_recvmsg(fd, &message, MSG_DONTWAIT);
-    if (length < 0)
-        return length;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&message); header;
-         header = CMSG_NXTHDR(&message, header)) {
-        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
-            continue;
-        const size_t count = (header->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-        for (size_t i = 0; i < count; i++) {
-            int received;
-            std::memcpy(&received, CMSG_DATA(header) + i * sizeof received, sizeof received);
-            UniqueFd owned(received);
-            if (!*descriptor)
-                *descriptor = std::move(owned);
-        }
-    }
-    return (message.msg_flags & MSG_TRUNC) != 0 ? ssize_t(sizeof *packet) + 1 : length;
+    std::vector<UniqueFd> descriptors;
+    const DescriptorsReceived received =
+        descriptors_receive(fd, packet, sizeof *packet, 0, descriptors, 1);
+    if (!descriptors.empty())
+        *descriptor = std::move(descriptors.front());
+    return received.truncated ? ssize_t(sizeof *packet) + 1 : received.length;
 }
 
 } // namespace
@@ -268,26 +248,9 @@ bool Viewer::handleWheel(int32_t vertical)
 
 Viewer::Sent Viewer::send(const display_packet &packet, int fd)
 {
-    iovec part{const_cast<display_packet *>(&packet), sizeof packet};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-    msghdr message{};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (fd >= 0) {
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(sizeof(int));
-        std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-    }
-    for (;;) {
-        if (platform_sendmsg(m_channel.get(), &message, MSG_DONTWAIT) >= 0)
-            return Sent::yes;
-        if (errno != EINTR)
-            return errno == EAGAIN || errno == ENOBUFS ? Sent::later : Sent::gone;
-    }
+    if (descriptors_send(m_channel.get(), &packet, sizeof packet, {&fd, fd >= 0 ? 1u : 0u}) >= 0)
+        return Sent::yes;
+    return errno == EAGAIN || errno == ENOBUFS ? Sent::later : Sent::gone;
 }
 
 void Viewer::flush()
