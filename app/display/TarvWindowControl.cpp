@@ -3,56 +3,36 @@
 #include "app/display/TarvWindowController.h"
 #include "app/kit/Alert.h"
 #include "app/kit/SheetCodes.h"
+#include "app/model/LongCommand.h"
 #include "app/model/TarvCTL.h"
-#include "app/progress/LongOperationWindow.h"
-#include "app/progress/LongRunningOperationWindowController.h"
 
-#include <QCoreApplication>
-
-// The sheet may go with the window, when the VM has stopped; the command runs to its end.
-void TarvWindowController::controlVirtualMachine(const QString &command, const QString &description,
-                                                 const QStringList &options)
+void TarvWindowController::controlVirtualMachineUsingCommand(const QString &command,
+                                                             const QString &description,
+                                                             const QStringList &options)
 {
-    if (!m_display || attachedSheet(window()))
-        return;
-    const std::shared_ptr<LongRunningOperationWindowController> progress(
-        LongRunningOperationWindowController::controller(), DeleteLater());
-    progress->setTitle(description);
-    auto *runner = new TarvCTL(QCoreApplication::instance());
-    runner->execute(QStringList{command, m_display->uuid()} + options, std::nullopt,
-                    [runner, sheet = QPointer<QDialog>(progress->sheet())](const auto &...) {
-                        if (sheet)
-                            sheet->done(SheetStop);
-                        runner->deleteLater();
-                    });
-    beginSheet(progress->sheet(), [progress, running = QPointer<TarvCTL>(runner)](int response) {
-        if (running && response == SheetCancel) {
-            running->abort();
-        } else if (running && response == SheetContinue) {
-            running->detach();
-            running->deleteLater();
-        }
-    });
+    if (m_display && !attachedSheet(window()))
+        runLongCommand(*this, QStringList{command, m_display->uuid()} + options, description);
 }
 
 void TarvWindowController::stopVirtualMachine(QObject *)
 {
-    controlVirtualMachine(QStringLiteral("stop"), tr("Stopping…"));
+    controlVirtualMachineUsingCommand(QStringLiteral("stop"), tr("Stopping…"));
 }
 
 void TarvWindowController::forceStopVirtualMachine(QObject *)
 {
-    controlVirtualMachine(QStringLiteral("stop"), tr("Stopping…"), {QStringLiteral("--force")});
+    controlVirtualMachineUsingCommand(QStringLiteral("stop"), tr("Stopping…"),
+                                      {QStringLiteral("--force")});
 }
 
 void TarvWindowController::suspendVirtualMachine(QObject *)
 {
-    controlVirtualMachine(QStringLiteral("suspend"), tr("Suspending…"));
+    controlVirtualMachineUsingCommand(QStringLiteral("suspend"), tr("Suspending…"));
 }
 
 void TarvWindowController::rebootVirtualMachine(QObject *)
 {
-    controlVirtualMachine(QStringLiteral("reboot"), tr("Rebooting…"));
+    controlVirtualMachineUsingCommand(QStringLiteral("reboot"), tr("Rebooting…"));
 }
 
 void TarvWindowController::delete_(QObject *)

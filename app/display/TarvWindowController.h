@@ -85,8 +85,8 @@ private:
     bool guestFollows() const;
     void setFrame(QSizeF frame);
     void resizingSettled();
-    void controlVirtualMachine(const QString &command, const QString &description,
-                               const QStringList &options = {});
+    void controlVirtualMachineUsingCommand(const QString &command, const QString &description,
+                                           const QStringList &options = {});
     void startPasteboardPolling();
     void stopPasteboardPolling();
     void capsChanged();

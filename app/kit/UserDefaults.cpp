@@ -33,32 +33,12 @@ bool UserDefaults::boolForKey(const QString &key) const
     return settings().value(key, false).toBool();
 }
 
-qint64 UserDefaults::integerForKey(const QString &key) const
-{
-    return settings().value(key, 0).toLongLong();
-}
-
-QString UserDefaults::stringForKey(const QString &key) const
-{
-    return settings().value(key).toString();
-}
-
 QByteArray UserDefaults::dataForKey(const QString &key) const
 {
     return settings().value(key).toByteArray();
 }
 
 void UserDefaults::setBool(const QString &key, bool value)
-{
-    settings().setValue(key, value);
-}
-
-void UserDefaults::setInteger(const QString &key, qint64 value)
-{
-    settings().setValue(key, value);
-}
-
-void UserDefaults::setString(const QString &key, const QString &value)
 {
     settings().setValue(key, value);
 }

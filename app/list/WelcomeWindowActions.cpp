@@ -5,15 +5,13 @@
 #include "app/kit/SheetCodes.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
+#include "app/model/LongCommand.h"
 #include "app/model/TarvVM.h"
-#include "app/progress/LongOperationWindow.h"
-#include "app/progress/LongRunningOperationWindowController.h"
 #include "hostlib/vm/addons.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
 #include "policy/kv.h"
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QGuiApplication>
 #include <QPointer>
@@ -33,12 +31,6 @@ bool hasAddons(const QByteArray &vmid)
     const std::unique_ptr<kv, decltype(&kv_free)> version(vm_read_addons_version(record.get()),
                                                           &kv_free);
     return version != nullptr;
-}
-
-// A runner outlives the window that started it: closing the window ends no command.
-TarvCTL *newRunner()
-{
-    return new TarvCTL(QCoreApplication::instance());
 }
 } // namespace
 
@@ -115,29 +107,11 @@ void WelcomeWindowController::runLongCommand(const QString &command, const QStri
 {
     if (virtualMachines.isEmpty())
         return;
-    const std::shared_ptr<LongRunningOperationWindowController> operation(
-        LongRunningOperationWindowController::controller(), DeleteLater());
-    operation->setTitle(description);
-
-    TarvCTL *runner = newRunner();
-    const auto finished = [self = QPointer(this), runner,
-                           sheet = QPointer<QDialog>(operation->sheet())] {
-        if (sheet)
-            sheet->done(SheetStop);
-        if (runner->exitStatus() == 0 && self)
-            self->reloadVirtualMachines();
-        runner->deleteLater();
-    };
-    runner->execute(longCommandArguments(command, options, virtualMachines), std::nullopt,
-                    [finished](const QJsonValue &, const auto &) { finished(); });
-    beginSheet(operation->sheet(), [operation, running = QPointer(runner)](int response) {
-        if (running && response == SheetCancel) {
-            running->abort();
-        } else if (running && response == SheetContinue) {
-            running->detach();
-            running->deleteLater();
-        }
-    });
+    ::runLongCommand(*this, longCommandArguments(command, options, virtualMachines), description,
+                     [self = QPointer(this)] {
+                         if (self)
+                             self->reloadVirtualMachines();
+                     });
 }
 
 void WelcomeWindowController::runCommand(ListCommand command)
@@ -213,13 +187,11 @@ void WelcomeWindowController::delete_(QObject *)
 
 void WelcomeWindowController::runDelete(const QStringList &arguments)
 {
-    TarvCTL *runner = newRunner();
-    runner->execute(arguments, std::nullopt,
-                    [self = QPointer(this), runner](const QJsonValue &, const auto &) {
-                        if (runner->exitStatus() == 0 && self)
-                            self->reloadVirtualMachines();
-                        runner->deleteLater();
-                    });
+    TarvCTL::executeCommand(arguments, std::nullopt,
+                            [self = QPointer(this)](const QJsonValue &, const auto &error) {
+                                if (!error && self)
+                                    self->reloadVirtualMachines();
+                            });
 }
 
 QString WelcomeWindowController::uniqueNameForName(const QString &name) const

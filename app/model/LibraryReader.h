@@ -41,7 +41,6 @@ public:
 
     // Starts a pass. During one, it asks for another after it, however often it is called.
     void read();
-    bool isReading() const { return m_reading; }
 
 Q_SIGNALS:
     // A pass is done: every VM of the library, in directory order.

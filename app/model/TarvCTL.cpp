@@ -4,7 +4,7 @@
 #include "app/kit/AppLog.h"
 #include "app/kit/SupportFiles.h"
 #include "app/kit/WindowController.h"
-#include "app/model/ControllerTask.h"
+#include "app/model/ControllerRun.h"
 #include "hostlib/utils/utils.h"
 
 #include <QCoreApplication>
@@ -18,9 +18,9 @@
 
 namespace {
 
-constexpr int abortAfter_ms = 5000;
+constexpr int ABORT_AFTER_MS = 5000;
 
-// The controller's answer, written by the task's thread before the end is posted.
+// The controller's answer, written by the run's thread before the end is posted.
 struct Answer
 {
     QJsonObject object;
@@ -41,9 +41,9 @@ TarvCTL::TarvCTL(QObject *parent) : QObject(parent) {}
 
 TarvCTL::~TarvCTL()
 {
-    if (m_task) {
-        m_task->forget();
-        m_task->signal(SIGKILL);
+    if (m_run) {
+        m_run->forget();
+        m_run->signal(SIGKILL);
     }
 }
 
@@ -59,19 +59,19 @@ void TarvCTL::execute(const QStringList &arguments, const std::optional<Environm
                      ENOENT, handler);
         return;
     }
-    detachTask(); // a runner follows one command at a time
+    detachRun(); // a runner follows one command at a time
     const auto answer = std::make_shared<Answer>();
-    m_task = ControllerTask::launch(
+    m_run = ControllerRun::launch(
         launch, [answer](const QByteArray &output) { parseAnswer(output, answer.get()); },
         [this, answer, command, handler] { ended(answer->object, command, handler); });
-    if (!m_task) {
+    if (!m_run) {
         const int error = errno;
         failToLaunch(tr("%1 can't be started: %2")
                          .arg(launch.program, QString::fromLocal8Bit(strerror(error))),
                      error, handler);
         return;
     }
-    m_processIdentifier = m_task->pid();
+    m_processIdentifier = m_run->pid();
 }
 
 void TarvCTL::ended(const QJsonObject &answer, const QString &command,
@@ -148,38 +148,38 @@ void TarvCTL::release()
 
 void TarvCTL::abort()
 {
-    if (!m_task || !m_task->isRunning())
+    if (!m_run || !m_run->isRunning())
         return;
-    m_task->signal(SIGTERM);
-    QTimer::singleShot(abortAfter_ms, Qt::PreciseTimer, this, [this] {
-        if (m_task)
-            m_task->signal(SIGABRT);
+    m_run->signal(SIGTERM);
+    QTimer::singleShot(ABORT_AFTER_MS, Qt::PreciseTimer, this, [this] {
+        if (m_run)
+            m_run->signal(SIGABRT);
     });
 }
 
 void TarvCTL::detach()
 {
-    if (detachTask())
+    if (detachRun())
         release();
 }
 
-bool TarvCTL::detachTask()
+bool TarvCTL::detachRun()
 {
-    if (!m_task)
+    if (!m_run)
         return false;
-    m_task->forget();
-    m_task.reset();
+    m_run->forget();
+    m_run.reset();
     return true;
 }
 
 bool TarvCTL::isRunning() const
 {
-    return m_task && m_task->isRunning();
+    return m_run && m_run->isRunning();
 }
 
 int32_t TarvCTL::exitStatus() const
 {
-    return m_task ? m_task->exitStatus() : 0;
+    return m_run ? m_run->exitStatus() : 0;
 }
 
 void TarvCTL::executeCommand(const QStringList &arguments,

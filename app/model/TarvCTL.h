@@ -15,7 +15,7 @@
 #include <optional>
 #include <sys/types.h>
 
-class ControllerTask;
+class ControllerRun;
 
 // Why a run failed: domain "TarvCTLError", the controller's exit status as code (128 + the signal
 // that killed it), and the controller's message. A controller that can't be started has the
@@ -75,7 +75,7 @@ public:
     static bool isEulaAccepted();
 
 private:
-    std::shared_ptr<ControllerTask> m_task;
+    std::shared_ptr<ControllerRun> m_run;
     int32_t m_processIdentifier = -1;
     bool m_silent = false;
     bool m_ownsItself = false;
@@ -84,6 +84,6 @@ private:
     void ended(const QJsonObject &answer, const QString &command, const CompletionHandler &handler);
     void failToLaunch(const QString &reason, int error, const CompletionHandler &handler);
     void fail(const TarvError &error, const CompletionHandler &handler);
-    bool detachTask();
+    bool detachRun();
     void release();
 };

@@ -49,7 +49,6 @@ public:
     QString status() const;
     // Sets the stored status: the one of a VM that neither runs nor failed. Null: none.
     void setStatus(const QString &status);
-    const QString &storedStatus() const { return m_storedStatus; }
 
     // "name (version)", or the name alone.
     QString displayName() const;

@@ -1,0 +1,92 @@
+#include "app/model/ControllerLaunch.h"
+
+#include "hostlib/config/config.h"
+#include "platform/process.h"
+
+#include <QCoreApplication>
+
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// The texts of an argument vector or environment, and the pointers to them.
+struct TextVector
+{
+    std::vector<QByteArray> texts;
+    std::vector<char *> pointers;
+
+    void add(const QByteArray &text) { texts.push_back(text); }
+    char *const *data()
+    {
+        pointers.clear();
+        for (QByteArray &text : texts)
+            pointers.push_back(text.data());
+        pointers.push_back(nullptr);
+        return pointers.data();
+    }
+};
+
+QMap<QByteArray, QByteArray> ownEnvironment()
+{
+    QMap<QByteArray, QByteArray> map;
+    for (char **entry = environ; *entry; ++entry) {
+        const QByteArray text(*entry);
+        const qsizetype equals = text.indexOf('=');
+        if (equals > 0)
+            map.insert(text.left(equals), text.mid(equals + 1));
+    }
+    return map;
+}
+
+QMap<QByteArray, QByteArray> encoded(const QMap<QString, QString> &environment)
+{
+    QMap<QByteArray, QByteArray> map;
+    for (auto entry = environment.begin(); entry != environment.end(); ++entry)
+        map.insert(entry.key().toLocal8Bit(), entry.value().toLocal8Bit());
+    return map;
+}
+
+// Asked for once: a directory service may be slow to tell.
+const QByteArray &ownName()
+{
+    static const QByteArray name = [] {
+        const char *user = platform_user_name(getuid());
+        return user ? QByteArray(user) : QByteArray::number(getuid());
+    }();
+    return name;
+}
+
+} // namespace
+
+ControllerLaunch controllerLaunch(const QStringList &arguments,
+                                  const std::optional<QMap<QString, QString>> &environment)
+{
+    ControllerLaunch launch;
+    launch.program = QString::fromLocal8Bit(config_get_path("tarvctl_executable"));
+    launch.arguments = arguments;
+    launch.environment = environment ? encoded(*environment) : ownEnvironment();
+    launch.environment["TARV_MACHINE_READABLE"] = "1";
+    launch.environment["TARV_TARV_VIEWER"] = QCoreApplication::applicationFilePath().toLocal8Bit();
+    launch.environment["USER"] = ownName();
+    return launch;
+}
+
+pid_t spawnController(const ControllerLaunch &launch, int output)
+{
+    const QByteArray program = launch.program.toLocal8Bit();
+    TextVector arguments;
+    arguments.add(program);
+    for (const QString &argument : launch.arguments)
+        arguments.add(argument.toLocal8Bit());
+    TextVector environment;
+    for (auto entry = launch.environment.begin(); entry != launch.environment.end(); ++entry)
+        environment.add(entry.key() + '=' + entry.value());
+    platform_launch plain{program.constData(), arguments.data(), environment.data()};
+    plain.stdin_fd = fcntl(STDIN_FILENO, F_GETFD) < 0 ? -1 : STDIN_FILENO;
+    plain.stdout_fd = output;
+    plain.stderr_fd = launch.standardError < 0 ? -1 : launch.standardError;
+    return platform_spawn(plain);
+}
