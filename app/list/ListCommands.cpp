@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 namespace {
 QString localised(const char *text)
 {
-    return QCoreApplication::translate("WelcomeWindowController", text);
+    return QCoreApplication::translate("ListCommands", text);
 }
 
 // The number that a text begins with; 0 when it begins with something else. It stops at the
@@ -35,21 +35,21 @@ ListCommandForm listCommandForm(ListCommand command)
 {
     switch (command) {
     case ListCommand::stop:
-        return {
-            u"stop"_s, {}, localised(QT_TRANSLATE_NOOP("WelcomeWindowController", "Stopping ..."))};
+        return {u"stop"_s, {}, localised(QT_TRANSLATE_NOOP("ListCommands", "Stopping ..."))};
     case ListCommand::forceStop:
         return {u"stop"_s, {u"--force"_s}, localised("Stopping ...")};
     case ListCommand::suspend:
-        return {u"suspend"_s,
-                {},
-                localised(QT_TRANSLATE_NOOP("WelcomeWindowController", "Suspending ..."))};
+        return {u"suspend"_s, {}, localised(QT_TRANSLATE_NOOP("ListCommands", "Suspending ..."))};
     case ListCommand::reboot:
         // The list reboots a VM by suspending it; only the title differs.
-        return {u"suspend"_s,
-                {},
-                localised(QT_TRANSLATE_NOOP("WelcomeWindowController", "Rebooting ..."))};
+        return {u"suspend"_s, {}, localised(QT_TRANSLATE_NOOP("ListCommands", "Rebooting ..."))};
     }
     return {};
+}
+
+QString copyTitle()
+{
+    return localised(QT_TRANSLATE_NOOP("ListCommands", "Copying ..."));
 }
 
 bool takesVM(ListCommand command, const QString &status)
@@ -75,12 +75,12 @@ QString deleteQuestion(const QStringList &names)
 {
     QString question;
     if (names.size() == 1) {
-        question = localised(
-            QT_TRANSLATE_NOOP("WelcomeWindowController", "Are you sure you want to delete %@?"));
+        question =
+            localised(QT_TRANSLATE_NOOP("ListCommands", "Are you sure you want to delete %@?"));
         return question.replace(u"%@"_s, names.first());
     }
-    question = localised(
-        QT_TRANSLATE_NOOP("WelcomeWindowController", "Are you sure you want to delete %lu VMs?"));
+    question =
+        localised(QT_TRANSLATE_NOOP("ListCommands", "Are you sure you want to delete %lu VMs?"));
     return question.replace(u"%lu"_s, QString::number(names.size()));
 }
 

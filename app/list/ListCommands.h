@@ -24,6 +24,8 @@ struct ListCommandForm
 };
 
 ListCommandForm listCommandForm(ListCommand command);
+// The title of the sheet under which a VM is copied.
+QString copyTitle();
 // Whether a selected VM of this status is passed to the command.
 bool takesVM(ListCommand command, const QString &status);
 

@@ -5,11 +5,11 @@
 
 #include <QPushButton>
 
-UnreadableSheet::UnreadableSheet(const QList<QPair<QString, QString>> &problems, QWidget *parent)
+UnreadableSheet::UnreadableSheet(const QMap<QString, QString> &problems, QWidget *parent)
     : QDialog(parent), m_ui(std::make_unique<Ui::UnreadableSheet>())
 {
     m_ui->setupUi(this);
-    for (const auto &[id, reason] : problems) {
+    for (const auto &[id, reason] : problems.asKeyValueRange()) {
         auto *item = new QTreeWidgetItem(m_ui->problems, {id, reason});
         item->setSizeHint(
             0, QSize(fontMetrics().horizontalAdvance(id) + 2 * VirtualMachineDelegate::margin,

@@ -2,8 +2,7 @@
 #pragma once
 
 #include <QDialog>
-#include <QList>
-#include <QPair>
+#include <QMap>
 #include <QString>
 
 #include <memory>
@@ -18,8 +17,7 @@ class UnreadableSheet : public QDialog
 
 public:
     // Identifiers with the reason of each.
-    explicit UnreadableSheet(const QList<QPair<QString, QString>> &problems,
-                             QWidget *parent = nullptr);
+    explicit UnreadableSheet(const QMap<QString, QString> &problems, QWidget *parent = nullptr);
     ~UnreadableSheet() override;
 
 private:

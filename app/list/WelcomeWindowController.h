@@ -2,32 +2,27 @@
 #pragma once
 
 #include "app/kit/WindowController.h"
-#include "app/list/ListCommands.h"
-#include "app/model/LibraryReader.h"
-#include "app/model/StatusReader.h"
 #include "app/model/TarvCTL.h"
-#include "tarvhv/cli2/start_mode.h"
 
 #include <QMap>
-#include <QSet>
 #include <QStringList>
-#include <QTimer>
 
-#include <functional>
 #include <memory>
 
 namespace Ui {
 class WelcomeWindowController;
 }
-class QMenu;
+class ListActions;
+class ListChrome;
+class ListContents;
+class ListMenu;
 class TarvVM;
-class TrackingArea;
 class VirtualMachinesController;
 class VirtualMachinesTable;
 
-// Starting goes through the VM's model; every other action runs the controller. Nothing here waits
-// for a file, a service or a VM: the library and the statuses are read off the main thread, and the
-// actions go by the statuses as they are then, or as shown when a VM does not answer in a second.
+// Answers the menu's actions and joins four rooms: what is shown (ListContents), what commands do
+// to the selection (ListActions), the menu and buttons that offer them (ListMenu) and the window
+// around them (ListChrome). Nothing here waits for a file, a service or a VM.
 class WelcomeWindowController : public WindowController
 {
     Q_OBJECT
@@ -37,7 +32,7 @@ public:
     static WelcomeWindowController *controller();
     ~WelcomeWindowController() override;
 
-    VirtualMachinesController *virtualMachinesController() const { return m_machines; }
+    VirtualMachinesController *virtualMachinesController() const;
     VirtualMachinesTable *virtualMachinesTableView() const;
     // The selected VMs, from top to bottom.
     QList<TarvVM *> selectedObjects() const;
@@ -49,7 +44,7 @@ public:
     // next reload.
     Q_INVOKABLE void virtualMachineDidChange();
     // VMs left out of the list, by identifier, with the reason.
-    const QMap<QString, QString> &unreadableVirtualMachines() const { return m_problems; }
+    const QMap<QString, QString> &unreadableVirtualMachines() const;
 
     // Starts the double-clicked VM: forced while Option (Alt) is held, or where the VM has no guest
     // add-ons.
@@ -96,44 +91,14 @@ private:
     WelcomeWindowController();
 
     void connectTable();
-    void makeActions();
-    void connectButtons();
-    void observeServices();
-
-    void mergeRecords(const QList<LibraryRecord> &records);
-    void takeLateRecord(const LibraryRecord &record);
-    void readStatuses();
-    void libraryRead(const QList<LibraryRecord> &records);
+    void connectContents();
     void showListState();
     void showProblems();
 
-    void startSelected(StartMode mode);
-    void startByAddons(TarvVM *vm);
-    void runCommand(ListCommand command);
-    void runDelete(const QStringList &arguments);
-    QStringList selectedIdentifiers() const;
-
-    QAction *actionFor(const QString &action) const;
-    void perform(const QString &action);
-    void updateButtons();
-    void showContextMenu(const QPoint &position);
-
-    void reloadInfoViewTrackingAreaForCurrentLayout();
-    void mouseEntered(const TrackingArea *area);
-    void mouseExited(const TrackingArea *area);
-    void restoreLayout();
-    void saveLayout() const;
-
     std::unique_ptr<Ui::WelcomeWindowController> m_ui;
-    VirtualMachinesController *m_machines;
-    QMenu *m_menu = nullptr;
-    TrackingArea *m_infoViewTrackingArea = nullptr;
-    LibraryReader m_library;
-    StatusReader m_statuses;
-    QTimer m_buttonsDue;    // many changes of rows, one look at the buttons
-    QTimer m_changesGather; // runs for a while after a reload that a change caused
-    bool m_changed = false; // a change came while it ran
-    QMap<QString, QString> m_problems;
-    QSet<QString> m_starting; // double-clicked, add-ons version being read
-    bool m_preparing = false; // a command waits for the statuses of its VMs
+    // Children of this controller or of its window.
+    ListContents *m_contents;
+    ListActions *m_actions = nullptr;
+    ListChrome *m_chrome = nullptr;
+    ListMenu *m_menu = nullptr;
 };

@@ -109,6 +109,121 @@
     </message>
 </context>
 <context>
+    <name>ListActions</name>
+    <message>
+        <source>Delete</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+</context>
+<context>
+    <name>ListChrome</name>
+    <message>
+        <source>Version %@</source>
+        <translation>Version %@</translation>
+    </message>
+    <message>
+        <source>Choose New VM… to make one.</source>
+        <translation>Mit „Neue VM …“ legen Sie eine an.</translation>
+    </message>
+    <message>
+        <source>Make one with the command &quot;tarvctl create&quot;.</source>
+        <translation>Mit dem Befehl „tarvctl create“ legen Sie eine an.</translation>
+    </message>
+    <message>
+        <source>1 VM could not be read</source>
+        <translation>1 VM konnte nicht gelesen werden</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n VMs could not be read</source>
+        <translation>
+            <numerusform>%n VM konnte nicht gelesen werden</numerusform>
+            <numerusform>%n VMs konnten nicht gelesen werden</numerusform>
+        </translation>
+    </message>
+</context>
+<context>
+    <name>ListCommands</name>
+    <message>
+        <source>Stopping ...</source>
+        <translation>Wird gestoppt …</translation>
+    </message>
+    <message>
+        <source>Suspending ...</source>
+        <translation>Wird in den Ruhezustand versetzt …</translation>
+    </message>
+    <message>
+        <source>Rebooting ...</source>
+        <translation>Wird neu gestartet …</translation>
+    </message>
+    <message>
+        <source>Copying ...</source>
+        <translation>Wird kopiert …</translation>
+    </message>
+    <message>
+        <source>Are you sure you want to delete %@?</source>
+        <translation>Möchten Sie „%@“ wirklich löschen?</translation>
+    </message>
+    <message>
+        <source>Are you sure you want to delete %lu VMs?</source>
+        <translation>Möchten Sie %lu VMs wirklich löschen?</translation>
+    </message>
+</context>
+<context>
+    <name>ListMenu</name>
+    <message>
+        <source>Start</source>
+        <translation>Starten</translation>
+    </message>
+    <message>
+        <source>Force Start</source>
+        <translation>Starten erzwingen</translation>
+    </message>
+    <message>
+        <source>Start in Recovery</source>
+        <translation>Im Wiederherstellungsmodus starten</translation>
+    </message>
+    <message>
+        <source>Suspend</source>
+        <translation>In den Ruhezustand versetzen</translation>
+    </message>
+    <message>
+        <source>Reboot</source>
+        <translation>Neu starten</translation>
+    </message>
+    <message>
+        <source>Stop</source>
+        <translation>Stoppen</translation>
+    </message>
+    <message>
+        <source>Force Stop</source>
+        <translation>Stoppen erzwingen</translation>
+    </message>
+    <message>
+        <source>Rename</source>
+        <translation>Umbenennen</translation>
+    </message>
+    <message>
+        <source>Clone</source>
+        <translation>Klonen</translation>
+    </message>
+    <message>
+        <source>Copy</source>
+        <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>Delete…</source>
+        <translation>Löschen …</translation>
+    </message>
+    <message>
+        <source>New VM…</source>
+        <translation>Neue VM …</translation>
+    </message>
+</context>
+<context>
     <name>LongRunningOperationWindowController</name>
     <message>
         <source>Progress</source>
@@ -498,115 +613,12 @@
         <translation>&amp;Starten</translation>
     </message>
     <message>
-        <source>Stopping ...</source>
-        <translation>Wird gestoppt …</translation>
-    </message>
-    <message>
-        <source>Suspending ...</source>
-        <translation>Wird in den Ruhezustand versetzt …</translation>
-    </message>
-    <message>
-        <source>Rebooting ...</source>
-        <translation>Wird neu gestartet …</translation>
-    </message>
-    <message>
-        <source>Are you sure you want to delete %@?</source>
-        <translation>Möchten Sie „%@“ wirklich löschen?</translation>
-    </message>
-    <message>
-        <source>Are you sure you want to delete %lu VMs?</source>
-        <translation>Möchten Sie %lu VMs wirklich löschen?</translation>
-    </message>
-    <message>
-        <source>Copying ...</source>
-        <translation>Wird kopiert …</translation>
-    </message>
-    <message>
-        <source>Delete</source>
-        <translation>Löschen</translation>
-    </message>
-    <message>
-        <source>Cancel</source>
-        <translation>Abbrechen</translation>
-    </message>
-    <message>
-        <source>Start</source>
-        <translation>Starten</translation>
-    </message>
-    <message>
-        <source>Force Start</source>
-        <translation>Starten erzwingen</translation>
-    </message>
-    <message>
-        <source>Start in Recovery</source>
-        <translation>Im Wiederherstellungsmodus starten</translation>
-    </message>
-    <message>
-        <source>Suspend</source>
-        <translation>In den Ruhezustand versetzen</translation>
-    </message>
-    <message>
-        <source>Reboot</source>
-        <translation>Neu starten</translation>
-    </message>
-    <message>
-        <source>Stop</source>
-        <translation>Stoppen</translation>
-    </message>
-    <message>
-        <source>Force Stop</source>
-        <translation>Stoppen erzwingen</translation>
-    </message>
-    <message>
-        <source>Clone</source>
-        <translation>Klonen</translation>
-    </message>
-    <message>
-        <source>Copy</source>
-        <translation>Kopieren</translation>
-    </message>
-    <message>
-        <source>Delete…</source>
-        <translation>Löschen …</translation>
-    </message>
-    <message>
-        <source>New VM…</source>
-        <translation>Neue VM …</translation>
-    </message>
-    <message>
-        <source>Version %@</source>
-        <translation>Version %@</translation>
-    </message>
-    <message>
-        <source>1 VM could not be read</source>
-        <translation>1 VM konnte nicht gelesen werden</translation>
-    </message>
-    <message numerus="yes">
-        <source>%n VMs could not be read</source>
-        <translation>
-            <numerusform>%n VM konnte nicht gelesen werden</numerusform>
-            <numerusform>%n VMs konnten nicht gelesen werden</numerusform>
-        </translation>
-    </message>
-    <message>
         <source>St&amp;op</source>
         <translation>St&amp;oppen</translation>
     </message>
     <message>
         <source>There are no virtual machines yet</source>
         <translation>Es gibt noch keine virtuellen Maschinen</translation>
-    </message>
-    <message>
-        <source>Choose New VM… to make one.</source>
-        <translation>Mit „Neue VM …“ legen Sie eine an.</translation>
-    </message>
-    <message>
-        <source>Make one with the command &quot;tarvctl create&quot;.</source>
-        <translation>Mit dem Befehl „tarvctl create“ legen Sie eine an.</translation>
-    </message>
-    <message>
-        <source>Rename</source>
-        <translation>Umbenennen</translation>
     </message>
 </context>
 </TS>

@@ -1,0 +1,194 @@
+#include "app/list/ListActions.h"
+
+#include "app/kit/Alert.h"
+#include "app/kit/BackgroundWork.h"
+#include "app/kit/SheetCodes.h"
+#include "app/kit/WindowController.h"
+#include "app/list/ListContents.h"
+#include "app/list/VirtualMachinesController.h"
+#include "app/list/VirtualMachinesTable.h"
+#include "app/model/LongCommand.h"
+#include "app/model/TarvCTL.h"
+#include "app/model/TarvVM.h"
+#include "hostlib/vm/addons.h"
+#include "hostlib/vm/vm.h"
+#include "hostlib/vm/vmlib.h"
+#include "policy/kv.h"
+
+#include <QFile>
+#include <QPointer>
+
+#include <memory>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// Whether a VM carries the guest add-ons; it reads its disk and runs external tools.
+bool hasAddons(const QByteArray &vmid)
+{
+    const std::unique_ptr<vmlib, decltype(&vmlib_close)> library(vmlib_open(nullptr), &vmlib_close);
+    const std::unique_ptr<vm, decltype(&vm_close)> record(
+        library ? vmlib_get(library.get(), vmid.constData(), nullptr) : nullptr, &vm_close);
+    const std::unique_ptr<kv, decltype(&kv_free)> version(vm_read_addons_version(record.get()),
+                                                          &kv_free);
+    return version != nullptr;
+}
+} // namespace
+
+ListActions::ListActions(WindowController *window, VirtualMachinesTable *table,
+                         ListContents *contents)
+    : QObject(window), m_window(window), m_table(table), m_contents(contents)
+{
+}
+
+QList<TarvVM *> ListActions::selected() const
+{
+    QList<TarvVM *> objects;
+    for (const int row : m_table->selectedRows())
+        objects.append(m_contents->machines()->objectAt(row));
+    return objects;
+}
+
+QStringList ListActions::selectedIdentifiers() const
+{
+    QStringList identifiers;
+    for (const TarvVM *vm : selected())
+        identifiers.append(vm->uuid());
+    return identifiers;
+}
+
+QStringList ListActions::selectedStatuses() const
+{
+    QStringList statuses;
+    for (const TarvVM *vm : selected())
+        statuses.append(m_contents->machines()->shownStatus(vm));
+    return statuses;
+}
+
+TarvVM *ListActions::vmOfRow() const
+{
+    return m_contents->machines()->objectAt(m_table->selectedRow());
+}
+
+// Statuses first, for all at once: the starts then follow in the order of the selection.
+void ListActions::start(StartMode mode)
+{
+    const QStringList vmids = selectedIdentifiers();
+    m_contents->gatherStatuses(vmids, [this, vmids, mode](const QSet<QString> &silent) {
+        const VirtualMachinesController *machines = m_contents->machines();
+        for (const QString &vmid : vmids) {
+            TarvVM *vm = machines->find(vmid);
+            silent.contains(vmid) ? vm->start(mode) : vm->start(mode, machines->shownStatus(vm));
+        }
+    });
+}
+
+void ListActions::startRow(bool forced)
+{
+    TarvVM *vm = vmOfRow();
+    if (!vm)
+        return;
+    forced ? vm->start(StartMode::forced) : startByAddons(vm->uuid());
+}
+
+void ListActions::startByAddons(const QString &vmid)
+{
+    if (m_starting.contains(vmid))
+        return; // its add-ons version is being read; one start follows
+    m_starting.insert(vmid);
+    // The shared one: a start that was asked for happens also when this window closes meanwhile.
+    BackgroundWork::shared().run(
+        BackgroundWork::Lane::guests,
+        [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
+            const bool addons = hasAddons(QFile::encodeName(vmid));
+            const StartMode mode = addons ? StartMode::normal : StartMode::forced;
+            return [self, vmid, mode] {
+                if (self)
+                    self->m_starting.remove(vmid);
+                TarvVM *known = self ? self->m_contents->machines()->find(vmid) : nullptr;
+                known ? known->start(mode) : TarvVM(vmid).start(mode);
+            };
+        });
+}
+
+void ListActions::run(ListCommand command)
+{
+    if (std::exchange(m_preparing, true))
+        return;
+    const QStringList vmids = selectedIdentifiers();
+    m_contents->gatherStatuses(vmids, [this, vmids, command](const QSet<QString> &) {
+        m_preparing = false;
+        const VirtualMachinesController *machines = m_contents->machines();
+        QStringList taken;
+        for (const QString &vmid : vmids)
+            if (takesVM(command, machines->shownStatus(machines->find(vmid))))
+                taken.append(vmid);
+        const ListCommandForm form = listCommandForm(command);
+        runUnderSheet(form.command, form.title, taken, form.options);
+    });
+}
+
+void ListActions::runUnderSheet(const QString &command, const QString &description,
+                                const QStringList &virtualMachines, const QStringList &options)
+{
+    if (virtualMachines.isEmpty())
+        return;
+    runLongCommand(*m_window, longCommandArguments(command, options, virtualMachines), description,
+                   [contents = QPointer(m_contents)] {
+                       if (contents)
+                           contents->reload();
+                   });
+}
+
+void ListActions::copyRow()
+{
+    if (const TarvVM *vm = vmOfRow())
+        runUnderSheet(u"clone"_s, copyTitle(), {vm->uuid(), uniqueNameFor(vm->name())},
+                      {u"--copy"_s});
+}
+
+void ListActions::cloneRow()
+{
+    if (const TarvVM *vm = vmOfRow())
+        TarvCTL::executeCommand({u"clone"_s, vm->uuid(), uniqueNameFor(vm->name())});
+}
+
+void ListActions::renameRow()
+{
+    m_table->editName(m_table->selectedRow());
+}
+
+void ListActions::deleteSelected()
+{
+    const QStringList arguments = deleteArguments(selectedIdentifiers());
+    if (arguments.isEmpty())
+        return;
+    QStringList names;
+    for (const TarvVM *vm : selected())
+        names.append(vm->name().isEmpty() ? vm->uuid() : vm->name()); // as its row says
+    Alert alert(deleteQuestion(names));
+    alert.addButton(tr("Delete")).addButton(tr("Cancel"));
+    alert.beginSheet(m_window->window(), [this, arguments](int result) {
+        if (result == AlertFirstButton)
+            runDelete(arguments);
+    });
+}
+
+void ListActions::runDelete(const QStringList &arguments)
+{
+    TarvCTL::executeCommand(
+        arguments, std::nullopt,
+        [contents = QPointer(m_contents)](const QJsonValue &, const auto &error) {
+            if (!error && contents)
+                contents->reload();
+        });
+}
+
+QString ListActions::uniqueNameFor(const QString &name) const
+{
+    QStringList taken;
+    for (const TarvVM *vm : m_contents->machines()->arrangedObjects())
+        taken.append(vm->name());
+    return uniqueName(name, taken);
+}
