@@ -1,33 +1,15 @@
 #include "app/model/ControllerLaunch.h"
 
 #include "hostlib/config/config.h"
+#include "platform/child.h"
 #include "platform/process.h"
 
 #include <QCoreApplication>
-
-#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
-
-// The texts of an argument vector or environment, and the pointers to them.
-struct TextVector
-{
-    std::vector<QByteArray> texts;
-    std::vector<char *> pointers;
-
-    void add(const QByteArray &text) { texts.push_back(text); }
-    char *const *data()
-    {
-        pointers.clear();
-        for (QByteArray &text : texts)
-            pointers.push_back(text.data());
-        pointers.push_back(nullptr);
-        return pointers.data();
-    }
-};
 
 QMap<QByteArray, QByteArray> ownEnvironment()
 {
@@ -76,17 +58,16 @@ ControllerLaunch controllerLaunch(const QStringList &arguments,
 
 pid_t spawnController(const ControllerLaunch &launch, int output)
 {
-    const QByteArray program = launch.program.toLocal8Bit();
-    TextVector arguments;
-    arguments.add(program);
+    const std::string program = launch.program.toLocal8Bit().toStdString();
+    ChildLaunch plain{.program = program, .arguments = {program}};
+    plain.environment.emplace();
     for (const QString &argument : launch.arguments)
-        arguments.add(argument.toLocal8Bit());
-    TextVector environment;
+        plain.arguments.push_back(argument.toLocal8Bit().toStdString());
     for (auto entry = launch.environment.begin(); entry != launch.environment.end(); ++entry)
-        environment.add(entry.key() + '=' + entry.value());
-    platform_launch plain{program.constData(), arguments.data(), environment.data()};
-    plain.stdin_fd = fcntl(STDIN_FILENO, F_GETFD) < 0 ? -1 : STDIN_FILENO;
-    plain.stdout_fd = output;
-    plain.stderr_fd = launch.standardError < 0 ? -1 : launch.standardError;
-    return platform_spawn(plain);
+        plain.environment->push_back((entry.key() + '=' + entry.value()).toStdString());
+    plain.in = fcntl(STDIN_FILENO, F_GETFD) < 0 ? -1 : STDIN_FILENO;
+    plain.out = output;
+    plain.err = launch.standardError;
+    Child child;
+    return child.start(plain) == 0 ? child.release() : -1;
 }

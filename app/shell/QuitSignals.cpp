@@ -37,11 +37,8 @@ void handle(int number, void (*handler)(int))
 
 QuitSignals::QuitSignals(QObject *parent) : QObject(parent)
 {
-    int ends[2];
-    if (platform_pipe(ends) != 0)
+    if (platform_pipe(&m_read, &m_write) != 0)
         return; // they end the process, as they would without this
-    m_read.reset(ends[0]);
-    m_write.reset(ends[1]);
     fcntl(m_read.get(), F_SETFL, O_NONBLOCK);
     fcntl(m_write.get(), F_SETFL, O_NONBLOCK);
     g_write = m_write.get();

@@ -68,14 +68,14 @@ int platform_reserve(int fd, uint64_t size)
     return fcntl(fd, F_PREALLOCATE, &request) == -1 ? -1 : 0;
 }
 
-int platform_pipe(int ends[2])
+int platform_pipe(UniqueFd *reader, UniqueFd *writer)
 {
+    int ends[2];
     if (pipe(ends) != 0)
         return -1;
-    UniqueFd read_end(ends[0]), write_end(ends[1]);
-    if (fcntl(ends[0], F_SETFD, FD_CLOEXEC) != 0 || fcntl(ends[1], F_SETFD, FD_CLOEXEC) != 0)
-        return -1;
-    read_end.release();
-    write_end.release();
-    return 0;
+    reader->reset(ends[0]);
+    writer->reset(ends[1]);
+    return fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0
+               ? 0
+               : -1;
 }

@@ -1,7 +1,5 @@
 #include "platform/file.h"
 
-#include "platform/unique_fd.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -61,7 +59,12 @@ int platform_reserve(int fd, uint64_t size)
     return result;
 }
 
-int platform_pipe(int ends[2])
+int platform_pipe(UniqueFd *reader, UniqueFd *writer)
 {
-    return pipe2(ends, O_CLOEXEC);
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return -1;
+    reader->reset(ends[0]);
+    writer->reset(ends[1]);
+    return 0;
 }

@@ -2,9 +2,9 @@
 
 #include <fcntl.h>
 
-bool ChildStdio::prepare(const platform_launch &launch)
+bool ChildStdio::prepare(const ChildLaunch &launch)
 {
-    const int given[] = {launch.stdin_fd, launch.stdout_fd, launch.stderr_fd};
+    const int given[] = {launch.in, launch.out, launch.err};
     for (int target = 0; target < 3; target++) {
         m_source[target] = given[target];
         if (given[target] < 0 || given[target] > 2 || given[target] == target)

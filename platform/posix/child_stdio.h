@@ -1,7 +1,7 @@
 // The three standard descriptors of a child, put where no copy overwrites another's source.
 #pragma once
 
-#include "platform/process.h"
+#include "platform/child.h"
 #include "platform/unique_fd.h"
 
 // Where descriptors 0, 1 and 2 of a child come from: -1 stands for /dev/null. A source is either
@@ -10,7 +10,7 @@ class ChildStdio
 {
 public:
     // False with errno set.
-    bool prepare(const platform_launch &launch);
+    bool prepare(const ChildLaunch &launch);
     int source(int target) const { return m_source[target]; }
 
 private:

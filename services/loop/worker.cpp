@@ -49,12 +49,9 @@ try {
     self->m_shared = std::make_shared<Shared>();
     Shared &shared = *self->m_shared;
     shared.limit = limit;
-    int ends[2];
-    if (platform_pipe(ends) != 0)
+    if (platform_pipe(&shared.wake_reader, &shared.wake_writer) != 0)
         return nullptr;
-    shared.wake_reader.reset(ends[0]);
-    shared.wake_writer.reset(ends[1]);
-    for (const int end : ends)
+    for (const int end : {shared.wake_reader.get(), shared.wake_writer.get()})
         if (fcntl(end, F_SETFL, fcntl(end, F_GETFL) | O_NONBLOCK) != 0)
             return nullptr;
     self->m_source = event_io(loop, shared.wake_reader.get(), EPOLLIN,

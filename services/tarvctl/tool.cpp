@@ -1,79 +1,29 @@
 #include "services/tarvctl/tool.h"
 
-#include "platform/process.h"
-#include "platform/unique_fd.h"
+#include "platform/child.h"
+#include "platform/file.h"
 #include "services/tarvctl/answer.h"
 #include "services/tarvctl/cancel.h"
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr size_t kept_output = 16 * 1024;
+constexpr size_t KEPT_OUTPUT = 16 * 1024;
 
-struct Pipe
+ChildLaunch launch_of(const std::string &program, const std::vector<std::string> &arguments)
 {
-    UniqueFd reader, writer;
-    Pipe()
-    {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            throw system_failure("pipe", errno);
-        reader.reset(ends[0]);
-        writer.reset(ends[1]);
-    }
-};
-
-// The running tool; ended and reaped when dropped early.
-class Child
-{
-public:
-    Child(const std::string &program, const std::vector<std::string> &arguments, int out, int err)
-    {
-        std::vector<std::string> texts{program};
-        texts.insert(texts.end(), arguments.begin(), arguments.end());
-        std::vector<char *> argv;
-        for (std::string &text : texts)
-            argv.push_back(text.data());
-        argv.push_back(nullptr);
-        // Its messages are searched for their meaning.
-        std::string locale = "LC_ALL=C";
-        char *envp[] = {locale.data(), nullptr};
-        platform_launch launch{.path = program.c_str(), .argv = argv.data(), .envp = envp};
-        launch.stdout_fd = out;
-        launch.stderr_fd = err;
-        m_pid = platform_spawn_bound(launch, nullptr, 0);
-        if (m_pid < 0)
-            throw system_failure(program, errno);
-    }
-    ~Child()
-    {
-        if (m_pid > 0) {
-            kill(m_pid, SIGKILL);
-            wait();
-        }
-    }
-    Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
-    int wait()
-    {
-        int status = 0;
-        while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR)
-            ;
-        m_pid = -1;
-        return status;
-    }
-
-private:
-    pid_t m_pid = -1;
-};
+    // Its messages are searched for their meaning.
+    ChildLaunch launch{.program = program, .arguments = {program}};
+    launch.environment = std::vector<std::string>{"LC_ALL=C"};
+    launch.arguments.insert(launch.arguments.end(), arguments.begin(), arguments.end());
+    launch.life = ChildLife::bound;
+    return launch;
+}
 
 // Appends what is there to be read. False at the end.
 bool take(UniqueFd &fd, std::string &text)
@@ -82,8 +32,8 @@ bool take(UniqueFd &fd, std::string &text)
     const ssize_t got = read(fd.get(), bytes.data(), bytes.size());
     if (got > 0)
         text.append(bytes.data(), static_cast<size_t>(got));
-    if (text.size() > kept_output)
-        text.erase(0, text.size() - kept_output);
+    if (text.size() > KEPT_OUTPUT)
+        text.erase(0, text.size() - KEPT_OUTPUT);
     return got > 0 || (got < 0 && (errno == EINTR || errno == EAGAIN));
 }
 
@@ -95,28 +45,37 @@ ToolRun run_tool(const std::string &program, const std::vector<std::string> &arg
 {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + patience;
-    Pipe out, err;
-    Child child(program, arguments, out.writer.get(), err.writer.get());
-    out.writer.reset();
-    err.writer.reset();
+    UniqueFd out, err, out_writer, err_writer;
+    if (platform_pipe(&out, &out_writer) != 0 || platform_pipe(&err, &err_writer) != 0)
+        throw system_failure("pipe", errno);
+    ChildLaunch launch = launch_of(program, arguments);
+    launch.out = out_writer.get();
+    launch.err = err_writer.get();
+    Child child; // which is killed when this function is left early
+    if (child.start(launch) != 0)
+        throw system_failure(program, errno);
+    out_writer.reset();
+    err_writer.reset();
     ToolRun run;
-    while (out.reader || err.reader) {
-        pollfd waits[] = {{out.reader.get(), POLLIN, 0}, {err.reader.get(), POLLIN, 0}};
+    while (out || err) {
+        pollfd waits[] = {{out.get(), POLLIN, 0}, {err.get(), POLLIN, 0}};
         poll(waits, 2, 100);
         check_cancelled();
         if (patience.count() > 0 && Clock::now() > deadline) {
             run.status = TOOL_TIMED_OUT;
             return run;
         }
-        if (waits[0].revents && !take(out.reader, run.out))
-            out.reader.reset();
-        if (waits[1].revents && !take(err.reader, run.err))
-            err.reader.reset();
+        if (waits[0].revents && !take(out, run.out))
+            out.reset();
+        if (waits[1].revents && !take(err, run.err))
+            err.reset();
         if (watch)
             watch(run.out);
     }
-    const int status = child.wait();
+    int status = 0;
+    if (child.wait(&status) != 0)
+        throw system_failure(program, errno);
     check_cancelled();
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    run.status = child_exit_status(status);
     return run;
 }

@@ -3,6 +3,7 @@
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
 #include "hostlib/vms/vms.h"
+#include "platform/child.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
@@ -14,7 +15,6 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -62,32 +62,16 @@ UniqueFd open_log(std::string &path)
                               : -1);
 }
 
-pid_t launch(const std::string &program, int log)
-{
-    std::string name = program, detach = "--detach";
-    char *argv[] = {name.data(), detach.data(), nullptr};
-    std::vector<std::string> environment = vlaunchd_environment();
-    std::vector<char *> envp;
-    for (std::string &item : environment)
-        envp.push_back(item.data());
-    envp.push_back(nullptr);
-    platform_launch plan{.path = program.c_str(), .argv = argv, .envp = envp.data()};
-    plan.stdout_fd = plan.stderr_fd = log;
-    return platform_spawn(plan);
-}
-
 // Until the new process listens or ends.
-int await(const std::string &path, pid_t pid, const std::string &log, Clock::time_point deadline,
+int await(const std::string &path, Child &child, const std::string &log, Clock::time_point deadline,
           std::string &message)
 {
     const std::string where = log.empty() ? "" : "; its log is " + log;
     for (int status = 0; !listens(path); pause_briefly()) {
-        if (waitpid(pid, &status, WNOHANG) == pid)
+        if (child.ended(&status))
             return fail(ECHILD, message,
                         "the launch service ended at once with status " +
-                            std::to_string(WIFEXITED(status) ? WEXITSTATUS(status)
-                                                             : 128 + WTERMSIG(status)) +
-                            where);
+                            std::to_string(child_exit_status(status)) + where);
         if (Clock::now() > deadline)
             return fail(ETIMEDOUT, message,
                         "the launch service does not listen on " + path + where);
@@ -102,12 +86,19 @@ int start(const std::string &path, Clock::time_point deadline, std::string &mess
         return fail(ENOENT, message, "setting vlaunchd_executable: not set");
     std::string log_path;
     UniqueFd log = open_log(log_path);
-    const pid_t pid = launch(program, log.get());
-    if (pid < 0) {
+    Child child;
+    if (child.start({.program = program,
+                     .arguments = {program, "--detach"},
+                     .environment = vlaunchd_environment(),
+                     .out = log.get(),
+                     .err = log.get()}) != 0) {
         const int error = errno;
         return fail(error, message, std::string(program) + ": " + strerror(error));
     }
-    return await(path, pid, log ? log_path : "", deadline, message);
+    const int result = await(path, child, log ? log_path : "", deadline, message);
+    // It serves on without us, and what is slow to listen may do so yet.
+    child.release();
+    return result;
 }
 
 } // namespace

@@ -1,10 +1,8 @@
 // Starts a job's process, held until it is on record.
 #pragma once
 
-#include "platform/unique_fd.h"
+#include "platform/child.h"
 #include "services/vlaunchd/job.h"
-
-#include <string>
 
 // A process that was made but runs no program yet. Dropped without release(), or when the launch
 // service dies, it ends without having done anything.
@@ -14,13 +12,10 @@ public:
     // Makes the process: a session of its own, standard output and error to `output`, standard
     // input empty, "/" as its directory. 0, or -1 with errno set.
     int prepare(const JobRequest &request, int output);
-    pid_t pid() const { return m_pid; }
+    pid_t pid() const { return m_child.pid(); }
     // Lets the program begin. 0, or -1 with the errno of its start, the process being gone then.
     int release();
-    ~HeldProcess();
 
 private:
-    pid_t m_pid = -1;
-    UniqueFd m_gate;   // a byte lets it go, end of stream ends it
-    UniqueFd m_result; // the errno of a failed start; end of stream when it succeeded
+    Child m_child;
 };

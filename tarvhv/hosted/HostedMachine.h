@@ -1,6 +1,7 @@
 // One VM whose supervisor this process started and looks after.
 #pragma once
 
+#include "platform/child.h"
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2/start_mode.h"
 
@@ -11,7 +12,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <sys/types.h>
 
 // A supervisor as data: what is run for a VM.
 struct SupervisorLaunch
@@ -43,13 +43,12 @@ Q_SIGNALS:
     void ended(bool failed);
 
 private:
-    HostedMachine(const std::string &id, pid_t pid, UniqueFd watch);
+    HostedMachine(const std::string &id, Child child);
     void tryScreen();
     void reap();
 
     std::string m_id;
-    pid_t m_pid; // -1 once reaped
-    UniqueFd m_watch;
+    Child m_child; // without a pid once it has ended
     QSocketNotifier m_ended;
     QTimer m_again;
 };

@@ -1,6 +1,6 @@
 #include "vdsk/vdsk.h"
 
-#include "platform/process.h"
+#include "platform/child.h"
 #include "tests/support/scratch.h"
 
 #include <gtest/gtest.h>
@@ -18,11 +18,9 @@ using Disk = std::unique_ptr<vdsk, decltype(&vdsk_close)>;
 // Runs a tool of QEMU to its end.
 void run(std::vector<std::string> arguments)
 {
-    std::vector<char *> argv;
-    for (std::string &argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    ASSERT_EQ(wait_child(platform_spawn({argv[0], argv.data(), nullptr})), 0)
+    Child tool;
+    ASSERT_EQ(tool.start({.program = arguments[0], .arguments = arguments}), 0);
+    ASSERT_EQ(wait_child(tool.release()), 0)
         << arguments[0] << " " << arguments[1] << " " << arguments.back();
 }
 

@@ -1,6 +1,8 @@
 // Files: locking opens and the path behind a descriptor.
 #pragma once
 
+#include "platform/unique_fd.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <sys/types.h>
@@ -21,5 +23,5 @@ int platform_fd_path(int fd, char *buffer, size_t size);
 // Reserves `size` bytes for a file without changing its length, so that writing them can't fail
 // for want of space. 0, or -1 with errno set (ENOSPC); ENOTSUP where the file system can't.
 int platform_reserve(int fd, uint64_t size);
-// A pipe: the read end, then the write end, both close-on-exec. 0, or -1 with errno set.
-int platform_pipe(int ends[2]);
+// A pipe, both ends close-on-exec. 0, or -1 with errno set.
+int platform_pipe(UniqueFd *reader, UniqueFd *writer);

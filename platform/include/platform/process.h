@@ -1,8 +1,7 @@
-// Processes: state and age of any, launch of children, the peer of a socket.
+// Processes: state and age of any, the peer of a socket.
 #pragma once
 
 #include <cstdint>
-#include <fcntl.h>
 #include <sys/types.h>
 
 // State codes of platform_process_state.
@@ -32,25 +31,6 @@ int platform_peer_uid(int fd, uid_t *uid);
 
 // Whether a program gets rights that who starts it may not have.
 bool platform_program_has_rights(const char *path);
-
-// A launch as plain data. Descriptors 0 to 2 are those given (-1: /dev/null); none other is
-// inherited.
-struct platform_launch
-{
-    const char *path;
-    char *const *argv;
-    char *const *envp;    // or null: this process's own
-    int dirfd = AT_FDCWD; // the directory to run in
-    int stdin_fd = -1;
-    int stdout_fd = -1;
-    int stderr_fd = -1;
-};
-// Starts a child, with this thread's blocked and ignored signals. Its pid, or -1 with errno set.
-pid_t platform_spawn(const platform_launch &launch);
-// The same for a child that must not outlive this thread, and can keep `extra` more descriptors
-// (above 2) open under their own numbers. It starts with no signal blocked or ignored. ENOTSUP
-// where the system can't.
-pid_t platform_spawn_bound(const platform_launch &launch, const int *extra, int extra_count);
 
 // The environment of this process: NAME=value texts and a null at the end.
 char **platform_environment();

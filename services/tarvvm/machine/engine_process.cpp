@@ -1,8 +1,6 @@
 #include "services/tarvvm/machine/engine_process.h"
 
 #include "platform/file.h"
-#include "platform/process.h"
-#include "platform/watch.h"
 
 #include <cerrno>
 #include <csignal>
@@ -35,15 +33,6 @@ bool set_nonblocking(int fd)
     return fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK) == 0;
 }
 
-std::vector<char *> pointers(std::vector<std::string> &texts)
-{
-    std::vector<char *> result;
-    for (std::string &text : texts)
-        result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
-}
-
 std::string end_text(int status)
 {
     if (WIFSIGNALED(status))
@@ -65,33 +54,29 @@ std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch
                                                     std::function<void(const EngineEnd &)> ended)
 {
     std::unique_ptr<EngineProcess> self(new EngineProcess(log, std::move(ended)));
-    int words[2];
-    if (platform_pipe(words) != 0)
+    UniqueFd words_end;
+    if (platform_pipe(&self->m_words, &words_end) != 0)
         return nullptr;
-    self->m_words.reset(words[0]);
-    const UniqueFd words_end(words[1]);
-    std::vector<std::string> arguments = launch.arguments;
-    arguments.insert(arguments.begin(), launch.program);
-    std::vector<std::string> environment = launch.environment;
-    const std::vector<char *> argv = pointers(arguments);
-    const std::vector<char *> envp = pointers(environment);
-    const platform_launch plan{launch.program.c_str(), argv.data(),    envp.data(), AT_FDCWD, -1,
-                               words_end.get(),        words_end.get()};
-    const int kept[] = {channels->engine_monitor.get(), channels->engine_console.get(),
-                        channels->engine_agent.get()};
-    self->m_pid = platform_spawn_bound(plan, kept, 3);
-    if (self->m_pid < 0)
+    ChildLaunch plan{.program = launch.program,
+                     .arguments = launch.arguments,
+                     .environment = launch.environment,
+                     .out = words_end.get(),
+                     .err = words_end.get(),
+                     .kept = {channels->engine_monitor.get(), channels->engine_console.get(),
+                              channels->engine_agent.get()},
+                     .life = ChildLife::bound};
+    plan.arguments.insert(plan.arguments.begin(), launch.program);
+    if (self->m_child.start(plan) != 0)
         return nullptr;
     channels->engine_monitor.reset();
     channels->engine_console.reset();
     channels->engine_agent.reset();
     self->m_console = std::move(channels->console);
-    self->m_watch.reset(platform_watch_process(self->m_pid));
-    if (!self->m_watch || !set_nonblocking(self->m_words.get()))
+    if (self->m_child.watch() < 0 || !set_nonblocking(self->m_words.get()))
         return nullptr;
     EngineProcess *engine = self.get();
     self->m_watch_source =
-        event_io(loop, self->m_watch.get(), EPOLLIN, [engine](uint32_t) { engine->onEnd(); });
+        event_io(loop, self->m_child.watch(), EPOLLIN, [engine](uint32_t) { engine->onEnd(); });
     self->m_words_source =
         event_io(loop, self->m_words.get(), EPOLLIN, [engine](uint32_t) { engine->readWords(); });
     self->m_console_source = event_io(loop, self->m_console.get(), EPOLLIN,
@@ -99,26 +84,11 @@ std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch
     return self;
 }
 
-EngineProcess::~EngineProcess()
-{
-    if (m_pid <= 0)
-        return;
-    kill(m_pid, SIGKILL); // our child, not yet waited for: the pid is still its own
-    while (waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR)
-        ;
-}
-
-void EngineProcess::signal(int number)
-{
-    if (m_pid > 0)
-        kill(m_pid, number);
-}
-
 int64_t EngineProcess::processorTime() const
 {
     clockid_t clock;
     timespec used;
-    if (m_pid <= 0 || clock_getcpuclockid(m_pid, &clock) != 0 || clock_gettime(clock, &used) != 0)
+    if (pid() <= 0 || clock_getcpuclockid(pid(), &clock) != 0 || clock_gettime(clock, &used) != 0)
         return -1;
     return int64_t(used.tv_sec) * 1000 + used.tv_nsec / 1000000;
 }
@@ -159,9 +129,8 @@ bool EngineProcess::readConsole()
 void EngineProcess::onEnd()
 {
     int status = 0;
-    if (waitpid(m_pid, &status, WNOHANG) != m_pid)
+    if (!m_child.ended(&status))
         return;
-    m_pid = -1;
     m_watch_source.reset();
     while (m_words_source) {
         char buffer[4096];
@@ -174,8 +143,7 @@ void EngineProcess::onEnd()
     takeWords("\n");
     while (readConsole())
         ;
-    EngineEnd end{WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
-                  end_text(status)};
+    EngineEnd end{child_exit_status(status), end_text(status)};
     if (end.status != 0 && !m_last_words.empty())
         // A helper of QEMU's says what is wrong, and QEMU then only that it failed.
         end.message += ": " + m_words_before + (m_words_before.empty() ? "" : "; ") + m_last_words;

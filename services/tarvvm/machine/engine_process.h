@@ -5,7 +5,7 @@
 #include "services/loop/event.h"
 #include "services/tarvvm/machine/vm_log.h"
 
-#include "platform/unique_fd.h"
+#include "platform/child.h"
 
 #include <functional>
 #include <memory>
@@ -37,12 +37,11 @@ public:
     static std::unique_ptr<EngineProcess> start(sd_event *loop, const Launch &launch,
                                                 Channels *channels, VmLog &log,
                                                 std::function<void(const EngineEnd &)> ended);
-    ~EngineProcess(); // kills it if it lives
     EngineProcess(const EngineProcess &) = delete;
     EngineProcess &operator=(const EngineProcess &) = delete;
 
-    pid_t pid() const { return m_pid; }
-    void signal(int number);
+    pid_t pid() const { return m_child.pid(); }
+    void signal(int number) { m_child.signal(number); }
     // Processor time that it has used, in milliseconds; -1 when unknown.
     int64_t processorTime() const;
 
@@ -58,8 +57,7 @@ private:
 
     VmLog &m_log;
     std::function<void(const EngineEnd &)> m_ended;
-    pid_t m_pid = -1;
-    UniqueFd m_watch;
+    Child m_child;    // is killed when this goes while it lives
     UniqueFd m_words; // its standard error
     UniqueFd m_console;
     EventSource m_watch_source, m_words_source, m_console_source;
