@@ -1,21 +1,23 @@
 // The controller of a window that shows one screen of a running VM.
 #pragma once
 
-#include "app/display/displaygeometry.h"
-#include "app/kit/FrameClock.h"
+#include "app/display/GuestResolution.h"
+#include "app/display/MachineControl.h"
+#include "app/display/OpenScreen.h"
+#include "app/display/PasteboardSharing.h"
+#include "app/display/WindowFrame.h"
 #include "app/kit/WindowController.h"
-#include "tarvhv/cli2/display_protocol.h"
 #include "tarvhv/display/TarvDisplay.h"
-#include "tarvhv/display/TarvDisplayView.h"
-
-#include <QTimer>
 
 #include <memory>
 
 class TarvWindow;
+struct DisplayMenuState;
 
-// Owns the display and tells its view of new frames; keeps the window's size in step with the
-// guest's, or the guest's with the window's (live resolution). Closes its window when the VM stops.
+// Answers the menu's actions and joins the rooms of a display window: the screen that it shows
+// (OpenScreen), the window's size (WindowFrame) and the guest's (GuestResolution), the pasteboard
+// that both share (PasteboardSharing) and the VM behind it (MachineControl). Closes its window when
+// the VM stops.
 class TarvWindowController : public WindowController, public TarvDisplayDelegate
 {
     Q_OBJECT
@@ -25,8 +27,8 @@ public:
     ~TarvWindowController() override;
 
     // Null once the window has closed.
-    TarvDisplay *display() const { return m_display.get(); }
-    TarvDisplayView *view() const { return m_view; }
+    TarvDisplay *display() const { return m_screen.display(); }
+    TarvDisplayView *view() const { return m_screen.view(); }
 
     bool allowsLiveResize() const;
     bool liveResize() const;
@@ -77,31 +79,13 @@ protected:
 
 private:
     void windowDidLoad();
-    void connectScreen();
-    QString title() const;
-    GuestScreen guest() const;
-    WindowSpace space() const;
-    bool isShownFree() const;
-    bool guestFollows() const;
-    void setFrame(QSizeF frame);
-    void resizingSettled();
-    void controlVirtualMachineUsingCommand(const QString &command, const QString &description,
-                                           const QStringList &options = {});
-    void startPasteboardPolling();
-    void stopPasteboardPolling();
-    void capsChanged();
+    DisplayMenuState menuState() const;
 
-    std::unique_ptr<TarvDisplay, DeleteLater> m_display;
-    TarvWindow *m_window;
-    QPointer<TarvDisplayView> m_view;
-    std::unique_ptr<FrameClock> m_clock; // none for a display without a picture
-    bool m_zoomInProgress = false;       // the controller itself changes the frame
-    QSize m_guestSize;                   // as of the last notification
-    QSize m_askedSize;                   // pixels that the window's size asked the guest for
-    QTimer m_resizing;                   // runs while the user resizes
-    Qt::KeyboardModifiers m_modifiers;   // held while the user resized
-    QSizeF m_settledFrame;               // the frame before the user's resizing
-    QSizeF m_refusedFrame;               // the window system's answer to our last correction
-    std::unique_ptr<QTimer> m_pollTimer;
-    qint64 m_changeCount = 0;
+    // Each room uses only those above it.
+    OpenScreen m_screen;
+    TarvWindow *m_window; // null once it has closed
+    GuestResolution m_resolution;
+    WindowFrame m_frame;
+    PasteboardSharing m_pasteboard;
+    MachineControl m_machine;
 };

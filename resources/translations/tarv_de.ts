@@ -2,6 +2,25 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de" sourcelanguage="en">
 <context>
+    <name>AboutPanel</name>
+    <message>
+        <source>About Tarv</source>
+        <translation>Über Tarv</translation>
+    </message>
+    <message>
+        <source>Tarv</source>
+        <translation>Tarv</translation>
+    </message>
+    <message>
+        <source>Version %@</source>
+        <translation>Version %@</translation>
+    </message>
+    <message>
+        <source>Runs virtual machines and shows their screens.</source>
+        <translation>Startet virtuelle Maschinen und zeigt ihre Bildschirme.</translation>
+    </message>
+</context>
+<context>
     <name>AdministratorRight</name>
     <message>
         <source>The administrator right can&apos;t be asked for: there is no system bus</source>
@@ -239,6 +258,33 @@
     </message>
 </context>
 <context>
+    <name>MachineControl</name>
+    <message>
+        <source>Stopping…</source>
+        <translation>Wird gestoppt …</translation>
+    </message>
+    <message>
+        <source>Suspending…</source>
+        <translation>Wird in den Ruhezustand versetzt …</translation>
+    </message>
+    <message>
+        <source>Rebooting…</source>
+        <translation>Wird neu gestartet …</translation>
+    </message>
+    <message>
+        <source>Are you sure you want to delete the VM?</source>
+        <translation>Möchten Sie die VM wirklich löschen?</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+</context>
+<context>
     <name>MainMenu</name>
     <message>
         <source>&amp;Tarv</source>
@@ -418,6 +464,17 @@
     </message>
 </context>
 <context>
+    <name>OpenScreen</name>
+    <message>
+        <source>%1 (display %2)</source>
+        <translation>%1 (Bildschirm %2)</translation>
+    </message>
+    <message>
+        <source>%1 - Control and Alt release the pointer</source>
+        <translation>%1 – Strg und Alt geben den Zeiger frei</translation>
+    </message>
+</context>
+<context>
     <name>ResolutionWindow</name>
     <message>
         <source>Resolution</source>
@@ -515,38 +572,18 @@
     </message>
 </context>
 <context>
-    <name>TarvWindowController</name>
+    <name>Termination</name>
     <message>
-        <source>Stopping…</source>
-        <translation>Wird gestoppt …</translation>
-    </message>
-    <message>
-        <source>Suspending…</source>
-        <translation>Wird in den Ruhezustand versetzt …</translation>
-    </message>
-    <message>
-        <source>Rebooting…</source>
-        <translation>Wird neu gestartet …</translation>
-    </message>
-    <message>
-        <source>Are you sure you want to delete the VM?</source>
-        <translation>Möchten Sie die VM wirklich löschen?</translation>
-    </message>
-    <message>
-        <source>Delete</source>
-        <translation>Löschen</translation>
+        <source>%d VM(s) are running. Do you want to quit and terminate them?</source>
+        <translation>Laufende VMs: %d. Möchten Sie Tarv mitsamt diesen VMs beenden?</translation>
     </message>
     <message>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
     <message>
-        <source>%1 - Control and Alt release the pointer</source>
-        <translation>%1 – Strg und Alt geben den Zeiger frei</translation>
-    </message>
-    <message>
-        <source>%1 (display %2)</source>
-        <translation>%1 (Bildschirm %2)</translation>
+        <source>Quit Tarv</source>
+        <translation>Tarv beenden</translation>
     </message>
 </context>
 <context>

@@ -1,0 +1,92 @@
+#include "app/display/OpenScreen.h"
+
+#include "app/display/TarvWindow.h"
+
+#include <QScreen>
+#include <QWindow>
+
+OpenScreen::OpenScreen(std::unique_ptr<TarvDisplay> display, TarvDisplayDelegate *delegate)
+    : m_display(display.release())
+{
+    m_display->setDelegate(delegate);
+}
+
+OpenScreen::~OpenScreen()
+{
+    if (m_view)
+        m_view->setDisplay(nullptr);
+    if (m_display)
+        m_display->setDelegate(nullptr);
+    delete m_display.release(); // the application may end without another turn of its loop
+}
+
+bool OpenScreen::hasPicture() const
+{
+    return m_display && (m_display->surface() || m_display->fbuf());
+}
+
+GuestScreen OpenScreen::guest() const
+{
+    return {m_display->width(), m_display->height(), m_display->hdpi()};
+}
+
+QString OpenScreen::title() const
+{
+    if (!m_display)
+        return {};
+    if (m_display->totalDisplays() < 2)
+        return m_display->name();
+    return tr("%1 (display %2)").arg(m_display->name()).arg(m_display->index());
+}
+
+void OpenScreen::showIn(TarvWindow *window)
+{
+    m_view = window->displayView();
+    m_view->setDisplay(m_display.get());
+    window->setWindowTitle(title());
+    connect(m_view, &TarvDisplayView::pointerGrabChanged, this, [this, window](bool grabbed) {
+        window->setWindowTitle(grabbed ? tr("%1 - Control and Alt release the pointer").arg(title())
+                                       : title());
+    });
+    if (!hasPicture())
+        return;
+    m_clock = std::make_unique<FrameClock>();
+    m_clock->setScreen(window->screen());
+    connect(m_clock.get(), &FrameClock::ticked, this, [this] {
+        if (m_view)
+            m_view->setNeedsDisplay(true);
+    });
+}
+
+void OpenScreen::start(const TarvWindow *window)
+{
+    if (!m_clock)
+        return;
+    // The clock goes by the screen that the window is on.
+    m_clock->setScreen(window->screen());
+    if (window->windowHandle())
+        connect(window->windowHandle(), &QWindow::screenChanged, m_clock.get(),
+                &FrameClock::setScreen, Qt::UniqueConnection);
+    QMetaObject::invokeMethod(m_clock.get(), &FrameClock::start, Qt::QueuedConnection);
+}
+
+bool OpenScreen::takeFrame()
+{
+    if (!m_display || !m_view || (!m_display->surface() && !m_display->fbctl()))
+        return false;
+    m_view->setNeedsScreenTextureUpdate(true);
+    if (m_clock)
+        m_clock->requestTick();
+    return true;
+}
+
+void OpenScreen::close()
+{
+    m_clock.reset();
+    if (m_view)
+        m_view->setDisplay(nullptr);
+    m_view = nullptr;
+    if (m_display)
+        m_display->setDelegate(nullptr);
+    m_display.reset();
+}
