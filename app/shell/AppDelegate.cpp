@@ -5,8 +5,8 @@
 #include "app/kit/MainMenu.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/Responder.h"
-#include "app/kit/SheetCodes.h"
 #include "app/model/TarvVM.h"
+#include "app/shell/AboutPanel.h"
 #include "app/shell/Arguments.h"
 #include "app/shell/ServiceNotifications.h"
 #include "app/shell/SingleInstance.h"
@@ -14,24 +14,15 @@
 #include "tarvhv/tarvhv.h"
 
 #include <QApplication>
-#include <QMessageBox>
-#include <QTimer>
 #include <QUuid>
 
-#include <algorithm>
-#include <chrono>
 #include <utility>
-
-#include <unistd.h>
 
 namespace {
 
-const QString gettingStartedIntel =
+const QString GETTING_STARTED_INTEL =
     QStringLiteral("https://quelda.com/tarv/getting-started/x86-64");
-const QString gettingStartedArm = QStringLiteral("https://quelda.com/tarv/getting-started/arm64");
-
-// Longer than a supervisor tries to end its VM; what is left then ends with this process.
-constexpr std::chrono::seconds endWait{12};
+const QString GETTING_STARTED_ARM = QStringLiteral("https://quelda.com/tarv/getting-started/arm64");
 
 // The identifier that a notification is about: a UUID or a text; null for anything else.
 QString identifierOf(const QVariant &object)
@@ -41,23 +32,16 @@ QString identifierOf(const QVariant &object)
     return object.userType() == QMetaType::QString ? object.toString() : QString();
 }
 
-bool sameIdentifier(const QString &one, const QString &other)
-{
-    return one.compare(other, Qt::CaseInsensitive) == 0;
-}
-
 } // namespace
 
 AppDelegate::AppDelegate(AppParts parts, QObject *parent)
-    : QObject(parent), m_parts(std::move(parts))
+    : QObject(parent), m_parts(std::move(parts)), m_displays(m_parts), m_termination(m_parts)
 {
 }
 
 AppDelegate::~AppDelegate()
 {
     // Nothing runs the event loop any more that would delete them later.
-    for (Display &display : m_displays)
-        delete display.controller.release();
     delete m_welcome.release();
     delete m_creation.release();
     delete m_eula.release();
@@ -69,7 +53,7 @@ void AppDelegate::applicationWillFinishLaunching(SingleInstance *instance)
         if (self)
             self->viewDisplay(path, index);
     });
-    m_instance = instance;
+    m_termination.setInstance(instance);
     if (!instance)
         return;
     connect(instance, &SingleInstance::activationRequested, this, &AppDelegate::activate);
@@ -117,7 +101,7 @@ void AppDelegate::activate()
     else if (applicationShouldOpenUntitledFile())
         applicationOpenUntitledFile();
     else
-        m_displays.back().controller->showWindow();
+        m_displays.bringLastForward();
 }
 
 void AppDelegate::open(const QList<QUrl> &urls)
@@ -132,7 +116,7 @@ void AppDelegate::open(const QList<QUrl> &urls)
 // A request that came to nothing must not leave an application without any window.
 void AppDelegate::showIfNothingIsOpen()
 {
-    if (!m_eula && !m_welcome && !m_creation && m_displays.empty() && m_requests.empty())
+    if (!m_eula && !m_welcome && !m_creation && m_displays.isIdle())
         showWelcomeWindow(nullptr);
 }
 
@@ -150,26 +134,8 @@ void AppDelegate::windowWillClose(const QWidget *window)
     } else if (isWindowOf(m_welcome)) {
         m_welcome.reset();
     } else {
-        displayWindowWillClose(window);
+        m_displays.windowWillClose(window);
     }
-}
-
-// The controller is let go on the next turn, not in the middle of its own close.
-void AppDelegate::displayWindowWillClose(const QWidget *window)
-{
-    const auto closing = std::find_if(m_displays.begin(), m_displays.end(), [&](const Display &d) {
-        return d.controller->window() == window;
-    });
-    if (closing == m_displays.end())
-        return;
-    QMetaObject::invokeMethod(
-        this,
-        [this, controller = closing->controller.get()] {
-            std::erase_if(m_displays, [controller](const Display &display) {
-                return display.controller.get() == controller;
-            });
-        },
-        Qt::QueuedConnection);
 }
 
 void AppDelegate::virtualMachineDidStart(const Notification &notification)
@@ -179,14 +145,10 @@ void AppDelegate::virtualMachineDidStart(const Notification &notification)
         return;
     if (m_parts.hostType() == 2)
         m_parts.removeState(id);
-    for (const Display &display : m_displays) {
-        if (sameIdentifier(display.uuid, id)) {
-            display.controller->showWindow();
-            return;
-        }
-    }
+    if (m_displays.bringForward(id))
+        return;
     const QString path = QString::fromStdString(place_vm_socket(id.toStdString()));
-    shareDisplay(path, 0, [](bool opened) {
+    m_displays.share(path, 0, [](bool opened) {
         if (!opened)
             appLog("tarv", QStringLiteral("failed to open display"));
     });
@@ -197,8 +159,7 @@ void AppDelegate::virtualMachineDidStop(const Notification &notification)
     const QString id = identifierOf(notification.object);
     if (!id.isNull())
         m_parts.setVMStatus(id, notification.userInfo.contains(QStringLiteral("Error")) ? 1 : 0);
-    if (m_termination == Termination::agreed && m_parts.runningVMs() == 0)
-        QCoreApplication::exit(0);
+    m_termination.virtualMachineDidStop();
 }
 
 void AppDelegate::applicationOpenFile(const QString &name, std::function<void(bool)> answer)
@@ -208,13 +169,13 @@ void AppDelegate::applicationOpenFile(const QString &name, std::function<void(bo
             answer(false);
         return;
     }
-    createDisplay(name, integerValue(name.section(QLatin1Char(':'), 1, 1)),
-                  [answer = std::move(answer)](bool opened) {
-                      if (!opened)
-                          Alert(tr("Failed to open display")).addButton(tr("Close")).runModal();
-                      if (answer)
-                          answer(opened);
-                  });
+    m_displays.create(name, integerValue(name.section(QLatin1Char(':'), 1, 1)),
+                      [answer = std::move(answer)](bool opened) {
+                          if (!opened)
+                              Alert(tr("Failed to open display")).addButton(tr("Close")).runModal();
+                          if (answer)
+                              answer(opened);
+                      });
 }
 
 void AppDelegate::getUrl(const QString &url)
@@ -243,61 +204,7 @@ void AppDelegate::getUrl(const QString &url)
 
 void AppDelegate::viewDisplay(const QString &path, int index, std::function<void(bool)> done)
 {
-    for (const Display &display : m_displays) {
-        if (display.index == index && display.path == path) {
-            display.controller->showWindow();
-            if (done)
-                done(true);
-            return;
-        }
-    }
-    shareDisplay(path, index, std::move(done));
-}
-
-// Several requests for a display that is not there yet are one.
-void AppDelegate::shareDisplay(const QString &path, int index, std::function<void(bool)> done)
-{
-    for (Request &request : m_requests) {
-        if (request.path == path && request.index == index) {
-            request.waiting.push_back(std::move(done));
-            return;
-        }
-    }
-    createDisplay(path, index, std::move(done));
-}
-
-void AppDelegate::createDisplay(const QString &path, int index, std::function<void(bool)> done)
-{
-    m_requests.push_back({path, index, {std::move(done)}});
-    m_parts.createDisplay(path, unsigned(index), this,
-                          [this, path, index](std::unique_ptr<TarvDisplay> display, int) {
-                              displayCreated(path, index, std::move(display));
-                          });
-}
-
-void AppDelegate::displayCreated(const QString &path, int index,
-                                 std::unique_ptr<TarvDisplay> display)
-{
-    const auto request =
-        std::find_if(m_requests.begin(), m_requests.end(), [&](const Request &waiting) {
-            return waiting.path == path && waiting.index == index;
-        });
-    const Request answered = std::move(*request);
-    m_requests.erase(request);
-    const bool shown = display != nullptr;
-    if (display)
-        showDisplay(path, index, std::move(display));
-    for (const auto &done : answered.waiting)
-        if (done)
-            done(shown);
-}
-
-void AppDelegate::showDisplay(const QString &path, int index, std::unique_ptr<TarvDisplay> display)
-{
-    const QString uuid = display->uuid();
-    Owned controller(m_parts.makeDisplayController(std::move(display)));
-    m_displays.push_back({std::move(controller), path, uuid, index});
-    m_displays.back().controller->showWindow();
+    m_displays.view(path, index, std::move(done));
 }
 
 void AppDelegate::showWelcomeWindow(QObject *)
@@ -323,7 +230,7 @@ bool AppDelegate::validateMenuItem(QAction *item)
 
 bool AppDelegate::applicationShouldOpenUntitledFile() const
 {
-    return m_displays.empty();
+    return m_displays.count() == 0;
 }
 
 bool AppDelegate::applicationOpenUntitledFile()
@@ -339,41 +246,17 @@ bool AppDelegate::applicationShouldTerminateAfterLastWindowClosed() const
 
 bool AppDelegate::applicationShouldTerminate()
 {
-    const unsigned running = m_parts.runningVMs();
-    if (running == 0)
-        return true;
-    QString message = tr("%d VM(s) are running. Do you want to quit and terminate them?");
-    message.replace(QLatin1String("%d"), QString::number(running));
-    Alert alert(message);
-    alert.addButton(tr("Cancel")).addButton(tr("Quit Tarv"));
-    return alert.runModal() == AlertFirstButton + 1;
+    return m_termination.isAgreedByUser();
 }
 
 bool AppDelegate::requestTermination()
 {
-    if (m_termination != Termination::none)
-        return m_termination == Termination::agreed;
-    m_termination = Termination::asked;
-    const bool agreed = applicationShouldTerminate();
-    if (m_termination == Termination::agreed)
-        return true; // told so meanwhile
-    m_termination = Termination::none;
-    if (agreed)
-        terminateNow();
-    return agreed;
+    return m_termination.request();
 }
 
 void AppDelegate::terminateNow()
 {
-    if (std::exchange(m_termination, Termination::agreed) == Termination::agreed ||
-        m_parts.runningVMs() == 0) {
-        QCoreApplication::exit(0);
-        return;
-    }
-    if (m_instance)
-        m_instance->release();
-    m_parts.endVMs();
-    QTimer::singleShot(endWait, this, [] { QCoreApplication::exit(0); });
+    m_termination.now();
 }
 
 void AppDelegate::terminate(QObject *)
@@ -383,24 +266,12 @@ void AppDelegate::terminate(QObject *)
 
 void AppDelegate::openGettingStartedURL(QObject *)
 {
-    const QUrl url(m_parts.hostType() == 1 ? gettingStartedIntel : gettingStartedArm);
+    const QUrl url(m_parts.hostType() == 1 ? GETTING_STARTED_INTEL : GETTING_STARTED_ARM);
     if (!m_parts.openInBrowser(url))
         Alert(tr("There is no browser to open %1 with").arg(url.toString())).runModal();
 }
 
 void AppDelegate::orderFrontStandardAboutPanel(QObject *)
 {
-    auto *about = new QMessageBox(QApplication::activeWindow());
-    about->setAttribute(Qt::WA_DeleteOnClose);
-    about->setObjectName(QStringLiteral("about"));
-    about->setWindowTitle(tr("About Tarv"));
-    about->setIconPixmap(
-        QApplication::windowIcon().pixmap(QSize(64, 64), about->devicePixelRatioF()));
-    about->setText(QStringLiteral("<h2>%1</h2>").arg(tr("Tarv")));
-    const QString version =
-        tr("Version %@").replace(QLatin1String("%@"), QCoreApplication::applicationVersion());
-    about->setInformativeText(version + QStringLiteral("<br>") +
-                              tr("Runs virtual machines and shows their screens.")
-                                  .replace(QLatin1Char(' '), QChar::Nbsp));
-    about->open();
+    showAboutPanel(QApplication::activeWindow());
 }

@@ -6,7 +6,6 @@
 #include "app/list/WelcomeWindowController.h"
 #include "app/model/TarvCTL.h"
 #include "app/model/TarvVM.h"
-#include "app/shell/AppDelegate.h"
 #include "hostlib/config/config.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"

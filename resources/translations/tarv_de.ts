@@ -57,36 +57,8 @@
         <translation>Schließen</translation>
     </message>
     <message>
-        <source>%d VM(s) are running. Do you want to quit and terminate them?</source>
-        <translation>Laufende VMs: %d. Möchten Sie Tarv mitsamt diesen VMs beenden?</translation>
-    </message>
-    <message>
-        <source>Cancel</source>
-        <translation>Abbrechen</translation>
-    </message>
-    <message>
-        <source>Quit Tarv</source>
-        <translation>Tarv beenden</translation>
-    </message>
-    <message>
         <source>There is no browser to open %1 with</source>
         <translation>Es gibt keinen Browser, der %1 öffnen könnte</translation>
-    </message>
-    <message>
-        <source>About Tarv</source>
-        <translation>Über Tarv</translation>
-    </message>
-    <message>
-        <source>Tarv</source>
-        <translation>Tarv</translation>
-    </message>
-    <message>
-        <source>Version %@</source>
-        <translation>Version %@</translation>
-    </message>
-    <message>
-        <source>Runs virtual machines and shows their screens.</source>
-        <translation>Startet virtuelle Maschinen und zeigt ihre Bildschirme.</translation>
     </message>
 </context>
 <context>
