@@ -258,8 +258,8 @@ void benchStorm(int count)
     const auto list = openList(count);
     int received = 0;
     int reloads = 0;
-    for (const QString &each : {VMServiceDidStart, VMServiceDidStop, VMServiceDidChange,
-                                VMServiceDidCreate, VMServiceDidDelete}) {
+    for (const QString &each : {VM_SERVICE_DID_START, VM_SERVICE_DID_STOP, VM_SERVICE_DID_CHANGE,
+                                VM_SERVICE_DID_CREATE, VM_SERVICE_DID_DELETE}) {
         NotificationCenter::defaultCenter().addObserver(list.get(), each,
                                                         [&](const Notification &) { received++; });
     }

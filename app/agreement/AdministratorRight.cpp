@@ -13,8 +13,8 @@
 
 namespace {
 
-const QString actionId = QStringLiteral("com.quelda.tarv.admin");
-constexpr uint allowUserInteraction = 1;
+const QString ACTION_ID = QStringLiteral("com.quelda.tarv.admin");
+constexpr uint ALLOW_USER_INTERACTION = 1;
 
 // The context of the errors' translations.
 struct Text
@@ -78,8 +78,8 @@ bool obtainRightFromPolkit(const QDBusConnection &bus, QString *error)
                                        QStringLiteral("/org/freedesktop/PolicyKit1/Authority"),
                                        QStringLiteral("org.freedesktop.PolicyKit1.Authority"),
                                        QStringLiteral("CheckAuthorization"));
-    call << QVariant::fromValue(subject) << actionId
-         << QVariant::fromValue(QMap<QString, QString>()) << allowUserInteraction << QString();
+    call << QVariant::fromValue(subject) << ACTION_ID
+         << QVariant::fromValue(QMap<QString, QString>()) << ALLOW_USER_INTERACTION << QString();
     // As long as the user takes to type a password.
     const QDBusMessage reply = bus.call(call, QDBus::Block, std::numeric_limits<int>::max());
     if (reply.type() != QDBusMessage::ReplyMessage) {

@@ -8,7 +8,7 @@
 #include "ui_EULAWindowController.h"
 
 namespace {
-constexpr qreal agreementMargin = 16; // logical pixels
+constexpr qreal AGREEMENT_MARGIN = 16; // logical pixels
 } // namespace
 
 EULAWindowController::EULAWindowController()
@@ -26,7 +26,7 @@ EULAWindowController::EULAWindowController(const QString &agreementPath, Accept 
     QString error;
     if (!readRichTextFile(agreementPath, m_ui->eulaView->document(), &error))
         m_ui->eulaView->setPlainText(tr("The agreement can't be shown.\n\n%1").arg(error));
-    m_ui->eulaView->document()->setDocumentMargin(agreementMargin);
+    m_ui->eulaView->document()->setDocumentMargin(AGREEMENT_MARGIN);
     m_ui->eulaView->moveCursor(QTextCursor::Start);
     connect(m_ui->acceptButton, &QPushButton::clicked, this,
             [this] { acceptEULA(m_ui->acceptButton); });

@@ -20,9 +20,9 @@ struct Text
     Q_DECLARE_TR_FUNCTIONS(RichText)
 };
 
-constexpr qsizetype sizeMax = 4 * 1024 * 1024;
-constexpr size_t depthMax = 64;
-constexpr int twipsPerPoint = 20;
+constexpr qsizetype BYTES_MAX = 4 * 1024 * 1024;
+constexpr size_t DEPTH_MAX = 64;
+constexpr int TWIPS_PER_POINT = 20;
 
 // Code page 1252 from 0x80 to 0x9F; the rest of its upper half is that of Unicode.
 constexpr std::array<char16_t, 32> cp1252 = {
@@ -30,16 +30,16 @@ constexpr std::array<char16_t, 32> cp1252 = {
     0x2039, 0x0152, 0xFFFD, 0x017D, 0xFFFD, 0xFFFD, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0xFFFD, 0x017E, 0x0178};
 
-constexpr std::array skippedGroups = {"fonttbl", "colortbl",  "stylesheet", "info",      "pict",
-                                      "header",  "footer",    "headerl",    "headerr",   "footerl",
-                                      "footerr", "listtable", "footnote",   "generator", "object"};
+constexpr std::array SKIPPED_GROUPS = {"fonttbl", "colortbl",  "stylesheet", "info",      "pict",
+                                       "header",  "footer",    "headerl",    "headerr",   "footerl",
+                                       "footerr", "listtable", "footnote",   "generator", "object"};
 
 struct Symbol
 {
     const char *word;
     char16_t character;
 };
-constexpr std::array symbols = {
+constexpr std::array SYMBOLS = {
     Symbol{"tab", u'\t'},         Symbol{"line", u'\u2028'},      Symbol{"emdash", u'\u2014'},
     Symbol{"endash", u'\u2013'},  Symbol{"bullet", u'\u2022'},    Symbol{"lquote", u'\u2018'},
     Symbol{"rquote", u'\u2019'},  Symbol{"ldblquote", u'\u201C'}, Symbol{"rdblquote", u'\u201D'},
@@ -123,7 +123,7 @@ bool Reader::openGroup()
     m_outer.push_back(m_state);
     m_groupStarts = true;
     m_toSkip = 0;
-    return m_outer.size() <= depthMax;
+    return m_outer.size() <= DEPTH_MAX;
 }
 
 void Reader::closeGroup()
@@ -174,8 +174,8 @@ void Reader::readControl()
     const bool first = std::exchange(m_groupStarts, false);
     if (isalpha(uchar(next))) {
         const ControlWord word = readControlWord();
-        const bool skips =
-            std::find(skippedGroups.begin(), skippedGroups.end(), word.name) != skippedGroups.end();
+        const bool skips = std::find(SKIPPED_GROUPS.begin(), SKIPPED_GROUPS.end(), word.name) !=
+                           SKIPPED_GROUPS.end();
         if (first && skips)
             m_state.skipped = true;
         else
@@ -242,7 +242,7 @@ bool Reader::applyCharacterFormat(const ControlWord &word)
 bool Reader::applyBlockFormat(const ControlWord &word)
 {
     QTextBlockFormat &format = m_state.block;
-    const double points = double(std::clamp(word.number, -20'000, 20'000)) / twipsPerPoint;
+    const double points = double(std::clamp(word.number, -20'000, 20'000)) / TWIPS_PER_POINT;
     if (word.name == "pard")
         format = QTextBlockFormat();
     else if (word.name == "ql")
@@ -278,7 +278,7 @@ void Reader::applyText(const ControlWord &word)
         m_state.unicodeSkip = std::clamp(word.number, 0, 16);
         return;
     }
-    for (const Symbol &symbol : symbols)
+    for (const Symbol &symbol : SYMBOLS)
         if (word.name == symbol.word)
             put(symbol.character);
 }
@@ -320,7 +320,7 @@ QString Reader::read()
 bool readRichText(const QByteArray &rtf, QTextDocument *document, QString *error)
 {
     document->clear();
-    *error = rtf.size() > sizeMax ? Text::tr("too large") : Reader(rtf, document).read();
+    *error = rtf.size() > BYTES_MAX ? Text::tr("too large") : Reader(rtf, document).read();
     if (error->isEmpty())
         return true;
     document->clear();
@@ -335,7 +335,7 @@ bool readRichTextFile(const QString &path, QTextDocument *document, QString *err
         *error = QStringLiteral("%1: %2").arg(path, file.errorString());
         return false;
     }
-    if (readRichText(file.read(sizeMax + 1), document, error))
+    if (readRichText(file.read(BYTES_MAX + 1), document, error))
         return true;
     *error = QStringLiteral("%1: %2").arg(path, *error);
     return false;

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr timeval answerWait{30, 0};
+constexpr timeval ANSWER_WAIT{30, 0};
 
 using Json = std::unique_ptr<json, void (*)(json *)>;
 
@@ -83,7 +83,7 @@ bool TarvCLI::acceptEULA(TarvError *error)
     errno = 0;
     Json answer(nullptr, json_delete);
     if (cli2_send_json(connection.get(), acceptance().get()) == 0)
-        answer.reset(cli2_recv_json_to(connection.get(), answerWait));
+        answer.reset(cli2_recv_json_to(connection.get(), ANSWER_WAIT));
     const int current = errno != 0 ? errno : EPROTO;
     if (strcasecmp(json_find_str(answer.get(), "status", "ERROR"), "OK") == 0)
         return true;

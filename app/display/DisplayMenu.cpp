@@ -12,7 +12,7 @@ bool shows(const DisplayMenuState &state, double scale)
 
 bool canZoomIn(const DisplayMenuState &state)
 {
-    const QSizeF pixels = state.content * guest_scale(state.guest);
+    const QSizeF pixels = state.content * guestScale(state.guest);
     return pixels.height() < state.guest.height && pixels.width() < state.guest.width;
 }
 
@@ -26,7 +26,7 @@ bool canShowActualSize(const DisplayMenuState &state)
 {
     return (state.content.width() <= state.visible.width() ||
             state.content.height() <= state.visible.height()) &&
-           !shows(state, guest_scale(state.guest));
+           !shows(state, guestScale(state.guest));
 }
 
 } // namespace
@@ -53,7 +53,7 @@ MenuItemState displayMenuItemState(const QString &action, const QString &identif
     if (action == QLatin1String("zoomImageToActualSize:"))
         return enabled(canShowActualSize(state));
     if (action == QLatin1String("zoomImageToHalfSize:"))
-        return enabled(!shows(state, guest_half_scale(state.guest)));
+        return enabled(!shows(state, guestHalfScale(state.guest)));
     if (action == QLatin1String("lockKeyboard:"))
         return {true, state.locksKeyboard};
     return {};

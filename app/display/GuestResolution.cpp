@@ -47,7 +47,7 @@ void GuestResolution::askForWindow()
     if (!display || !view)
         return;
     const QSizeF size =
-        view->backingAlignedRect(view->bounds()).size() * guest_scale(m_screen.guest());
+        view->backingAlignedRect(view->bounds()).size() * guestScale(m_screen.guest());
     m_askedSize = QSize(int(size.width()), int(size.height()));
     display->setWidth(uint32_t(size.width()), uint32_t(size.height()), display->hdpi());
 }
@@ -72,7 +72,7 @@ void GuestResolution::choose(WindowController *window)
     const std::shared_ptr<ResolutionWindowController> resolution(
         new ResolutionWindowController(*m_screen.display()), DeleteLater());
     window->beginSheet(resolution->sheet(), [this, resolution](int code) {
-        if (code == SheetContinue && m_screen.display())
+        if (code == SHEET_CONTINUE && m_screen.display())
             m_screen.display()->setWidth(uint32_t(resolution->width()),
                                          uint32_t(resolution->height()), resolution->hdpi());
     });
@@ -90,7 +90,7 @@ bool GuestResolution::changedByGuest()
     const GuestScreen guest = m_screen.guest();
     const QSize size(guest.width, guest.height);
     if (std::exchange(m_guestSize, size) == size ||
-        guest_fills(guest, m_screen.view()->bounds().size()))
+        guestFills(guest, m_screen.view()->bounds().size()))
         return false;
     if (isAnswerTo(m_askedSize, size))
         return false;

@@ -13,12 +13,12 @@
 
 namespace {
 
-const QString pngFormat = QStringLiteral("image/png");
+const QString PNG_FORMAT = QStringLiteral("image/png");
 
 // A picture as its program gave it, where that is a PNG file.
-QByteArray png_of(const QMimeData &data)
+QByteArray pngOf(const QMimeData &data)
 {
-    QByteArray bytes = data.data(pngFormat);
+    QByteArray bytes = data.data(PNG_FORMAT);
     if (!bytes.isEmpty())
         return bytes;
     QBuffer buffer(&bytes);
@@ -26,13 +26,13 @@ QByteArray png_of(const QMimeData &data)
     return bytes;
 }
 
-void add_png(QMimeData &data, const QByteArray &png)
+void addPng(QMimeData &data, const QByteArray &png)
 {
     const QImage image = QImage::fromData(png, "PNG");
     if (image.isNull())
         return;
     data.setImageData(image);
-    data.setData(pngFormat, png);
+    data.setData(PNG_FORMAT, png);
 }
 
 } // namespace
@@ -65,8 +65,8 @@ QByteArray HostPasteboard::archive() const
             items.append({Type::url, url.toEncoded()});
     if (data->hasHtml())
         items.append({Type::html, data->html().toUtf8()});
-    if (data->hasImage() || data->hasFormat(pngFormat))
-        items.append({Type::png, png_of(*data)});
+    if (data->hasImage() || data->hasFormat(PNG_FORMAT))
+        items.append({Type::png, pngOf(*data)});
     items.removeIf([](const PasteboardItem &item) { return item.data.isEmpty(); });
     if (items.isEmpty())
         return {};
@@ -97,7 +97,7 @@ bool HostPasteboard::setArchive(const QByteArray &archive)
             data->setHtml(QString::fromUtf8(item.data));
             break;
         case PasteboardItem::Type::png:
-            add_png(*data, item.data);
+            addPng(*data, item.data);
             break;
         }
     }

@@ -55,7 +55,7 @@ void MachineControl::deleteMachine()
     Alert alert(tr("Are you sure you want to delete the VM?"));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));
     alert.beginSheet(m_window->window(), [id = m_screen.display()->uuid()](int result) {
-        if (result == AlertFirstButton)
+        if (result == ALERT_FIRST_BUTTON)
             TarvCTL::executeCommand({QStringLiteral("delete"), QStringLiteral("--yes"), id});
     });
 }

@@ -67,11 +67,11 @@ void ResolutionWindowController::toggleHDPI(QObject *)
 void ResolutionWindowController::ok(QObject *)
 {
     if (commit() && sheet())
-        sheet()->done(SheetContinue);
+        sheet()->done(SHEET_CONTINUE);
 }
 
 void ResolutionWindowController::cancel(QObject *)
 {
     if (sheet())
-        sheet()->done(SheetStop);
+        sheet()->done(SHEET_STOP);
 }

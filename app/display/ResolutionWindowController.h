@@ -11,7 +11,8 @@ class ResolutionWindow;
 }
 class TarvDisplay;
 
-// Only edits values. Ends with SheetContinue when they are to be applied, with SheetStop when not.
+// Only edits values. Ends with SHEET_CONTINUE when they are to be applied, with SHEET_STOP when
+// not.
 class ResolutionWindowController : public WindowController
 {
     Q_OBJECT

@@ -27,7 +27,7 @@ TarvWindowController::TarvWindowController(std::unique_ptr<TarvDisplay> display)
 {
     setWindow(m_window);
     NotificationCenter::defaultCenter().addObserver(
-        this, VMServiceDidStop, [this](const Notification &stopped) {
+        this, VM_SERVICE_DID_STOP, [this](const Notification &stopped) {
             const TarvDisplay *shown = m_screen.display();
             if (shown && stopped.object.typeId() == QMetaType::QString &&
                 stopped.object.toString().compare(shown->uuid(), Qt::CaseInsensitive) == 0)

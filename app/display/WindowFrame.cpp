@@ -51,7 +51,7 @@ void WindowFrame::setFrame(QSizeF frame)
 void WindowFrame::fitToGuest()
 {
     if (m_screen.display())
-        setFrame(fitted_frame(m_screen.guest(), space()));
+        setFrame(fittedFrame(m_screen.guest(), space()));
 }
 
 bool WindowFrame::guestFollows() const
@@ -66,7 +66,7 @@ QSizeF WindowFrame::constrained(QSizeF proposed) const
     const ResizeMode mode = !m_screen.allowsLiveResize() ? ResizeMode::fixed
                             : guestFollows()             ? ResizeMode::live
                                                          : ResizeMode::scaled;
-    return constrained_frame(m_screen.guest(), mode, m_settledFrame, proposed, space());
+    return constrainedFrame(m_screen.guest(), mode, m_settledFrame, proposed, space());
 }
 
 void WindowFrame::windowDidResize()
@@ -99,8 +99,7 @@ void WindowFrame::windowDidEndLiveResize()
         return;
     if (isFree()) {
         const QSizeF content = contentSize();
-        setFrame(QSizeF(snap_length(content.width()), snap_length(content.height())) +
-                 space().extra);
+        setFrame(QSizeF(snapLength(content.width()), snapLength(content.height())) + space().extra);
     }
     m_resolution.askForWindow();
 }
@@ -113,13 +112,13 @@ void WindowFrame::stop()
 void WindowFrame::zoomIn()
 {
     if (m_screen.display())
-        setFrame(zoomed_in_frame(m_screen.guest(), contentSize(), space()));
+        setFrame(zoomedInFrame(m_screen.guest(), contentSize(), space()));
 }
 
 void WindowFrame::zoomOut()
 {
     if (m_screen.display())
-        setFrame(zoomed_out_content(contentSize()) + space().extra);
+        setFrame(zoomedOutContent(contentSize()) + space().extra);
 }
 
 void WindowFrame::zoomToActualSize()
@@ -127,7 +126,7 @@ void WindowFrame::zoomToActualSize()
     if (!m_screen.display())
         return;
     const GuestScreen guest = m_screen.guest();
-    if (fits_visible(guest_content(guest, guest_scale(guest)) + space().extra, space()))
+    if (fitsVisible(guestContent(guest, guestScale(guest)) + space().extra, space()))
         fitToGuest();
 }
 
@@ -136,7 +135,7 @@ void WindowFrame::zoomToHalfSize()
     if (!m_screen.display())
         return;
     const GuestScreen guest = m_screen.guest();
-    const QSizeF frame = guest_content(guest, guest_half_scale(guest)) + space().extra;
-    if (fits_visible(frame, space()))
+    const QSizeF frame = guestContent(guest, guestHalfScale(guest)) + space().extra;
+    if (fitsVisible(frame, space()))
         setFrame(frame);
 }

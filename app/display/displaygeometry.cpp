@@ -12,23 +12,23 @@ constexpr double ROUNDING = 0.49999999999999994;
 constexpr uint32_t SNAP_UP = 15;
 constexpr uint32_t SNAP_MASK = 0xFFFFFFEA;
 
-bool exceeds_guest(QSizeF content, const GuestScreen &guest)
+bool exceedsGuest(QSizeF content, const GuestScreen &guest)
 {
-    const double scale = guest_scale(guest);
+    const double scale = guestScale(guest);
     return content.width() * scale > guest.width || content.height() * scale > guest.height;
 }
 
 // The aspect ratio is that of the guest; the side that the user did not drag follows.
-QSizeF scaled_content(const GuestScreen &guest, QSizeF content, bool width_dragged,
-                      const WindowSpace &space)
+QSizeF scaledContent(const GuestScreen &guest, QSizeF content, bool widthDragged,
+                     const WindowSpace &space)
 {
     const double aspect = double(guest.width) / double(guest.height);
-    if (width_dragged)
+    if (widthDragged)
         content.setHeight(content.width() / aspect);
     else
         content.setWidth(content.height() * aspect);
-    if (exceeds_guest(content, guest))
-        content = guest_content(guest, guest_scale(guest));
+    if (exceedsGuest(content, guest))
+        content = guestContent(guest, guestScale(guest));
     const QSizeF visible = space.visible - space.extra;
     double width = content.width();
     double height = content.height();
@@ -45,39 +45,39 @@ QSizeF scaled_content(const GuestScreen &guest, QSizeF content, bool width_dragg
 
 } // namespace
 
-double guest_scale(const GuestScreen &guest)
+double guestScale(const GuestScreen &guest)
 {
     return guest.hdpi ? 2.0 : 1.0;
 }
 
-double guest_half_scale(const GuestScreen &guest)
+double guestHalfScale(const GuestScreen &guest)
 {
     return guest.hdpi ? 4.0 : 2.0;
 }
 
-QSizeF guest_content(const GuestScreen &guest, double scale)
+QSizeF guestContent(const GuestScreen &guest, double scale)
 {
     return {guest.width / scale, guest.height / scale};
 }
 
-bool guest_fills(const GuestScreen &guest, QSizeF bounds)
+bool guestFills(const GuestScreen &guest, QSizeF bounds)
 {
-    const double scale = guest_scale(guest);
+    const double scale = guestScale(guest);
     return guest.width == int(bounds.width() * scale) &&
            guest.height == int(bounds.height() * scale);
 }
 
-int round_length(double length)
+int roundLength(double length)
 {
     return int(length + std::copysign(ROUNDING, length));
 }
 
-int snap_length(double length)
+int snapLength(double length)
 {
-    return int((uint32_t(round_length(length)) + SNAP_UP) & SNAP_MASK);
+    return int((uint32_t(roundLength(length)) + SNAP_UP) & SNAP_MASK);
 }
 
-QSizeF clip_frame(QSizeF frame, const WindowSpace &space)
+QSizeF clipFrame(QSizeF frame, const WindowSpace &space)
 {
     if (frame.height() > space.visible.height())
         frame.setHeight(space.visible.height() + space.extra.height());
@@ -86,20 +86,20 @@ QSizeF clip_frame(QSizeF frame, const WindowSpace &space)
     return frame;
 }
 
-QSizeF fitted_frame(const GuestScreen &guest, const WindowSpace &space)
+QSizeF fittedFrame(const GuestScreen &guest, const WindowSpace &space)
 {
-    return clip_frame(guest_content(guest, guest_scale(guest)) + space.extra, space);
+    return clipFrame(guestContent(guest, guestScale(guest)) + space.extra, space);
 }
 
-QSizeF zoomed_in_frame(const GuestScreen &guest, QSizeF content, const WindowSpace &space)
+QSizeF zoomedInFrame(const GuestScreen &guest, QSizeF content, const WindowSpace &space)
 {
     content *= ZOOM_IN;
-    if (exceeds_guest(content, guest))
-        content = guest_content(guest, guest_scale(guest));
-    return clip_frame(content + space.extra, space);
+    if (exceedsGuest(content, guest))
+        content = guestContent(guest, guestScale(guest));
+    return clipFrame(content + space.extra, space);
 }
 
-QSizeF zoomed_out_content(QSizeF content)
+QSizeF zoomedOutContent(QSizeF content)
 {
     content *= ZOOM_OUT;
     const double aspect = content.width() / content.height();
@@ -110,19 +110,19 @@ QSizeF zoomed_out_content(QSizeF content)
     return content;
 }
 
-bool fits_visible(QSizeF frame, const WindowSpace &space)
+bool fitsVisible(QSizeF frame, const WindowSpace &space)
 {
     return frame.width() <= space.visible.width() && frame.height() <= space.visible.height();
 }
 
-QSizeF constrained_frame(const GuestScreen &guest, ResizeMode mode, QSizeF current_frame,
-                         QSizeF proposed_frame, const WindowSpace &space)
+QSizeF constrainedFrame(const GuestScreen &guest, ResizeMode mode, QSizeF currentFrame,
+                        QSizeF proposedFrame, const WindowSpace &space)
 {
     if (mode == ResizeMode::fixed)
-        return proposed_frame;
-    QSizeF content = (proposed_frame - space.extra).expandedTo(CONTENT_MINIMUM);
+        return proposedFrame;
+    QSizeF content = (proposedFrame - space.extra).expandedTo(CONTENT_MINIMUM);
     if (mode == ResizeMode::scaled)
         content =
-            scaled_content(guest, content, current_frame.width() != proposed_frame.width(), space);
-    return QSizeF(round_length(content.width()), round_length(content.height())) + space.extra;
+            scaledContent(guest, content, currentFrame.width() != proposedFrame.width(), space);
+    return QSizeF(roundLength(content.width()), roundLength(content.height())) + space.extra;
 }

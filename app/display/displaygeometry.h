@@ -21,27 +21,27 @@ struct WindowSpace
 };
 
 // Guest pixels in a point of a window that shows every pixel, and of one at half that size.
-double guest_scale(const GuestScreen &guest);
-double guest_half_scale(const GuestScreen &guest);
-QSizeF guest_content(const GuestScreen &guest, double scale);
+double guestScale(const GuestScreen &guest);
+double guestHalfScale(const GuestScreen &guest);
+QSizeF guestContent(const GuestScreen &guest, double scale);
 // Whether a view of this size shows the guest pixel for point.
-bool guest_fills(const GuestScreen &guest, QSizeF bounds);
+bool guestFills(const GuestScreen &guest, QSizeF bounds);
 
 // To the nearest integer, halves away from zero.
-int round_length(double length);
+int roundLength(double length);
 // The granularity of sizes that the guest is asked for: bits 0, 2 and 4 are always clear.
-int snap_length(double length);
+int snapLength(double length);
 
 // A frame too large for the screen: the height, then the width is cut to the visible one, each plus
 // what surrounds a content. The other length stays: the aspect ratio is not kept.
-QSizeF clip_frame(QSizeF frame, const WindowSpace &space);
+QSizeF clipFrame(QSizeF frame, const WindowSpace &space);
 // The frame that shows the guest at its own size.
-QSizeF fitted_frame(const GuestScreen &guest, const WindowSpace &space);
+QSizeF fittedFrame(const GuestScreen &guest, const WindowSpace &space);
 // The frame a step larger, and never larger than the guest.
-QSizeF zoomed_in_frame(const GuestScreen &guest, QSizeF content, const WindowSpace &space);
+QSizeF zoomedInFrame(const GuestScreen &guest, QSizeF content, const WindowSpace &space);
 // The content a step smaller, and no smaller than the least size.
-QSizeF zoomed_out_content(QSizeF content);
-bool fits_visible(QSizeF frame, const WindowSpace &space);
+QSizeF zoomedOutContent(QSizeF content);
+bool fitsVisible(QSizeF frame, const WindowSpace &space);
 
 enum class ResizeMode
 {
@@ -51,7 +51,7 @@ enum class ResizeMode
 };
 
 // The frame that a user's resizing comes to.
-QSizeF constrained_frame(const GuestScreen &guest, ResizeMode mode, QSizeF current_frame,
-                         QSizeF proposed_frame, const WindowSpace &space);
+QSizeF constrainedFrame(const GuestScreen &guest, ResizeMode mode, QSizeF currentFrame,
+                        QSizeF proposedFrame, const WindowSpace &space);
 
 inline constexpr QSizeF CONTENT_MINIMUM(320, 240);

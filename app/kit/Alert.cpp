@@ -8,7 +8,7 @@
 #include <QPushButton>
 
 namespace {
-constexpr int iconSide = 48; // logical pixels
+constexpr int ICON_SIDE = 48; // logical pixels
 } // namespace
 
 Alert::Alert(const QString &message) : m_message(message) {}
@@ -39,7 +39,7 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
     box->setIcon(m_icon);
     const QIcon image(m_icon == QMessageBox::Critical ? QStringLiteral(":/tarv/failure.svg")
                                                       : QStringLiteral(":/tarv/caution.svg"));
-    if (const QPixmap pixmap = image.pixmap(QSize(iconSide, iconSide), box->devicePixelRatioF());
+    if (const QPixmap pixmap = image.pixmap(QSize(ICON_SIDE, ICON_SIDE), box->devicePixelRatioF());
         !pixmap.isNull())
         box->setIconPixmap(pixmap);
     // Not a window that keeps the application: its end is not that of the last one.
@@ -57,7 +57,7 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
         QPushButton *button =
             box->addButton(titles[i], cancels ? QMessageBox::RejectRole : QMessageBox::AcceptRole);
         button->setObjectName(QStringLiteral("alertButton%1").arg(i + 1));
-        button->setProperty("alertResult", AlertFirstButton + i);
+        button->setProperty("alertResult", ALERT_FIRST_BUTTON + i);
         if (i == 0)
             box->setDefaultButton(button);
         if (cancels || titles.size() == 1)
@@ -69,7 +69,7 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
 int Alert::resultOf(const QMessageBox *box)
 {
     const QAbstractButton *button = box->clickedButton();
-    return button ? button->property("alertResult").toInt() : SheetStop;
+    return button ? button->property("alertResult").toInt() : SHEET_STOP;
 }
 
 int Alert::runModal()
@@ -77,7 +77,7 @@ int Alert::runModal()
     // The window that it stands on can go meanwhile, and takes it along.
     const QPointer<QMessageBox> box(makeBox(WindowController::keyWindow()));
     box->exec();
-    const int result = box ? resultOf(box) : SheetStop;
+    const int result = box ? resultOf(box) : SHEET_STOP;
     delete box;
     return result;
 }
@@ -87,7 +87,7 @@ QMessageBox *Alert::beginSheet(QWidget *window, std::function<void(int)> handler
     QMessageBox *box = makeBox(window);
     const QPointer<QMessageBox> guard(box);
     const auto finish = [guard, handler = std::move(handler)](int) {
-        const int result = guard ? resultOf(guard) : SheetStop;
+        const int result = guard ? resultOf(guard) : SHEET_STOP;
         if (guard)
             guard->deleteLater();
         if (handler)

@@ -7,8 +7,8 @@
 
 #include <functional>
 
-// Built, then shown once: as a sheet on a window or modally. The result is AlertFirstButton for the
-// first button, one more for each further one. The first button is the default; a button named
+// Built, then shown once: as a sheet on a window or modally. The result is ALERT_FIRST_BUTTON for
+// the first button, one more for each further one. The first button is the default; a button named
 // "Cancel" (or the only one) answers to Escape. Without buttons there is one, "OK".
 class Alert
 {
@@ -22,7 +22,7 @@ public:
     // Runs a loop of its own until a button is pressed.
     int runModal();
     // Shows it on a window and returns at once with the box, which deletes itself. A window that
-    // closes answers with SheetStop.
+    // closes answers with SHEET_STOP.
     QMessageBox *beginSheet(QWidget *window, std::function<void(int result)> handler = {});
 
 private:

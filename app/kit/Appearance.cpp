@@ -12,16 +12,16 @@
 
 namespace {
 
-const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
-const QString settingsInterface = QStringLiteral("org.freedesktop.portal.Settings");
-const QString appearanceSpace = QStringLiteral("org.freedesktop.appearance");
-const QString colourSchemeKey = QStringLiteral("color-scheme");
-constexpr uint preferDark = 1;
+const QString PORTAL_SERVICE = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString PORTAL_PATH = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString SETTINGS_INTERFACE = QStringLiteral("org.freedesktop.portal.Settings");
+const QString APPEARANCE_SPACE = QStringLiteral("org.freedesktop.appearance");
+const QString COLOUR_SCHEME_KEY = QStringLiteral("color-scheme");
+constexpr uint PREFER_DARK = 1;
 // The style of a desktop that brings none.
-const QString fusion = QStringLiteral("fusion");
+const QString FUSION = QStringLiteral("fusion");
 
-constexpr QRgb highlight = 0xff2f6fb8;
+constexpr QRgb HIGHLIGHT = 0xff2f6fb8;
 
 struct Colour
 {
@@ -30,7 +30,7 @@ struct Colour
     QRgb disabled; // 0: as normal
 };
 
-constexpr Colour darkColours[] = {
+constexpr Colour DARK_COLOURS[] = {
     {QPalette::Window, 0xff2b2d31, 0},
     {QPalette::WindowText, 0xffe8e9eb, 0xff85888e},
     {QPalette::Base, 0xff1f2124, 0xff26282b},
@@ -40,7 +40,7 @@ constexpr Colour darkColours[] = {
     {QPalette::Button, 0xff35383d, 0xff2f3135},
     {QPalette::ButtonText, 0xffe8e9eb, 0xff85888e},
     {QPalette::BrightText, 0xffff7b72, 0},
-    {QPalette::Highlight, highlight, 0xff4a4d53},
+    {QPalette::Highlight, HIGHLIGHT, 0xff4a4d53},
     {QPalette::HighlightedText, 0xffffffff, 0xffb9bbc0},
     {QPalette::Link, 0xff6cb2f5, 0},
     {QPalette::LinkVisited, 0xffb59af0, 0},
@@ -58,14 +58,14 @@ QPalette lightPalette()
     QPalette palette = QApplication::style()->standardPalette();
     // White on the style's own blue is hard to read.
     for (const auto group : {QPalette::Active, QPalette::Inactive})
-        palette.setColor(group, QPalette::Highlight, highlight);
+        palette.setColor(group, QPalette::Highlight, HIGHLIGHT);
     return palette;
 }
 
 QPalette darkPalette()
 {
     QPalette palette;
-    for (const Colour &colour : darkColours) {
+    for (const Colour &colour : DARK_COLOURS) {
         palette.setColor(QPalette::All, colour.role, QColor::fromRgb(colour.normal));
         if (colour.disabled)
             palette.setColor(QPalette::Disabled, colour.role, QColor::fromRgb(colour.disabled));
@@ -96,7 +96,7 @@ std::optional<Appearance::Scheme> Appearance::schemeNamed(const QString &name)
 Appearance::Appearance(Scheme scheme, QObject *parent)
     : QObject(parent), m_platformStyle(QApplication::style()->objectName())
 {
-    if (scheme != Scheme::automatic || m_platformStyle == fusion)
+    if (scheme != Scheme::automatic || m_platformStyle == FUSION)
         use(scheme);
     if (scheme == Scheme::automatic)
         followDesktop();
@@ -106,7 +106,7 @@ Appearance::Appearance(Scheme scheme, QObject *parent)
 void Appearance::use(Scheme scheme)
 {
     m_ownColours = scheme != Scheme::automatic;
-    if (m_ownColours || m_platformStyle == fusion)
+    if (m_ownColours || m_platformStyle == FUSION)
         QApplication::setStyle(new PlainStyle);
     else
         QApplication::setStyle(m_platformStyle);
@@ -123,11 +123,11 @@ void Appearance::followDesktop()
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
         return;
-    bus.connect(portalService, portalPath, settingsInterface, QStringLiteral("SettingChanged"),
+    bus.connect(PORTAL_SERVICE, PORTAL_PATH, SETTINGS_INTERFACE, QStringLiteral("SettingChanged"),
                 this, SLOT(settingChanged(QDBusMessage)));
-    QDBusMessage call = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
-                                                       QStringLiteral("Read"));
-    call << appearanceSpace << colourSchemeKey;
+    QDBusMessage call = QDBusMessage::createMethodCall(PORTAL_SERVICE, PORTAL_PATH,
+                                                       SETTINGS_INTERFACE, QStringLiteral("Read"));
+    call << APPEARANCE_SPACE << COLOUR_SCHEME_KEY;
     // No portal, or one that knows no colours, asks for nothing.
     auto *answer = new QDBusPendingCallWatcher(bus.asyncCall(call), this);
     connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
@@ -141,7 +141,7 @@ void Appearance::followDesktop()
 void Appearance::settingChanged(const QDBusMessage &change)
 {
     const QVariantList arguments = change.arguments();
-    if (arguments.value(0) == appearanceSpace && arguments.value(1) == colourSchemeKey)
+    if (arguments.value(0) == APPEARANCE_SPACE && arguments.value(1) == COLOUR_SCHEME_KEY)
         desktopPrefers(arguments.value(2).value<QDBusVariant>().variant());
 }
 
@@ -150,7 +150,7 @@ void Appearance::desktopPrefers(QVariant preference)
     // A read answers with the value inside a second variant.
     if (preference.userType() == qMetaTypeId<QDBusVariant>())
         preference = preference.value<QDBusVariant>().variant();
-    const bool dark = preference.toUInt() == preferDark;
+    const bool dark = preference.toUInt() == PREFER_DARK;
     if (!dark && m_ownColours)
         use(Scheme::automatic);
     else if (dark && !m_ownColours && !isDark(QApplication::palette()))

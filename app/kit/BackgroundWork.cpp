@@ -16,7 +16,7 @@
 
 namespace {
 // How long the main thread runs continuations before it looks after events again.
-constexpr int slice_ms = 8;
+constexpr int SLICE_MS = 8;
 
 // Settings expand a path when it is first asked for, and the environment must not change while
 // another thread reads it: both are settled before the first worker runs.
@@ -84,7 +84,7 @@ struct BackgroundWork::Mailbox : std::enable_shared_from_this<BackgroundWork::Ma
         timer.start();
         while (Continuation next = take()) {
             next();
-            if (timer.elapsed() >= slice_ms)
+            if (timer.elapsed() >= SLICE_MS)
                 return drainLater();
         }
     }

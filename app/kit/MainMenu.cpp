@@ -22,47 +22,47 @@ struct Item
     const char *identifier = "";
 };
 
-constexpr Item separator{nullptr, ""};
+constexpr Item SEPARATOR{nullptr, ""};
 
 // A display window keeps its menu items' shortcuts for the guest, copy and paste aside.
-constexpr Item items[] = {
+constexpr Item ITEMS[] = {
     {QT_TRANSLATE_NOOP("MainMenu", "&Tarv"), nullptr},
     {QT_TRANSLATE_NOOP("MainMenu", "&About Tarv"), "orderFrontStandardAboutPanel:"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "&Quit Tarv"), "terminate:", "Ctrl+Q"},
 
     {QT_TRANSLATE_NOOP("MainMenu", "&File"), nullptr},
     {QT_TRANSLATE_NOOP("MainMenu", "&New VM…"), "newDocument:", "Ctrl+N"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Open VM"), "openDocument:", "Ctrl+O"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "&Close"), "performClose:", "Ctrl+W"},
 
     {QT_TRANSLATE_NOOP("MainMenu", "&Edit"), nullptr},
     {QT_TRANSLATE_NOOP("MainMenu", "&Undo"), "undo:", "Ctrl+Z"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Redo"), "redo:", "Ctrl+Shift+Z"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "Cu&t"), "cut:", "Ctrl+X"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Copy"), "copy:", "Ctrl+C"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Paste"), "paste:", "Ctrl+V"},
     {QT_TRANSLATE_NOOP("MainMenu", "Select &All"), "selectAll:", "Ctrl+A"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "&Shared Pasteboard"), "toggleSharedPasteboard:"},
 
     {QT_TRANSLATE_NOOP("MainMenu", "&Virtual Machine"), nullptr},
     {QT_TRANSLATE_NOOP("MainMenu", "&Start"), "openDocument:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Force Start"), "forceStartVirtualMachine:", "Ctrl+Shift+O"},
     {QT_TRANSLATE_NOOP("MainMenu", "Start in &Recovery"), "recoverVirtualMachine:"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "S&uspend"), "suspendVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Re&boot"), "rebootVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "S&top"), "stopVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Force St&op"), "forceStopVirtualMachine:"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "Rena&me"), "renameVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Clone"), "cloneVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Co&py"), "copyVirtualMachine:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Delete…"), "delete:", "Ctrl+Backspace"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "Take Scree&nshot"), "takeScreenShot:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Lock Keyboard"), "lockKeyboard:"},
 
@@ -71,17 +71,17 @@ constexpr Item items[] = {
     {QT_TRANSLATE_NOOP("MainMenu", "Zoom &Out"), "zoomOut:", "Ctrl+-"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Actual Size"), "zoomImageToActualSize:", "Ctrl+0"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Half Size"), "zoomImageToHalfSize:"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "&Resolution…"), "setResolution:"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Live Resolution"), "toggleLiveResize:"},
     {QT_TRANSLATE_NOOP("MainMenu", "Hi&DPI"), "useHiDPI:", "", "USEHIDPI"},
-    separator,
+    SEPARATOR,
     {QT_TRANSLATE_NOOP("MainMenu", "&Full Screen"), "toggleFullScreen:", "Ctrl+Meta+F"},
 
     {QT_TRANSLATE_NOOP("MainMenu", "&Window"), nullptr, "", "WINDOWS"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Minimize"), "performMiniaturize:", "Ctrl+M"},
     {QT_TRANSLATE_NOOP("MainMenu", "&Virtual Machines"), "showWelcomeWindow:", "Ctrl+Shift+L"},
-    separator,
+    SEPARATOR,
 
     {QT_TRANSLATE_NOOP("MainMenu", "&Help"), nullptr},
     {QT_TRANSLATE_NOOP("MainMenu", "&Getting Started"), "openGettingStartedURL:"},
@@ -110,7 +110,7 @@ MainMenu::MainMenu(QWidget *window) : QMenuBar(window), m_window(window)
     setAccessibleName(tr("Main menu"));
     setNativeMenuBar(false);
     QMenu *menu = nullptr;
-    for (const Item &item : items) {
+    for (const Item &item : ITEMS) {
         if (!item.action) {
             menu = addMenu(tr(item.title));
             menu->setObjectName(objectNameOf("menu", item.title));
@@ -123,7 +123,7 @@ MainMenu::MainMenu(QWidget *window) : QMenuBar(window), m_window(window)
         } else {
             QAction *action = menu->addAction(tr(item.title));
             action->setObjectName(objectNameOf("item", item.action));
-            action->setProperty(Responder::actionProperty, QString::fromLatin1(item.action));
+            action->setProperty(Responder::ACTION_PROPERTY, QString::fromLatin1(item.action));
             action->setProperty(identifierProperty, QString::fromLatin1(item.identifier));
             action->setShortcut(QKeySequence(QString::fromLatin1(item.shortcut)));
             action->setMenuRole(QAction::NoRole);

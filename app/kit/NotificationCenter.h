@@ -18,11 +18,14 @@ struct Notification
 };
 
 // The VM services' notifications, as re-posted by the application delegate (without an object).
-inline const QString VMServiceDidStart = QStringLiteral("com.quelda.tarvhv.notification.start");
-inline const QString VMServiceDidStop = QStringLiteral("com.quelda.tarvhv.notification.stop");
-inline const QString VMServiceDidCreate = QStringLiteral("com.quelda.tarvhv.notification.create");
-inline const QString VMServiceDidDelete = QStringLiteral("com.quelda.tarvhv.notification.delete");
-inline const QString VMServiceDidChange = QStringLiteral("com.quelda.tarvhv.notification.change");
+inline const QString VM_SERVICE_DID_START = QStringLiteral("com.quelda.tarvhv.notification.start");
+inline const QString VM_SERVICE_DID_STOP = QStringLiteral("com.quelda.tarvhv.notification.stop");
+inline const QString VM_SERVICE_DID_CREATE =
+    QStringLiteral("com.quelda.tarvhv.notification.create");
+inline const QString VM_SERVICE_DID_DELETE =
+    QStringLiteral("com.quelda.tarvhv.notification.delete");
+inline const QString VM_SERVICE_DID_CHANGE =
+    QStringLiteral("com.quelda.tarvhv.notification.change");
 
 class NotificationCenter
 {

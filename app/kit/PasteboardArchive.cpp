@@ -12,8 +12,8 @@
 namespace {
 
 constexpr qint64 versionWritten = 1;
-constexpr qsizetype itemsMax = 64;
-constexpr qsizetype sizeMax = qsizetype(DISPLAY_PASTEBOARD_MAX);
+constexpr qsizetype ITEMS_MAX = 64;
+constexpr qsizetype BYTES_MAX = qsizetype(DISPLAY_PASTEBOARD_MAX);
 constexpr const char *typeNames[] = {"text", "url", "html", "png"};
 
 bool fail(QString *error, const char *reason)
@@ -74,7 +74,7 @@ bool readItems(QCborStreamReader &reader, QList<PasteboardItem> *items)
     if (!reader.isArray() || !reader.enterContainer())
         return false;
     for (qsizetype count = 0; reader.hasNext(); ++count)
-        if (count == itemsMax || !readItem(reader, items))
+        if (count == ITEMS_MAX || !readItem(reader, items))
             return false;
     return reader.leaveContainer();
 }
@@ -110,7 +110,7 @@ QByteArray PasteboardArchive::write(const QList<PasteboardItem> &items)
     qsizetype size = 0;
     for (const PasteboardItem &item : items)
         size += item.data.size() + 32;
-    if (items.size() > itemsMax || size + 64 > sizeMax)
+    if (items.size() > ITEMS_MAX || size + 64 > BYTES_MAX)
         return {};
     QByteArray archive;
     QCborStreamWriter writer(&archive);
@@ -137,7 +137,7 @@ QList<PasteboardItem> PasteboardArchive::read(const QByteArray &archive, QString
 {
     if (error)
         error->clear();
-    if (archive.size() > sizeMax) {
+    if (archive.size() > BYTES_MAX) {
         fail(error, "too large");
         return {};
     }

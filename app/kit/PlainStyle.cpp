@@ -8,12 +8,12 @@
 namespace {
 
 // Logical pixels.
-constexpr int buttonPadding = 14; // on either side of a label
-constexpr int buttonHeight = 26;
-constexpr int headerHeight = 24;
+constexpr int BUTTON_PADDING = 14; // on either side of a label
+constexpr int BUTTON_HEIGHT = 26;
+constexpr int HEADER_HEIGHT = 24;
 
 // Fusion derives edges from the background by darkening it.
-constexpr float edgeOpacity = 0.4F;
+constexpr float EDGE_OPACITY = 0.4F;
 
 bool isEdge(QStyle::PrimitiveElement element)
 {
@@ -36,9 +36,9 @@ QSize PlainStyle::sizeFromContents(ContentsType type, const QStyleOption *option
 {
     QSize size = QProxyStyle::sizeFromContents(type, option, contents, widget);
     if (type == CT_PushButton)
-        size = size.expandedTo({contents.width() + 2 * buttonPadding, buttonHeight});
+        size = size.expandedTo({contents.width() + 2 * BUTTON_PADDING, BUTTON_HEIGHT});
     else if (type == CT_HeaderSection)
-        size.setHeight(std::max(size.height(), headerHeight));
+        size.setHeight(std::max(size.height(), HEADER_HEIGHT));
     return size;
 }
 
@@ -50,7 +50,7 @@ void PlainStyle::drawPrimitive(PrimitiveElement element, const QStyleOption *opt
     if (!isEdge(element) || focused || !isDark(option->palette))
         return;
     QColor edge = option->palette.color(QPalette::WindowText);
-    edge.setAlphaF(edgeOpacity);
+    edge.setAlphaF(EDGE_OPACITY);
     if (element == PE_FrameFocusRect)
         edge = option->palette.color(QPalette::Link); // a highlight that shows beside a surface
     painter->save();

@@ -77,7 +77,7 @@ bool widgetAllows(const QObject *object, const QByteArray &name)
 
 QString Responder::actionOf(const QAction *item)
 {
-    return item ? item->property(actionProperty).toString() : QString();
+    return item ? item->property(ACTION_PROPERTY).toString() : QString();
 }
 
 void Responder::setApplicationDelegate(QObject *delegate)

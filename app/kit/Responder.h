@@ -14,7 +14,7 @@
 namespace Responder {
 
 // The property of a QAction that holds its action's name.
-inline constexpr char actionProperty[] = "action";
+inline constexpr char ACTION_PROPERTY[] = "action";
 QString actionOf(const QAction *item);
 
 void setApplicationDelegate(QObject *delegate);

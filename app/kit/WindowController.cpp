@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr char controllerProperty[] = "windowController";
+constexpr char CONTROLLER_PROPERTY[] = "windowController";
 
 QPointer<QWidget> &lastKeyWindow()
 {
@@ -34,13 +34,13 @@ WindowController *WindowController::forWindow(const QWidget *window)
     if (!window)
         return nullptr;
     return qobject_cast<WindowController *>(
-        window->property(controllerProperty).value<QObject *>());
+        window->property(CONTROLLER_PROPERTY).value<QObject *>());
 }
 
 void WindowController::setWindow(QWidget *window)
 {
     m_window = window;
-    window->setProperty(controllerProperty, QVariant::fromValue<QObject *>(this));
+    window->setProperty(CONTROLLER_PROPERTY, QVariant::fromValue<QObject *>(this));
     window->installEventFilter(this);
 }
 
@@ -49,7 +49,7 @@ void WindowController::detachWindow()
     if (!m_window)
         return;
     m_window->removeEventFilter(this);
-    m_window->setProperty(controllerProperty, QVariant());
+    m_window->setProperty(CONTROLLER_PROPERTY, QVariant());
     m_window->deleteLater();
     m_window = nullptr;
 }
@@ -68,7 +68,7 @@ void WindowController::showWindow()
 void WindowController::close()
 {
     while (QDialog *sheet = attachedSheet(m_window))
-        sheet->done(SheetStop);
+        sheet->done(SHEET_STOP);
     if (m_window)
         m_window->close();
 }
@@ -149,7 +149,7 @@ bool WindowController::eventFilter(QObject *object, QEvent *event)
             event->ignore();
             return true;
         }
-        NotificationCenter::defaultCenter().post(WindowWillCloseNotification,
+        NotificationCenter::defaultCenter().post(WINDOW_WILL_CLOSE,
                                                  QVariant::fromValue<QWidget *>(m_window.data()));
         windowWillClose();
         break;

@@ -11,7 +11,7 @@
 
 // Posted when a window is about to close, before its controller is told; the object is the window
 // (a QWidget *).
-inline const QString WindowWillCloseNotification = QStringLiteral("WindowWillClose");
+inline const QString WINDOW_WILL_CLOSE = QStringLiteral("WindowWillClose");
 
 // For owners that let go of a controller while its window may still be in the middle of an event.
 struct DeleteLater
@@ -34,7 +34,7 @@ public:
 
     // Shows the window, or brings it to the front.
     virtual void showWindow();
-    // Closes the window, also under a sheet (which then ends with SheetStop).
+    // Closes the window, also under a sheet (which then ends with SHEET_STOP).
     void close();
 
     // Whether a menu item can be used now; may set its check mark. An item that this window does

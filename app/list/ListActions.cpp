@@ -170,7 +170,7 @@ void ListActions::deleteSelected()
     Alert alert(deleteQuestion(names));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));
     alert.beginSheet(m_window->window(), [this, arguments](int result) {
-        if (result == AlertFirstButton)
+        if (result == ALERT_FIRST_BUTTON)
             runDelete(arguments);
     });
 }

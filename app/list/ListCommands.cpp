@@ -1,5 +1,7 @@
 #include "app/list/ListCommands.h"
 
+#include "app/model/statusWord.h"
+
 #include <QCoreApplication>
 
 #include <algorithm>
@@ -54,8 +56,8 @@ QString copyTitle()
 
 bool takesVM(ListCommand command, const QString &status)
 {
-    return status == "running"_L1 ||
-           (command == ListCommand::forceStop && status == "suspended"_L1);
+    return status == statusWord(VmStatus::running) ||
+           (command == ListCommand::forceStop && status == statusWord(VmStatus::suspended));
 }
 
 QStringList longCommandArguments(const QString &command, const QStringList &options,
@@ -104,7 +106,8 @@ QString uniqueName(const QString &name, const QStringList &taken)
 
 bool isListActionEnabled(const QString &action, const QStringList &statuses)
 {
-    const auto running = std::count(statuses.begin(), statuses.end(), u"running"_s);
+    const auto running =
+        std::count(statuses.begin(), statuses.end(), statusWord(VmStatus::running));
     static const QStringList needStopped = {u"openDocument:"_s, u"forceStartVirtualMachine:"_s,
                                             u"recoverVirtualMachine:"_s, u"cloneVirtualMachine:"_s,
                                             u"copyVirtualMachine:"_s};

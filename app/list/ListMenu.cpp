@@ -33,7 +33,7 @@ constexpr MenuItem MENU_ITEMS[] = {
 
 QString actionOfButton(const QPushButton *button)
 {
-    return button->property(Responder::actionProperty).toString();
+    return button->property(Responder::ACTION_PROPERTY).toString();
 }
 } // namespace
 
@@ -58,7 +58,7 @@ void ListMenu::addItems()
             continue;
         }
         QAction *action = m_menu->addAction(tr(item.title));
-        action->setProperty(Responder::actionProperty, QString::fromLatin1(item.action));
+        action->setProperty(Responder::ACTION_PROPERTY, QString::fromLatin1(item.action));
         action->setObjectName(u"context_"_s + QString::fromLatin1(item.action).chopped(1));
         action->setShortcut(QKeySequence(QString::fromLatin1(item.key)));
         connect(action, &QAction::triggered, this,

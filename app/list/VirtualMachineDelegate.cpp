@@ -1,6 +1,7 @@
 #include "app/list/VirtualMachineDelegate.h"
 
 #include "app/list/VirtualMachinesController.h"
+#include "tarvhv/cli2/vm_status.h"
 
 #include <QAbstractItemView>
 #include <QApplication>
@@ -12,25 +13,31 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int margin = VirtualMachineDelegate::margin;
-constexpr int dot = 9; // diameter
-constexpr int lock = 16;
+constexpr int MARGIN = VirtualMachineDelegate::margin;
+constexpr int DOT = 9; // diameter
+constexpr int LOCK = 16;
 
 // Readable on light and dark backgrounds; the words beside it say the same.
 QColor dotColor(const QString &status)
 {
-    if (status == "running"_L1)
+    switch (vm_status_from(status.toStdString()).value_or(VmStatus::unknown)) {
+    case VmStatus::running:
         return QColor(0x2e, 0xa4, 0x4f);
-    if (status == "suspended"_L1)
+    case VmStatus::suspended:
         return QColor(0xd6, 0x9a, 0x1c);
-    if (status == "failed"_L1 || status == "malfunction"_L1)
+    case VmStatus::failed:
+    case VmStatus::malfunction:
         return QColor(0xd9, 0x48, 0x3b);
+    case VmStatus::stopped:
+    case VmStatus::unknown:
+        break;
+    }
     return QColor(0x8a, 0x8f, 0x98);
 }
 
 void drawDot(QPainter *painter, const QRect &cell, const QString &status, bool selected)
 {
-    const QRectF circle(cell.left() + margin, cell.center().y() - dot / 2.0 + 0.5, dot, dot);
+    const QRectF circle(cell.left() + MARGIN, cell.center().y() - DOT / 2.0 + 0.5, DOT, DOT);
     painter->setPen(selected ? QPen(Qt::white, 1.2) : QPen(Qt::NoPen));
     painter->setBrush(dotColor(status));
     painter->drawEllipse(circle);
@@ -84,16 +91,16 @@ void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem
     style->drawPrimitive(QStyle::PE_PanelItemViewItem, &cell, painter, cell.widget);
 
     const bool selected = cell.state & QStyle::State_Selected;
-    QRect text = cell.rect.adjusted(margin, 0, -margin, 0);
+    QRect text = cell.rect.adjusted(MARGIN, 0, -MARGIN, 0);
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
     const QString status = index.data(VirtualMachinesController::StatusRole).toString();
     if (index.column() == VirtualMachinesController::StatusColumn && !status.isEmpty()) {
         drawDot(painter, cell.rect, status, selected);
-        text.setLeft(text.left() + dot + margin);
+        text.setLeft(text.left() + DOT + MARGIN);
         if (!cell.icon.isNull()) {
-            const QRect place(text.left() + cell.fontMetrics.horizontalAdvance(cell.text) + margin,
-                              cell.rect.center().y() - lock / 2 + 1, lock, lock);
+            const QRect place(text.left() + cell.fontMetrics.horizontalAdvance(cell.text) + MARGIN,
+                              cell.rect.center().y() - LOCK / 2 + 1, LOCK, LOCK);
             cell.icon.paint(painter, place, Qt::AlignCenter,
                             selected ? QIcon::Selected : QIcon::Normal);
         }
@@ -121,7 +128,7 @@ void VirtualMachineDelegate::updateEditorGeometry(QWidget *editor,
         return;
     line->setFrame(true);
     constexpr int frame = 3; // of a text field, to its text
-    line->setGeometry(option.rect.adjusted(margin - frame, 2, -2, -2));
+    line->setGeometry(option.rect.adjusted(MARGIN - frame, 2, -2, -2));
 }
 
 QWidget *VirtualMachineDelegate::createEditor(QWidget *parent, const QStyleOptionViewItem &,

@@ -11,7 +11,7 @@
 
 namespace {
 // The statuses that are known by name, as titles.
-[[maybe_unused]] constexpr const char *titles[] = {
+[[maybe_unused]] constexpr const char *TITLES[] = {
     QT_TRANSLATE_NOOP("TarvVM", "Running"),     QT_TRANSLATE_NOOP("TarvVM", "Stopped"),
     QT_TRANSLATE_NOOP("TarvVM", "Suspended"),   QT_TRANSLATE_NOOP("TarvVM", "Failed"),
     QT_TRANSLATE_NOOP("TarvVM", "Malfunction"),

@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int side = 20; // of the images, logical pixels
+constexpr int SIDE = 20; // of the images, logical pixels
 
 QIcon restImage()
 {
@@ -24,7 +24,7 @@ QIcon hoverImage()
 WelcomeWindowCloseButton::WelcomeWindowCloseButton(QWidget *parent) : QAbstractButton(parent)
 {
     setIcon(restImage());
-    setIconSize({side, side});
+    setIconSize({SIDE, SIDE});
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     setFocusPolicy(Qt::NoFocus);
     updateTrackingAreas();

@@ -54,8 +54,8 @@ void WelcomeWindowController::windowDidLoad()
     m_chrome->restoreLayout();
     m_chrome->reloadInfoViewTrackingAreaForCurrentLayout();
     reloadVirtualMachines();
-    for (const QString &name : {VMServiceDidStart, VMServiceDidStop, VMServiceDidChange,
-                                VMServiceDidCreate, VMServiceDidDelete}) {
+    for (const QString &name : {VM_SERVICE_DID_START, VM_SERVICE_DID_STOP, VM_SERVICE_DID_CHANGE,
+                                VM_SERVICE_DID_CREATE, VM_SERVICE_DID_DELETE}) {
         NotificationCenter::defaultCenter().addObserver(
             this, name, [this](const Notification &) { virtualMachineDidChange(); });
     }

@@ -1,5 +1,6 @@
 #include "app/model/LibraryReader.h"
 
+#include "app/model/statusWord.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
 #include "policy/kv.h"
@@ -15,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 // How long a pass waits for the next record before it does without those that are missing.
-constexpr int patience_ms = 300;
+constexpr int PATIENCE_MS = 300;
 
 using Library = std::unique_ptr<vmlib, decltype(&vmlib_close)>;
 using Record = std::unique_ptr<vm, decltype(&vm_close)>;
@@ -58,7 +59,7 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
     }
     result.name = QString::fromUtf8(kv_get_str(config.get(), "name", ""));
     if (kv_get(config.get(), "state_file"))
-        result.status = u"suspended"_s;
+        result.status = statusWord(VmStatus::suspended);
     if (const Tree version(vm_read_version(record.get()), &kv_free);
         version && kv_type(version.get()) == KV_MAP)
         result.version = QString::fromUtf8(kv_get_str(version.get(), "tag", ""));
@@ -68,7 +69,7 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
 LibraryReader::LibraryReader(QObject *parent) : QObject(parent)
 {
     m_patience.setSingleShot(true);
-    m_patience.setInterval(patience_ms);
+    m_patience.setInterval(PATIENCE_MS);
     connect(&m_patience, &QTimer::timeout, this, &LibraryReader::finishPass);
 }
 

@@ -25,15 +25,15 @@ void runLongCommand(WindowController &window, const QStringList &arguments,
                     [runner, sheet = QPointer<QDialog>(operation->sheet()),
                      succeeded = std::move(succeeded)](const QJsonValue &, const auto &error) {
                         if (sheet)
-                            sheet->done(SheetStop);
+                            sheet->done(SHEET_STOP);
                         if (!error && succeeded)
                             succeeded();
                         runner->deleteLater();
                     });
     window.beginSheet(operation->sheet(), [operation, running = QPointer(runner)](int response) {
-        if (running && response == SheetCancel) {
+        if (running && response == SHEET_CANCEL) {
             running->abort();
-        } else if (running && response == SheetContinue) {
+        } else if (running && response == SHEET_CONTINUE) {
             running->detach();
             running->deleteLater();
         }

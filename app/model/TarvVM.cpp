@@ -3,6 +3,7 @@
 #include "app/kit/BackgroundWork.h"
 #include "app/model/ListIcons.h"
 #include "app/model/TarvCTL.h"
+#include "app/model/statusWord.h"
 #include "hostlib/vms/vms.h"
 #include "policy/kv.h"
 #include "tarvhv/cli2/places.h"
@@ -22,7 +23,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 // Ahead of every refresh of the list: somebody waits for it.
-constexpr int start_priority = 10;
+constexpr int START_PRIORITY = 10;
 
 // How the last run of each VM in this process's care ended, by lower-case identifier. Written on
 // the main thread, read by workers too.
@@ -110,7 +111,8 @@ QString TarvVM::serviceStatus(const QString &vmid)
                                                          &kv_free);
     if (!status)
         return {};
-    return QString::fromUtf8(kv_get_str(status.get(), "status", "malfunction"));
+    return QString::fromUtf8(
+        kv_get_str(status.get(), "status", vm_status_word(VmStatus::malfunction)));
 }
 
 bool TarvVM::hasFailed(const QString &vmid)
@@ -127,15 +129,15 @@ bool TarvVM::hasFailed(const QString &vmid)
 QString TarvVM::status() const
 {
     if (m_uuid.isEmpty())
-        return u"stopped"_s;
+        return statusWord(VmStatus::stopped);
     if (const QString service = serviceStatus(m_uuid); !service.isNull())
         return service;
-    return hasFailed(m_uuid) ? u"failed"_s : restingStatus();
+    return hasFailed(m_uuid) ? statusWord(VmStatus::failed) : restingStatus();
 }
 
 QString TarvVM::restingStatus() const
 {
-    return m_storedStatus.isNull() ? u"stopped"_s : m_storedStatus;
+    return m_storedStatus.isNull() ? statusWord(VmStatus::stopped) : m_storedStatus;
 }
 
 void TarvVM::setStatus(const QString &status)
@@ -176,7 +178,8 @@ QIcon TarvVM::displayIconFor(const QString &status) const
 {
     if (!m_policyEnabled)
         return {};
-    return templateIcon(status == "running"_L1 ? u"lock-open"_s : u"lock-closed"_s);
+    return templateIcon(status == statusWord(VmStatus::running) ? u"lock-open"_s
+                                                                : u"lock-closed"_s);
 }
 
 bool TarvVM::isEqual(const QVariant &object) const
@@ -200,16 +203,18 @@ void TarvVM::start(StartMode mode)
     const auto ask = [vmid = m_uuid, stored = m_storedStatus,
                       mode]() -> BackgroundWork::Continuation {
         QString status = vmid.isEmpty() ? QString() : serviceStatus(vmid);
-        if (status.isNull() && stored == "running"_L1 && !hasFailed(vmid))
+        if (status.isNull() && stored == statusWord(VmStatus::running) && !hasFailed(vmid))
             status = stored;
-        return [vmid, mode, running = status == "running"_L1] { startOrShow(vmid, mode, running); };
+        return [vmid, mode, running = status == statusWord(VmStatus::running)] {
+            startOrShow(vmid, mode, running);
+        };
     };
-    BackgroundWork::shared().run(BackgroundWork::Lane::supervisors, ask, start_priority);
+    BackgroundWork::shared().run(BackgroundWork::Lane::supervisors, ask, START_PRIORITY);
 }
 
 void TarvVM::start(StartMode mode, const QString &status)
 {
-    startOrShow(m_uuid, mode, status == "running"_L1);
+    startOrShow(m_uuid, mode, status == statusWord(VmStatus::running));
 }
 
 void TarvVM::setDisplayOpener(DisplayOpener opener)

@@ -59,7 +59,7 @@ int64_t integerForKey(const QJsonObject &map, const QString &key, int64_t missin
     // Whole numbers are kept exactly by the value itself; others lose their fraction.
     constexpr double limit = 9223372036854775808.0; // 2^63
     const double whole = std::trunc(*number);
-    const int64_t nearest = whole >= limit   ? integerMissing
+    const int64_t nearest = whole >= limit   ? INTEGER_MISSING
                             : whole < -limit ? std::numeric_limits<int64_t>::min()
                                              : static_cast<int64_t>(whole);
     return map.value(key).isBool() ? nearest : map.value(key).toInteger(nearest);

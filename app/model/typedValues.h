@@ -12,7 +12,7 @@
 
 namespace typedValues {
 
-inline constexpr int64_t integerMissing = std::numeric_limits<int64_t>::max();
+inline constexpr int64_t INTEGER_MISSING = std::numeric_limits<int64_t>::max();
 
 // The value when it is of the class, otherwise none. Classes: QString, double, bool, QJsonObject,
 // QJsonArray. A truth value is a number too (0 or 1), as in the answers' origin.
@@ -23,6 +23,6 @@ std::optional<double> numberForKey(const QJsonObject &map, const QString &key);
 std::optional<QString> stringForKey(const QJsonObject &map, const QString &key);
 // The number's integer value, or the marker when the value is missing or not a number.
 int64_t integerForKey(const QJsonObject &map, const QString &key,
-                      int64_t missingValueMarker = integerMissing);
+                      int64_t missingValueMarker = INTEGER_MISSING);
 
 } // namespace typedValues

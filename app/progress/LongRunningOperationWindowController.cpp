@@ -11,7 +11,7 @@
 #include <algorithm>
 
 namespace {
-constexpr int animation_delay_ms = 100;
+constexpr int ANIMATION_DELAY_MS = 100;
 } // namespace
 
 LongRunningOperationWindowController *LongRunningOperationWindowController::controller()
@@ -34,7 +34,7 @@ LongRunningOperationWindowController::~LongRunningOperationWindowController() = 
 
 void LongRunningOperationWindowController::windowDidLoad()
 {
-    QTimer::singleShot(animation_delay_ms, m_ui->progressIndicator,
+    QTimer::singleShot(ANIMATION_DELAY_MS, m_ui->progressIndicator,
                        &ProgressIndicator::startAnimation);
 }
 
@@ -78,11 +78,11 @@ void LongRunningOperationWindowController::setProgress(double percent)
 void LongRunningOperationWindowController::background(QObject *)
 {
     if (sheet())
-        sheet()->done(SheetContinue);
+        sheet()->done(SHEET_CONTINUE);
 }
 
 void LongRunningOperationWindowController::cancelOperation(QObject *)
 {
     if (sheet())
-        sheet()->done(SheetCancel);
+        sheet()->done(SHEET_CANCEL);
 }

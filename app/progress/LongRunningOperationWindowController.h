@@ -13,7 +13,7 @@ class LongRunningOperationWindowController;
 class LongOperationWindow;
 class ProgressIndicator;
 
-// Ends with SheetContinue when the command is to run on without it, with 0 when it is to be
+// Ends with SHEET_CONTINUE when the command is to run on without it, with 0 when it is to be
 // cancelled; whoever shows it acts on that.
 class LongRunningOperationWindowController : public WindowController
 {

@@ -3,9 +3,9 @@
 #include <QPainter>
 
 namespace {
-constexpr int spokes = 12;
-constexpr int frame_ms = 80;
-constexpr qreal side = 28; // of the spinner, logical pixels
+constexpr int SPOKES = 12;
+constexpr int FRAME_MS = 80;
+constexpr qreal SIDE = 28; // of the spinner, logical pixels
 } // namespace
 
 ProgressIndicator::ProgressIndicator(QWidget *parent) : QProgressBar(parent)
@@ -13,9 +13,9 @@ ProgressIndicator::ProgressIndicator(QWidget *parent) : QProgressBar(parent)
     setRange(0, 0);
     setTextVisible(false);
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-    m_frames.setInterval(frame_ms);
+    m_frames.setInterval(FRAME_MS);
     connect(&m_frames, &QTimer::timeout, this, [this] {
-        m_step = (m_step + 1) % spokes;
+        m_step = (m_step + 1) % SPOKES;
         update();
     });
 }
@@ -41,7 +41,7 @@ QSize ProgressIndicator::sizeHint() const
 {
     if (m_style == Style::bar)
         return QProgressBar::sizeHint();
-    return {static_cast<int>(side), static_cast<int>(side)};
+    return {static_cast<int>(SIDE), static_cast<int>(SIDE)};
 }
 
 void ProgressIndicator::paintEvent(QPaintEvent *event)
@@ -51,12 +51,12 @@ void ProgressIndicator::paintEvent(QPaintEvent *event)
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.translate(rect().center());
-    for (int spoke = 0; spoke < spokes; spoke++) {
-        const int age = (m_step - spoke + spokes) % spokes;
+    for (int spoke = 0; spoke < SPOKES; spoke++) {
+        const int age = (m_step - spoke + SPOKES) % SPOKES;
         QColor color = palette().color(QPalette::WindowText);
-        color.setAlphaF(0.15F + 0.75F * static_cast<float>(spokes - age) / spokes);
+        color.setAlphaF(0.15F + 0.75F * static_cast<float>(SPOKES - age) / SPOKES);
         painter.setPen(QPen(color, 2.4, Qt::SolidLine, Qt::RoundCap));
-        painter.drawLine(QPointF(0, -side * 0.24), QPointF(0, -side * 0.44));
-        painter.rotate(360.0 / spokes);
+        painter.drawLine(QPointF(0, -SIDE * 0.24), QPointF(0, -SIDE * 0.44));
+        painter.rotate(360.0 / SPOKES);
     }
 }

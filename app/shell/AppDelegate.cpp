@@ -74,7 +74,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_eula->showWindow();
     }
     NotificationCenter &center = NotificationCenter::defaultCenter();
-    center.addObserver(this, WindowWillCloseNotification, [this](const Notification &closing) {
+    center.addObserver(this, WINDOW_WILL_CLOSE, [this](const Notification &closing) {
         windowWillClose(closing.object.value<QWidget *>());
     });
     m_services = std::make_unique<ServiceNotifications>();

@@ -16,7 +16,7 @@
 namespace {
 
 // Ahead of every refresh of the list.
-constexpr int statePriority = 20;
+constexpr int STATE_PRIORITY = 20;
 
 void removeState(const QString &id)
 {
@@ -55,7 +55,7 @@ AppParts applicationParts()
             removeState(id);
             return BackgroundWork::Continuation();
         };
-        BackgroundWork::shared().run(BackgroundWork::Lane::records, remove, statePriority);
+        BackgroundWork::shared().run(BackgroundWork::Lane::records, remove, STATE_PRIORITY);
     };
     parts.startVM = startVM;
     parts.setVMStatus = TarvVM::setVM;

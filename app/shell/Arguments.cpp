@@ -10,9 +10,9 @@
 
 namespace {
 
-const QString urlScheme = QStringLiteral("tarv");
+const QString URL_SCHEME = QStringLiteral("tarv");
 
-constexpr char usage[] =
+constexpr char USAGE[] =
     "Usage: tarv [FILE or URL]...\n"
     "Shows and runs virtual machines. A running Tarv opens what is named here.\n"
     "\n"
@@ -24,7 +24,7 @@ constexpr char usage[] =
 
 bool isUrlRequest(const QString &text)
 {
-    return text.startsWith(urlScheme + QLatin1Char(':'), Qt::CaseInsensitive);
+    return text.startsWith(URL_SCHEME + QLatin1Char(':'), Qt::CaseInsensitive);
 }
 
 // A value whose percent-encoding is malformed is no value.
@@ -55,7 +55,7 @@ bool answerAtOnce(int argc, char **argv, int *status)
         const bool help = strcmp(argv[i], "--help") == 0 || strcmp(argv[i], "-h") == 0;
         if (!help && strcmp(argv[i], "--version") != 0)
             continue;
-        *status = printf("%s", help ? usage : "tarv " TARV_VERSION "\n") < 0 ? 1 : 0;
+        *status = printf("%s", help ? USAGE : "tarv " TARV_VERSION "\n") < 0 ? 1 : 0;
         return true;
     }
     return false;

@@ -27,7 +27,7 @@
 
 namespace {
 
-constexpr size_t logPathMax = 1023;
+constexpr size_t LOG_PATH_MAX = 1023;
 
 int openLogFile()
 {
@@ -35,7 +35,7 @@ int openLogFile()
     if (!directory)
         return -1;
     const std::string path = std::string(directory) + "/tarv.log";
-    if (path.size() > logPathMax)
+    if (path.size() > LOG_PATH_MAX)
         return -1;
     return openx(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644);
 }

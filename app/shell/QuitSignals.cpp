@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int quitSignals[] = {SIGTERM, SIGINT, SIGHUP};
+constexpr int QUIT_SIGNALS[] = {SIGTERM, SIGINT, SIGHUP};
 
 std::atomic<int> g_write = -1;
 
@@ -49,7 +49,7 @@ QuitSignals::QuitSignals(QObject *parent) : QObject(parent)
             ;
         Q_EMIT received();
     });
-    for (const int number : quitSignals)
+    for (const int number : QUIT_SIGNALS)
         handle(number, wake);
 }
 
@@ -57,7 +57,7 @@ QuitSignals::~QuitSignals()
 {
     if (!m_write)
         return;
-    for (const int number : quitSignals)
+    for (const int number : QUIT_SIGNALS)
         handle(number, SIG_DFL);
     g_write = -1;
 }

@@ -11,10 +11,10 @@
 
 namespace {
 
-const QString busName = QStringLiteral("com.quelda.Tarv");
-const QString objectPath = QStringLiteral("/com/quelda/Tarv");
-const QString interfaceName = QStringLiteral("org.freedesktop.Application");
-constexpr int answerWait_ms = 25000;
+const QString BUS_NAME = QStringLiteral("com.quelda.Tarv");
+const QString OBJECT_PATH = QStringLiteral("/com/quelda/Tarv");
+const QString INTERFACE_NAME = QStringLiteral("org.freedesktop.Application");
+constexpr int ANSWER_WAIT_MS = 25000;
 
 // The desktop's leave to come to the front, which Qt reads from the environment.
 void takeActivationToken(const QVariantMap &platformData)
@@ -89,7 +89,7 @@ SingleInstance::SingleInstance(QDBusConnection bus, QObject *parent)
 SingleInstance::~SingleInstance()
 {
     release();
-    m_bus.unregisterObject(objectPath);
+    m_bus.unregisterObject(OBJECT_PATH);
 }
 
 void SingleInstance::release()
@@ -100,7 +100,7 @@ void SingleInstance::release()
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("ReleaseName"));
-    m_bus.send(call << busName);
+    m_bus.send(call << BUS_NAME);
 }
 
 SingleInstance::Role SingleInstance::claim()
@@ -113,13 +113,13 @@ SingleInstance::Role SingleInstance::claim()
         return Role::alone;
     }
     // The object is there before the name is, so that no call is missed.
-    m_bus.registerObject(objectPath, this);
+    m_bus.registerObject(OBJECT_PATH, this);
     const auto reply =
-        m_bus.interface()->registerService(busName, QDBusConnectionInterface::DontQueueService,
+        m_bus.interface()->registerService(BUS_NAME, QDBusConnectionInterface::DontQueueService,
                                            QDBusConnectionInterface::DontAllowReplacement);
     m_owner = reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered;
     if (!reply.isValid()) {
-        appLog("tarv", QStringLiteral("%1: %2").arg(busName, reply.error().message()));
+        appLog("tarv", QStringLiteral("%1: %2").arg(BUS_NAME, reply.error().message()));
         return Role::alone;
     }
     return m_owner ? Role::first : Role::second;
@@ -128,11 +128,12 @@ SingleInstance::Role SingleInstance::claim()
 bool SingleInstance::handOver(const QList<QUrl> &urls, QString *error)
 {
     const QString method = urls.isEmpty() ? QStringLiteral("Activate") : QStringLiteral("Open");
-    QDBusMessage call = QDBusMessage::createMethodCall(busName, objectPath, interfaceName, method);
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(BUS_NAME, OBJECT_PATH, INTERFACE_NAME, method);
     if (!urls.isEmpty())
         call << QUrl::toStringList(urls, QUrl::FullyEncoded);
     call << ownPlatformData();
-    const QDBusMessage reply = m_bus.call(call, QDBus::Block, answerWait_ms);
+    const QDBusMessage reply = m_bus.call(call, QDBus::Block, ANSWER_WAIT_MS);
     if (reply.type() == QDBusMessage::ReplyMessage)
         return true;
     *error = reply.errorMessage();

@@ -22,7 +22,7 @@ static void initResources()
 namespace {
 
 // The guest must have copied before the host reads its pasteboard.
-constexpr int copyDelay_ms = 200;
+constexpr int COPY_DELAY_MS = 200;
 
 QWidget *displayWindowOf(const QWindow *receiver)
 {
@@ -105,7 +105,7 @@ bool TarvApplication::sendToGuest(QWidget *window, QWindow *receiver, QKeyEvent 
         Responder::tryToPerform(target, action, item);
     const bool delivered = QApplication::notify(receiver, event);
     if (action == QLatin1String("copy:") && target)
-        QTimer::singleShot(copyDelay_ms, Qt::PreciseTimer, target,
+        QTimer::singleShot(COPY_DELAY_MS, Qt::PreciseTimer, target,
                            [target, action, item = QPointer<QAction>(item)] {
                                Responder::tryToPerform(target, action, item);
                            });

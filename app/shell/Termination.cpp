@@ -30,7 +30,7 @@ bool Termination::isAgreedByUser()
     message.replace(QLatin1String("%d"), QString::number(running));
     Alert alert(message);
     alert.addButton(tr("Cancel")).addButton(tr("Quit Tarv"));
-    return alert.runModal() == AlertFirstButton + 1;
+    return alert.runModal() == ALERT_FIRST_BUTTON + 1;
 }
 
 bool Termination::request()

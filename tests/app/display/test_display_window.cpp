@@ -64,10 +64,10 @@ TEST_F(DisplayWindow, closesWithItsVMAndNoOther)
     open(640, 400);
     const QPointer<FakeDisplay> alive(m_display);
     NotificationCenter &center = NotificationCenter::defaultCenter();
-    center.post(VMServiceDidStop, QStringLiteral("another"));
-    center.post(VMServiceDidStop);
+    center.post(VM_SERVICE_DID_STOP, QStringLiteral("another"));
+    center.post(VM_SERVICE_DID_STOP);
     EXPECT_TRUE(m_window->isVisible());
-    center.post(VMServiceDidStop, QStringLiteral("4A9E"));
+    center.post(VM_SERVICE_DID_STOP, QStringLiteral("4A9E"));
     EXPECT_EQ(m_controller->window(), nullptr);
     EXPECT_TRUE(waitUntil([&] { return alive.isNull(); }));
     open(640, 400);

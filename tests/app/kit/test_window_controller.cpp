@@ -33,7 +33,7 @@ TEST_F(WindowControllerTest, announcesItsCloseBeforeItActsOnIt)
     Controller controller;
     QWidget *announced = nullptr;
     NotificationCenter::defaultCenter().addObserver(
-        &controller, WindowWillCloseNotification, [&](const Notification &closing) {
+        &controller, WINDOW_WILL_CLOSE, [&](const Notification &closing) {
             announced = closing.object.value<QWidget *>();
             controller.events << u"observer"_s;
         });
@@ -57,9 +57,9 @@ TEST_F(WindowControllerTest, sheetAnswersOnceAndEndsWithItsWindow)
     QList<int> codes;
     controller.beginSheet(&sheet, [&](int code) { codes << code; });
     EXPECT_EQ(WindowController::attachedSheet(controller.window()), &sheet);
-    sheet.done(SheetContinue);
+    sheet.done(SHEET_CONTINUE);
     EXPECT_EQ(WindowController::attachedSheet(controller.window()), nullptr);
     controller.beginSheet(&sheet, [&](int code) { codes << code; });
     controller.close();
-    EXPECT_EQ(codes, (QList<int>{SheetContinue, SheetStop}));
+    EXPECT_EQ(codes, (QList<int>{SHEET_CONTINUE, SHEET_STOP}));
 }

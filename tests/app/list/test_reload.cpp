@@ -78,7 +78,7 @@ TEST_F(Reload, leavesUnreadableVMsOutAndSaysWhy)
     const auto *empty = widget<QLabel>(u"noContainersLabel"_s);
     EXPECT_TRUE(empty->isVisibleTo(m_controller->window()));
     addVM(u"good"_s);
-    NotificationCenter::defaultCenter().post(VMServiceDidCreate);
+    NotificationCenter::defaultCenter().post(VM_SERVICE_DID_CREATE);
     EXPECT_TRUE(waitUntil([&] { return !empty->isVisibleTo(m_controller->window()); }));
     EXPECT_EQ(names(), QStringList(u"good"_s));
     const auto *line = widget<QToolButton>(u"unreadableButton"_s);
@@ -137,8 +137,8 @@ TEST_F(Reload, aStormOfNotificationsIsAFewReloads)
     const QString id = addVM(u"a"_s);
     open();
     int received = 0;
-    for (const QString &name : {VMServiceDidStart, VMServiceDidStop, VMServiceDidChange,
-                                VMServiceDidCreate, VMServiceDidDelete}) {
+    for (const QString &name : {VM_SERVICE_DID_START, VM_SERVICE_DID_STOP, VM_SERVICE_DID_CHANGE,
+                                VM_SERVICE_DID_CREATE, VM_SERVICE_DID_DELETE}) {
         NotificationCenter::defaultCenter().addObserver(m_controller.get(), name,
                                                         [&](const Notification &) {
                                                             if (++received == signals_sent - 1)
