@@ -20,19 +20,13 @@ namespace {
 
 constexpr int ABORT_AFTER_MS = 5000;
 
-// The controller's answer, written by the run's thread before the end is posted.
-struct Answer
-{
-    QJsonObject object;
-};
-
-void parseAnswer(const QByteArray &output, Answer *answer)
+QJsonObject parseAnswer(const QByteArray &output)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(output, &error);
     if (error.error != QJsonParseError::NoError)
         appLog("ctl", QStringLiteral("failed to parse the response: %1").arg(error.errorString()));
-    answer->object = document.object();
+    return document.object();
 }
 
 } // namespace
@@ -60,10 +54,11 @@ void TarvCTL::execute(const QStringList &arguments, const std::optional<Environm
         return;
     }
     detachRun(); // a runner follows one command at a time
-    const auto answer = std::make_shared<Answer>();
+    // Written by the run's thread before the end is posted, read after it.
+    const auto answer = std::make_shared<QJsonObject>();
     m_run = ControllerRun::launch(
-        launch, [answer](const QByteArray &output) { parseAnswer(output, answer.get()); },
-        [this, answer, command, handler] { ended(answer->object, command, handler); });
+        launch, [answer](const QByteArray &output) { *answer = parseAnswer(output); },
+        [this, answer, command, handler] { ended(*answer, command, handler); });
     if (!m_run) {
         const int error = errno;
         failToLaunch(tr("%1 can't be started: %2")

@@ -61,7 +61,7 @@ bool answerAtOnce(int argc, char **argv, int *status)
     return false;
 }
 
-bool parseArguments(const QStringList &arguments, Arguments *parsed, QString *error)
+bool parseArguments(const QStringList &arguments, StartArguments *parsed, QString *error)
 {
     bool options = true;
     for (const QString &argument : arguments.mid(1)) {

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-struct Arguments
+struct StartArguments
 {
     QList<QUrl> open; // "tarv:" URLs as they stand, files as absolute "file:" URLs
 };
@@ -16,7 +16,7 @@ struct Arguments
 // Prints what --version or --help asks for. True when that is all; the exit status in `status`.
 bool answerAtOnce(int argc, char **argv, int *status);
 // The arguments (of which the first is the program). False with a message for an unknown option.
-bool parseArguments(const QStringList &arguments, Arguments *parsed, QString *error);
+bool parseArguments(const QStringList &arguments, StartArguments *parsed, QString *error);
 
 // What a "tarv:" URL asks for.
 struct UrlRequest

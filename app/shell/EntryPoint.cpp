@@ -86,7 +86,8 @@ Appearance::Scheme wantedScheme()
     return scheme.value_or(Appearance::Scheme::automatic);
 }
 
-int runApplication(TarvApplication &application, const Arguments &arguments, AppParts (*parts)())
+int runApplication(TarvApplication &application, const StartArguments &arguments,
+                   AppParts (*parts)())
 {
     SingleInstance instance;
     if (instance.claim() == SingleInstance::Role::second) {
@@ -145,7 +146,7 @@ int tarvMain(int argc, char **argv, AppParts (*parts)())
 
     TarvApplication application(argc, argv);
     installTranslations(&application);
-    Arguments arguments;
+    StartArguments arguments;
     QString error;
     if (!parseArguments(QApplication::arguments(), &arguments, &error)) {
         fprintf(stderr, "tarv: %s\n", error.toLocal8Bit().data());

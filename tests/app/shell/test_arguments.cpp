@@ -8,7 +8,7 @@ using namespace Qt::StringLiterals;
 
 TEST(Arguments, urlsStayAsTheyAreAndFilesBecomeAbsolute)
 {
-    Arguments parsed;
+    StartArguments parsed;
     QString error;
     ASSERT_TRUE(parseArguments(
         {u"tarv"_s, u"tarv:///tmp/s?vmid=X&d=1"_s, u"p:2"_s, u"--"_s, u"-x"_s}, &parsed, &error));
