@@ -5,7 +5,6 @@
 
 #include <QImage>
 #include <QPointer>
-#include <QRect>
 
 #include <algorithm>
 #include <cerrno>
@@ -209,17 +208,9 @@ void ChannelDisplay::announce()
 
 void ChannelDisplay::announceFrame(const DisplayChanges &changes)
 {
-    const QPointer<ChannelDisplay> alive(this);
-    if (changes.mode) {
+    if (changes.mode)
         sizeChanged();
-        Q_EMIT damaged(QRect());
-    }
-    for (const GuestRect &each : changes.damage)
-        if (alive)
-            Q_EMIT damaged(QRect(each.x, each.y, each.width, each.height));
-    if (!alive)
-        return;
-    if (!changes.mode && changes.damage.empty())
+    if (!changes.frame)
         acknowledgeFrame(); // damage of which nothing lies in the picture
     else if (m_delegate)
         m_delegate->displayNotification(this);

@@ -46,6 +46,7 @@ public:
     void sendPointerMotion(int dx, int dy, uint32_t buttons) override;
     void sendWheel(int vertical, int horizontal) override;
     void setActive(bool active) override;
+    Damage takeDamage() override { return m_answer.state.damage().take(); }
     void acknowledgeFrame() override;
 
 private:

@@ -50,14 +50,11 @@ void ScreenView::setDisplay(TarvDisplay *display)
         m_display->disconnect(this);
     }
     m_display = display;
-    m_damage = {};
-    m_dirty = {};
-    m_allDamaged = false;
     m_frameDue = false;
+    m_answerDue = false;
     m_pointerImage = {};
     update();
     if (display) {
-        connect(display, &TarvDisplay::damaged, this, &ScreenView::takeDamage);
         connect(display, &TarvDisplay::pointerChanged, this,
                 [this](const QImage &image, const QPoint &hotSpot) {
                     m_pointerImage = image;
@@ -71,44 +68,41 @@ void ScreenView::setDisplay(TarvDisplay *display)
         });
         watchWindow();
         updateActive();
+        // The whole view is painted next, and with it what came before somebody looked.
+        display->takeDamage();
+        m_answerDue = true;
     }
     showPointer();
 }
 
-void ScreenView::takeDamage(const QRect &guest)
-{
-    m_frameDue = true;
-    m_allDamaged = m_allDamaged || guest.isEmpty();
-    m_damage += guest;
-}
-
-void ScreenView::setNeedsScreenTextureUpdate(bool needed)
-{
-    if (!needed)
-        return;
-    const PicturePlacement place = placement();
-    if (m_allDamaged)
-        m_dirty = rect();
-    for (const QRect &each : m_damage)
-        m_dirty += place.toLogical(place.toDevice(each)) & rect();
-    m_damage = {};
-    m_allDamaged = false;
-    if (m_dirty.isEmpty())
-        acknowledge(); // nothing of it shows, so no paint event will come
-}
-
 void ScreenView::setNeedsDisplay(bool needed)
 {
-    if (needed && !m_dirty.isEmpty())
-        update(std::exchange(m_dirty, {}));
+    if (!needed || !m_display || !std::exchange(m_frameDue, false))
+        return;
+    m_answerDue = true;
+    const QRegion changed = takeDamage();
+    if (changed.isEmpty())
+        acknowledge(); // nothing of it shows, so no paint event will come
+    else
+        update(changed);
+}
+
+// The logical pixels that show what changed. Another picture may lie elsewhere in the view.
+QRegion ScreenView::takeDamage()
+{
+    const Damage damage = m_display->takeDamage();
+    if (damage.all())
+        return rect();
+    const PicturePlacement place = placement();
+    QRegion changed;
+    for (const ScreenRect &each : damage.rects())
+        changed += place.toLogical(place.toDevice({each.x, each.y, each.width, each.height}));
+    return changed & rect();
 }
 
 void ScreenView::acknowledge()
 {
-    if (!m_frameDue || m_allDamaged || !m_damage.isEmpty() || !m_dirty.isEmpty())
-        return;
-    m_frameDue = false;
-    if (m_display)
+    if (std::exchange(m_answerDue, false) && m_display)
         m_display->acknowledgeFrame();
 }
 

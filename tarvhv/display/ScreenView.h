@@ -18,7 +18,7 @@ public:
     ~ScreenView() override;
 
     void setDisplay(TarvDisplay *display) override;
-    void setNeedsScreenTextureUpdate(bool needed) override;
+    void setNeedsScreenTextureUpdate(bool needed) override { m_frameDue = m_frameDue || needed; }
     void setNeedsDisplay(bool needed) override;
     QRectF backingAlignedRect(const QRectF &rect) const override;
     void releaseAllKeys() override;
@@ -44,7 +44,7 @@ protected:
 private:
     QImage picture() const;
     PicturePlacement placement() const;
-    void takeDamage(const QRect &guest);
+    QRegion takeDamage();
     void acknowledge();
     void watchWindow();
     void updateActive();
@@ -55,12 +55,10 @@ private:
 
     QPointer<TarvDisplay> m_display;
     QPointer<QWidget> m_watched; // the window, whose minimising hides the view
-    // Damage goes from m_damage (guest pixels) over m_dirty (logical pixels) into a paint event;
-    // the frame is answered for once all of it has gone that way.
-    QRegion m_damage;
-    bool m_allDamaged = false;
-    QRegion m_dirty;
+    // A frame that came is taken over with the next refresh of the host's screen, and answered for
+    // with the paint event that follows: a view that can't paint is sent nothing more.
     bool m_frameDue = false;
+    bool m_answerDue = false;
     ScreenInput m_input;
     bool m_grabbed = false;
     QImage m_pointerImage;

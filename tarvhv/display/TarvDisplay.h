@@ -1,6 +1,8 @@
 // One guest screen of a running VM, as the application sees it.
 #pragma once
 
+#include "tarvhv/cli2/damage.h"
+
 #include <QByteArray>
 #include <QImage>
 #include <QObject>
@@ -79,12 +81,12 @@ public:
     virtual void sendWheel(int vertical, int horizontal) = 0;
     // Whether somebody looks: a hidden display costs the VM nothing.
     virtual void setActive(bool active) = 0;
-    // To be called once the view has taken the damage over into its next paint.
+    // What changed since this was last asked, by the view that paints it. More is sent only once
+    // acknowledgeFrame() says that it went into a paint.
+    virtual Damage takeDamage() = 0;
     virtual void acknowledgeFrame() = 0;
 
 Q_SIGNALS:
-    // A rectangle of guest pixels changed. An empty one: the whole picture.
-    void damaged(const QRect &rectangle);
     // The guest's pointer image changed; a null image: the guest shows none of ours.
     void pointerChanged(const QImage &image, const QPoint &hotSpot);
     void pointerModeChanged(bool absolute);

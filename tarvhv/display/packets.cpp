@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -31,29 +32,6 @@ bool read_memory(int fd, void *bytes, size_t length)
     return true;
 }
 
-GuestRect unite(const GuestRect &a, const GuestRect &b)
-{
-    const int left = std::min(a.x, b.x);
-    const int top = std::min(a.y, b.y);
-    return {left, top, std::max(a.x + a.width, b.x + b.width) - left,
-            std::max(a.y + a.height, b.y + b.height) - top};
-}
-
-bool contains(const GuestRect &outer, const GuestRect &inner)
-{
-    return outer.x <= inner.x && outer.y <= inner.y &&
-           outer.x + outer.width >= inner.x + inner.width &&
-           outer.y + outer.height >= inner.y + inner.height;
-}
-
-// The part of a span that lies within 0 to limit.
-std::pair<int, int> clip(int32_t start, int32_t length, int limit)
-{
-    const int64_t from = std::clamp<int64_t>(start, 0, limit);
-    const int64_t to = std::clamp<int64_t>(int64_t{start} + length, from, limit);
-    return {int(from), int(to - from)};
-}
-
 } // namespace
 
 DisplayState::DisplayState(MappedFrame buffer, bool hdpi, bool live_resize, uint32_t caps,
@@ -62,7 +40,8 @@ DisplayState::DisplayState(MappedFrame buffer, bool hdpi, bool live_resize, uint
       m_hdpi(hdpi),
       m_live_resize(live_resize),
       m_caps(caps),
-      m_absolute(absolute)
+      m_absolute(absolute),
+      m_damage(uint32_t(m_buffer.width()), uint32_t(m_buffer.height()))
 {
 }
 
@@ -105,10 +84,8 @@ std::optional<int32_t> DisplayState::takeSerial()
 
 bool DisplayState::feedDamage(const display_packet &packet)
 {
-    const auto [x, width] = clip(packet.arg[0], packet.arg[2], m_buffer.width());
-    const auto [y, height] = clip(packet.arg[1], packet.arg[3], m_buffer.height());
-    if (width > 0 && height > 0)
-        addDamage({x, y, width, height});
+    m_damage.add({packet.arg[0], packet.arg[1], packet.arg[2], packet.arg[3]});
+    m_changes.frame = !m_damage.empty();
     if (packet.arg[5] != 0)
         m_serial = packet.arg[4];
     return true;
@@ -122,8 +99,9 @@ bool DisplayState::feedMode(const display_packet &packet, int descriptor)
     m_buffer = std::move(*buffer);
     m_hdpi = packet.arg[2] != 0;
     m_live_resize = packet.arg[3] != 0;
-    m_changes.damage.clear();
-    m_changes.mode = true;
+    m_damage.reset(uint32_t(m_buffer.width()), uint32_t(m_buffer.height()));
+    m_damage.addAll();
+    m_changes.mode = m_changes.frame = true;
     return true;
 }
 
@@ -166,22 +144,4 @@ bool DisplayState::refuse(const char *what)
 {
     m_what = what;
     return false;
-}
-
-void DisplayState::addDamage(const GuestRect &rectangle)
-{
-    std::vector<GuestRect> &damage = m_changes.damage;
-    if (m_changes.mode)
-        return;
-    for (const GuestRect &each : damage)
-        if (contains(each, rectangle))
-            return;
-    std::erase_if(damage, [&](const GuestRect &each) { return contains(rectangle, each); });
-    damage.push_back(rectangle);
-    if (damage.size() <= DAMAGE_MAX)
-        return;
-    GuestRect all = rectangle;
-    for (const GuestRect &each : damage)
-        all = unite(all, each);
-    damage.assign(1, all);
 }

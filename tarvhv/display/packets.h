@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/unique_fd.h"
+#include "tarvhv/cli2/damage.h"
 #include "tarvhv/display/mapped_frame.h"
 
 #include <cstdint>
@@ -19,19 +20,11 @@ struct GuestCursor
     std::vector<uint32_t> pixels;
 };
 
-struct GuestRect
-{
-    int x;
-    int y;
-    int width;
-    int height;
-};
-
-// What packets changed since the last look.
+// What packets changed since the last look, beside the picture.
 struct DisplayChanges
 {
-    bool mode = false;             // another frame buffer: all of it counts as damaged
-    std::vector<GuestRect> damage; // within the frame buffer; few
+    bool mode = false;  // another frame buffer
+    bool frame = false; // pixels of it changed; another one is all changed
     bool pointer_mode = false;
     bool caps = false;
     std::optional<GuestCursor> cursor;
@@ -41,8 +34,6 @@ struct DisplayChanges
 class DisplayState
 {
 public:
-    static constexpr size_t DAMAGE_MAX = 16;
-
     DisplayState(MappedFrame buffer, bool hdpi, bool live_resize, uint32_t caps, bool absolute);
 
     // Takes one packet in. False when it breaks the protocol: what() says how, and the state is as
@@ -50,6 +41,8 @@ public:
     bool feed(const display_packet &packet, UniqueFd descriptor);
     const char *what() const { return m_what; }
     DisplayChanges takeChanges();
+    // What of the picture changed since it was last taken to be painted.
+    Damage &damage() { return m_damage; }
     // The serial of complete damage that was not answered yet.
     std::optional<int32_t> takeSerial();
 
@@ -66,7 +59,6 @@ private:
     bool feedCursor(const display_packet &packet, int descriptor);
     bool feedPasteboard(const display_packet &packet, int descriptor);
     bool refuse(const char *what);
-    void addDamage(const GuestRect &rectangle);
 
     MappedFrame m_buffer;
     bool m_hdpi;
@@ -76,5 +68,6 @@ private:
     bool m_closed = false;
     std::optional<int32_t> m_serial;
     DisplayChanges m_changes;
+    Damage m_damage;
     const char *m_what = "";
 };

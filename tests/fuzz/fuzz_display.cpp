@@ -38,15 +38,16 @@ void check(DisplayState &state)
         buffer.pixels() + size_t(buffer.stride()) * size_t(buffer.height()) - 1;
     (void)*last;
     const DisplayChanges changes = state.takeChanges();
-    if (changes.damage.size() > DisplayState::DAMAGE_MAX)
+    if (state.damage().rects().size() > Damage::MAX)
         abort();
-    for (const GuestRect &each : changes.damage)
+    for (const ScreenRect &each : state.damage().rects())
         if (each.x < 0 || each.y < 0 || each.width <= 0 || each.height <= 0 ||
             each.x + each.width > buffer.width() || each.y + each.height > buffer.height())
             abort();
     if (changes.cursor && changes.cursor->pixels.size() !=
                               size_t(changes.cursor->width) * size_t(changes.cursor->height))
         abort();
+    state.damage().take();
     state.takeSerial();
 }
 

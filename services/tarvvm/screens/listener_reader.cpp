@@ -133,7 +133,7 @@ bool ListenerReader::handleScanout(const DbusHeader &call)
     const uint32_t height = dbus_u32(head + 4);
     if (width == 0 || height == 0 || width > DISPLAY_WIDTH_MAX || height > DISPLAY_HEIGHT_MAX)
         return fail("Scanout of an impossible size");
-    const Rect rect{0, 0, int32_t(width), int32_t(height)};
+    const ScreenRect rect{0, 0, int32_t(width), int32_t(height)};
     return readPixels(rect, dbus_u32(head + 8), dbus_u32(head + 12), dbus_u32(head + 16),
                       m_sink.scanout(width, height));
 }
@@ -145,8 +145,8 @@ bool ListenerReader::handleUpdate(const DbusHeader &call)
         return fail("malformed Update");
     if (!readBody(head, sizeof head))
         return false;
-    const Rect rect{int32_t(dbus_u32(head)), int32_t(dbus_u32(head + 4)),
-                    int32_t(dbus_u32(head + 8)), int32_t(dbus_u32(head + 12))};
+    const ScreenRect rect{int32_t(dbus_u32(head)), int32_t(dbus_u32(head + 4)),
+                          int32_t(dbus_u32(head + 8)), int32_t(dbus_u32(head + 12))};
     constexpr int32_t wide = DISPLAY_WIDTH_MAX;
     constexpr int32_t high = DISPLAY_HEIGHT_MAX;
     if (rect.x < 0 || rect.y < 0 || rect.width <= 0 || rect.height <= 0 || rect.x >= wide ||
@@ -156,7 +156,7 @@ bool ListenerReader::handleUpdate(const DbusHeader &call)
                       m_sink.update(rect));
 }
 
-bool ListenerReader::readPixels(const Rect &rect, uint32_t stride, uint32_t format_word,
+bool ListenerReader::readPixels(const ScreenRect &rect, uint32_t stride, uint32_t format_word,
                                 size_t length, PixelTarget target)
 {
     const std::optional<PixelFormat> format = pixel_format(format_word);
@@ -178,8 +178,8 @@ bool ListenerReader::readPixels(const Rect &rect, uint32_t stride, uint32_t form
     return true;
 }
 
-bool ListenerReader::readNative(const Rect &rect, size_t stride, PixelTarget target, size_t length,
-                                int32_t *unchanged)
+bool ListenerReader::readNative(const ScreenRect &rect, size_t stride, PixelTarget target,
+                                size_t length, int32_t *unchanged)
 {
     int32_t rows = 0;
     if (!readCompared(rect, stride, target, &rows, unchanged))
@@ -193,7 +193,7 @@ bool ListenerReader::readNative(const Rect &rect, size_t stride, PixelTarget tar
 // QEMU sends a text screen 30 times a second whether or not it changed. What is there already costs
 // a comparison here and nothing further on. The pieces grow: a picture that did change is read in
 // place but for its first rows.
-bool ListenerReader::readCompared(const Rect &rect, size_t stride, PixelTarget target,
+bool ListenerReader::readCompared(const ScreenRect &rect, size_t stride, PixelTarget target,
                                   int32_t *rows, int32_t *unchanged)
 {
     const size_t row = size_t(rect.width) * 4;
@@ -216,7 +216,8 @@ bool ListenerReader::readCompared(const Rect &rect, size_t stride, PixelTarget t
     return true;
 }
 
-bool ListenerReader::readInPlace(const Rect &rect, size_t stride, PixelTarget target, size_t length)
+bool ListenerReader::readInPlace(const ScreenRect &rect, size_t stride, PixelTarget target,
+                                 size_t length)
 {
     constexpr int PARTS = 128;
     const size_t row = size_t(rect.width) * 4;
@@ -248,7 +249,7 @@ bool ListenerReader::readInPlace(const Rect &rect, size_t stride, PixelTarget ta
     return flush();
 }
 
-bool ListenerReader::readConverted(const Rect &rect, size_t stride, const PixelFormat &format,
+bool ListenerReader::readConverted(const ScreenRect &rect, size_t stride, const PixelFormat &format,
                                    PixelTarget target, size_t length)
 {
     m_row.resize(stride);

@@ -1,9 +1,9 @@
 // Reads what QEMU sends to a display listener: pixels go straight to where they belong.
 #pragma once
 
-#include "services/tarvvm/screens/damage.h"
 #include "services/tarvvm/screens/dbus_wire.h"
 #include "services/tarvvm/screens/pixel_format.h"
+#include "tarvhv/cli2/damage.h"
 
 #include <cstdint>
 #include <string>
@@ -48,9 +48,9 @@ public:
     virtual ~ListenerSink() = default;
     // The whole screen of this size comes, or a part, which may lie outside what came last.
     virtual PixelTarget scanout(uint32_t width, uint32_t height) = 0;
-    virtual PixelTarget update(const Rect &rect) = 0;
+    virtual PixelTarget update(const ScreenRect &rect) = 0;
     // New pixels of that rectangle are in place. Not called for what the target held already.
-    virtual void painted(const Rect &rect) = 0;
+    virtual void painted(const ScreenRect &rect) = 0;
     // The screen shows nothing.
     virtual void blank() = 0;
     virtual void cursorDefined(CursorImage image) = 0;
@@ -83,14 +83,14 @@ private:
     bool handleCursor(const DbusHeader &call);
     bool handleMouse(const DbusHeader &call);
     bool reply(const DbusHeader &call, DbusReply reply);
-    bool readPixels(const Rect &rect, uint32_t stride, uint32_t format, size_t length,
+    bool readPixels(const ScreenRect &rect, uint32_t stride, uint32_t format, size_t length,
                     PixelTarget target);
-    bool readNative(const Rect &rect, size_t stride, PixelTarget target, size_t length,
+    bool readNative(const ScreenRect &rect, size_t stride, PixelTarget target, size_t length,
                     int32_t *unchanged);
-    bool readCompared(const Rect &rect, size_t stride, PixelTarget target, int32_t *rows,
+    bool readCompared(const ScreenRect &rect, size_t stride, PixelTarget target, int32_t *rows,
                       int32_t *unchanged);
-    bool readInPlace(const Rect &rect, size_t stride, PixelTarget target, size_t length);
-    bool readConverted(const Rect &rect, size_t stride, const PixelFormat &format,
+    bool readInPlace(const ScreenRect &rect, size_t stride, PixelTarget target, size_t length);
+    bool readConverted(const ScreenRect &rect, size_t stride, const PixelFormat &format,
                        PixelTarget target, size_t length);
 
     WireInput &m_input;

@@ -51,6 +51,7 @@ std::unique_ptr<ScreenFeed> ScreenFeed::create(uint32_t width, uint32_t height)
     std::unique_ptr<ScreenFeed> feed(new ScreenFeed);
     feed->m_event.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     feed->m_frame = feed->m_news.frame = SharedFrame::create(width, height);
+    feed->m_news.damage.reset(width, height);
     if (!feed->m_event || !feed->m_frame)
         return nullptr;
     return feed;
@@ -121,6 +122,7 @@ ScreenNews ScreenFeed::takeNews()
         m_told = false;
         news = std::exchange(m_news, {});
         m_news.frame = news.frame;
+        m_news.damage.reset(news.frame->width(), news.frame->height());
     }
     if (news.ended) {
         m_thread.join();
@@ -148,8 +150,8 @@ void ScreenFeed::setFrame(std::shared_ptr<SharedFrame> frame)
 {
     m_frame = frame;
     tell([&](ScreenNews &news) {
+        news.damage.reset(frame->width(), frame->height());
         news.frame = std::move(frame);
-        news.damage.clear();
     });
 }
 
@@ -161,11 +163,10 @@ PixelTarget ScreenFeed::scanout(uint32_t width, uint32_t height)
             return {};
         setFrame(std::move(frame));
     }
-    tell([](ScreenNews &news) { news.scanout = true; });
     return {m_frame->at(0, 0), m_frame->stride()};
 }
 
-PixelTarget ScreenFeed::update(const Rect &rect)
+PixelTarget ScreenFeed::update(const ScreenRect &rect)
 {
     // After a change into a text mode parts come without the whole: the screen grows with them.
     const uint32_t width = std::max(m_frame->width(), uint32_t(rect.x + rect.width));
@@ -175,7 +176,7 @@ PixelTarget ScreenFeed::update(const Rect &rect)
     return {m_frame->at(uint32_t(rect.x), uint32_t(rect.y)), m_frame->stride()};
 }
 
-void ScreenFeed::painted(const Rect &rect)
+void ScreenFeed::painted(const ScreenRect &rect)
 {
     m_frame->countFrame();
     tell([&](ScreenNews &news) { news.damage.add(rect); });

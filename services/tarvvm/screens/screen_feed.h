@@ -1,9 +1,9 @@
 // Hands a screen's pixels from the thread that receives them to the event loop.
 #pragma once
 
-#include "services/tarvvm/screens/damage.h"
 #include "services/tarvvm/screens/listener_reader.h"
 #include "services/tarvvm/screens/shared_frame.h"
+#include "tarvhv/cli2/damage.h"
 
 #include "platform/unique_fd.h"
 
@@ -17,11 +17,10 @@
 struct ScreenNews
 {
     std::shared_ptr<SharedFrame> frame; // the present one
-    Damage damage;
-    std::optional<CursorImage> cursor; // a new image of the pointer; without size: none is shown
-    bool scanout = false;              // the whole screen came
-    bool ended = false;                // the listener's connection is closed and its thread done
-    std::string error;                 // why, if not as asked
+    Damage damage;                      // of that frame
+    std::optional<CursorImage> cursor;  // a new image of the pointer; without size: none is shown
+    bool ended = false;                 // the listener's connection is closed and its thread done
+    std::string error;                  // why, if not as asked
 };
 
 // One screen's listener: a thread that blocks on the socket and writes into the frame buffer. All
@@ -51,8 +50,8 @@ private:
     ScreenFeed() = default;
 
     PixelTarget scanout(uint32_t width, uint32_t height) override;
-    PixelTarget update(const Rect &rect) override;
-    void painted(const Rect &rect) override;
+    PixelTarget update(const ScreenRect &rect) override;
+    void painted(const ScreenRect &rect) override;
     void blank() override;
     void cursorDefined(CursorImage image) override;
     void cursorShown(bool shown) override;

@@ -44,6 +44,7 @@ Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> fr
       m_pasteboard(pasteboard),
       m_channel(std::move(channel)),
       m_frame(std::move(frame)),
+      m_damage(m_frame->width(), m_frame->height()),
       m_allowance(PACKETS_AT_ONCE),
       m_counted(std::chrono::steady_clock::now())
 {
@@ -64,9 +65,10 @@ void Viewer::setFrame(std::shared_ptr<SharedFrame> frame, ScreenMode mode)
     m_frame = std::move(frame);
     m_mode = mode;
     m_mode_due = true;
-    m_damage.clear(); // all of a new frame counts as damaged
-    m_sending.clear();
-    m_awaiting_done = false; // damage of the old one may stay without its end and its answer
+    // All of a new frame counts as damaged. Damage of the old one stays without its end, and
+    // without its answer, if the viewer takes the mode first.
+    m_damage.reset(m_frame->width(), m_frame->height());
+    beginSerial();
     flush();
 }
 
@@ -180,8 +182,8 @@ bool Viewer::handle(const display_packet &packet, UniqueFd descriptor)
     const int32_t *arg = packet.arg;
     switch (packet.type) {
     case DISPLAY_DAMAGE_DONE:
-        if (arg[0] == m_serial && m_sending.empty())
-            m_awaiting_done = false;
+        if (m_awaiting_done && uint32_t(arg[0]) == m_serial)
+            beginSerial();
         flush();
         return true;
     case DISPLAY_ACTIVE:
@@ -300,25 +302,25 @@ bool Viewer::flushPasteboard()
     return true;
 }
 
+void Viewer::beginSerial()
+{
+    m_serial++;
+    m_awaiting_done = false;
+}
+
+// What comes while a serial is being sent joins it, until its last rectangle is out; what comes
+// after that waits for the viewer's answer. So a viewer never has more than one serial to take in.
 bool Viewer::flushDamage()
 {
-    if (m_sending.empty()) {
-        if (!m_active || m_awaiting_done || m_damage.empty())
-            return true;
-        m_damage.clip(m_frame->width(), m_frame->height());
-        m_sending.assign(m_damage.rects().rbegin(), m_damage.rects().rend());
-        m_damage.clear();
-        m_serial++;
-        m_awaiting_done = !m_sending.empty();
-    }
-    while (!m_sending.empty()) {
-        const Rect &rect = m_sending.back();
-        const display_packet packet{
-            DISPLAY_DAMAGE,
-            {rect.x, rect.y, rect.width, rect.height, m_serial, m_sending.size() == 1}};
-        if (send(packet) == Sent::later)
+    while (m_active && !m_awaiting_done && !m_damage.empty()) {
+        const ScreenRect &rect = m_damage.rects().front();
+        const bool last = m_damage.rects().size() == 1;
+        if (send({DISPLAY_DAMAGE,
+                  {rect.x, rect.y, rect.width, rect.height, int32_t(m_serial), last}}) ==
+            Sent::later)
             return false;
-        m_sending.pop_back();
+        m_damage.dropFirst();
+        m_awaiting_done = last;
     }
     return true;
 }

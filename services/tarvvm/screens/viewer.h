@@ -4,9 +4,9 @@
 
 #include "services/loop/event.h"
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
-#include "services/tarvvm/screens/damage.h"
 #include "services/tarvvm/screens/listener_reader.h"
 #include "services/tarvvm/screens/shared_frame.h"
+#include "tarvhv/cli2/damage.h"
 
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2/display_protocol.h"
@@ -82,6 +82,7 @@ private:
     bool withinRate(double packets);
     void releaseAll();
     void flush();
+    void beginSerial();
     bool flushState();
     bool flushPasteboard();
     bool flushDamage();
@@ -105,10 +106,9 @@ private:
     uint32_t m_caps = 0;
     std::shared_ptr<const SealedMemory> m_archive; // not yet sent
 
-    Damage m_damage;              // not yet sent
-    std::vector<Rect> m_sending;  // of the serial under way, the next one last
-    int32_t m_serial = 0;         // of the last damage sent
-    bool m_awaiting_done = false; // the viewer owes an answer for it
+    Damage m_damage;              // of m_frame, not yet sent
+    uint32_t m_serial = 1;        // of the damage that is being sent
+    bool m_awaiting_done = false; // all of it is sent: the viewer owes an answer for it
 
     std::bitset<KEY_MAX + 1> m_keys; // that this viewer holds down
     uint32_t m_buttons = 0;          // bit N: button N is down

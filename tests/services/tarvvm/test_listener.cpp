@@ -55,8 +55,9 @@ TEST(Listener, putsPixelsWhereTheyBelong)
     EXPECT_EQ(screen.at(10, 100), 0u);
     ASSERT_TRUE(reader.readMessage());
     EXPECT_EQ(screen.at(301, 401), 0x300101u);
-    EXPECT_THAT(screen.rects, testing::ElementsAre(Rect{0, 0, 512, 3}, Rect{0, 0, 10, 200},
-                                                   Rect{300, 400, 2, 2}));
+    EXPECT_THAT(screen.rects,
+                testing::ElementsAre(ScreenRect{0, 0, 512, 3}, ScreenRect{0, 0, 10, 200},
+                                     ScreenRect{300, 400, 2, 2}));
     EXPECT_FALSE(reader.readMessage());
     EXPECT_EQ(reader.error(), "") << "the end of the stream is no fault";
 }
@@ -76,8 +77,9 @@ TEST(Listener, passesOverWhatIsThereAlready)
     ListenerReader reader(input, screen);
     for (int i = 0; i < 4; i++)
         ASSERT_TRUE(reader.readMessage()) << i << reader.error();
-    EXPECT_THAT(screen.rects, testing::ElementsAre(Rect{0, 0, 10, 200}, Rect{0, 199, 10, 1},
-                                                   Rect{0, 100, 10, 100}));
+    EXPECT_THAT(screen.rects,
+                testing::ElementsAre(ScreenRect{0, 0, 10, 200}, ScreenRect{0, 199, 10, 1},
+                                     ScreenRect{0, 100, 10, 100}));
     EXPECT_EQ(screen.at(0, 100), 0x200000u + (100 * 256 ^ 1));
     EXPECT_EQ(screen.at(9, 199), 0x200000u + 199 * 256 + 9) << "as it was in the last picture";
 }

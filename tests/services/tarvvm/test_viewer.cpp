@@ -38,9 +38,9 @@ protected:
         turn();
         return packet;
     }
-    static Damage damage(Rect rect)
+    static Damage damage(ScreenRect rect)
     {
-        Damage result;
+        Damage result(100, 100);
         result.add(rect);
         return result;
     }

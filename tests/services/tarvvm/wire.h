@@ -78,7 +78,7 @@ public:
     static constexpr uint32_t SIDE = 512;
 
     uint32_t at(uint32_t x, uint32_t y) const { return m_pixels[y * SIDE + x]; }
-    std::vector<Rect> rects;
+    std::vector<ScreenRect> rects;
     std::vector<CursorImage> cursors;
     bool cursor_shown = true;
 
@@ -93,12 +93,12 @@ private:
     {
         return place(0, 0, width, height);
     }
-    PixelTarget update(const Rect &rect) override
+    PixelTarget update(const ScreenRect &rect) override
     {
         return place(uint32_t(rect.x), uint32_t(rect.y), uint32_t(rect.x + rect.width),
                      uint32_t(rect.y + rect.height));
     }
-    void painted(const Rect &rect) override { rects.push_back(rect); }
+    void painted(const ScreenRect &rect) override { rects.push_back(rect); }
     void blank() override {}
     void cursorDefined(CursorImage image) override { cursors.push_back(std::move(image)); }
     void cursorShown(bool shown) override { cursor_shown = shown; }

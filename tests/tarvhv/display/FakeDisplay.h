@@ -19,7 +19,8 @@ public:
     {
         image = QImage(width, height, QImage::Format_RGB32);
         image.fill(Qt::black);
-        Q_EMIT damaged(QRect());
+        damage.reset(uint32_t(width), uint32_t(height));
+        damage.addAll();
         notify();
     }
     void paint(const QRect &rectangle, QColor colour)
@@ -27,7 +28,7 @@ public:
         for (int y = rectangle.top(); y <= rectangle.bottom(); y++)
             for (int x = rectangle.left(); x <= rectangle.right(); x++)
                 image.setPixelColor(x, y, colour);
-        Q_EMIT damaged(rectangle);
+        damage.add({rectangle.x(), rectangle.y(), rectangle.width(), rectangle.height()});
         notify();
     }
     void notify()
@@ -71,6 +72,7 @@ public:
     }
     void sendWheel(int vertical, int horizontal) override { note("wheel", {vertical, horizontal}); }
     void setActive(bool value) override { active = value; }
+    Damage takeDamage() override { return damage.take(); }
     void acknowledgeFrame() override { acknowledged++; }
 
     // What was asked since the last look, as "key 30 1, key 30 0".
@@ -78,6 +80,7 @@ public:
 
     TarvDisplayDelegate *delegate = nullptr;
     QImage image;
+    Damage damage;
     display_fbctl control{};
     QString id = QStringLiteral("4a9e");
     bool absolute = true;

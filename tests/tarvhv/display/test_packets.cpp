@@ -60,7 +60,7 @@ TEST(DisplayState, clipsAndMergesDamage)
     EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {90, 40, INT32_MAX, INT32_MAX, 7, 0}), {}));
     EXPECT_FALSE(state.takeSerial()) << "the last rectangle is still to come";
     EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {200, 0, 5, -5, 7, 1}), {}));
-    const std::vector<GuestRect> damage = state.takeChanges().damage;
+    const std::vector<ScreenRect> damage = state.damage().take().rects();
     ASSERT_EQ(damage.size(), 2u);
     EXPECT_EQ(damage[0].width, 10);
     EXPECT_EQ(damage[0].x, 0);
@@ -71,7 +71,7 @@ TEST(DisplayState, clipsAndMergesDamage)
 
     for (int i = 0; i < 1000; i++)
         state.feed(packet_of(DISPLAY_DAMAGE, {i % 97, i % 43, 1, 1, i, 0}), {});
-    EXPECT_LE(state.takeChanges().damage.size(), DisplayState::DAMAGE_MAX);
+    EXPECT_LE(state.damage().rects().size(), Damage::MAX);
 }
 
 TEST(DisplayState, keepsWhatItHasWhenAPacketIsWrong)
@@ -98,6 +98,7 @@ TEST(DisplayState, keepsWhatItHasWhenAPacketIsWrong)
     EXPECT_TRUE(state.hdpi());
     EXPECT_FALSE(state.liveResize());
     EXPECT_TRUE(state.takeChanges().mode);
+    EXPECT_TRUE(state.damage().all());
 }
 
 class Channel : public testing::Test
