@@ -170,6 +170,10 @@ std::unique_ptr<DisplayBus> DisplayBus::open(sd_event *loop, UniqueFd socket, Ha
         result = sd_bus_add_filter(bus, nullptr, onMessage, self.get());
     if (result >= 0)
         result = sd_bus_start(bus);
+    // By default the loop's exit sends what is queued and waits for it, and before that for the
+    // handshake. An engine that died or stands still while it starts would hold the exit up.
+    if (result >= 0)
+        result = sd_bus_set_close_on_exit(bus, 0);
     if (result >= 0)
         result = sd_bus_attach_event(bus, loop, SD_EVENT_PRIORITY_NORMAL);
     if (result >= 0)

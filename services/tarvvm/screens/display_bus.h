@@ -61,6 +61,7 @@ public:
     bool congested() const;
 
 private:
+    // Without sending what is still queued: it is of no use to an engine that is let go of.
     struct BusClose
     {
         void operator()(sd_bus *bus) const { sd_bus_close_unref(bus); }

@@ -10,32 +10,32 @@
 namespace {
 
 constexpr int LISTENER_BUFFER = 1 << 20;
-constexpr uint32_t WIDTH_MIN = 640; // below, guests come up with a mode of their own
-constexpr uint32_t HEIGHT_MIN = 480;
 constexpr uint32_t SIZE_UNKNOWN_WIDTH = 640;
 constexpr uint32_t SIZE_UNKNOWN_HEIGHT = 480;
 constexpr uint64_t SCANOUT_PATIENCE_MS = 200;
 constexpr uint64_t RETRY_MS = 500;
-constexpr int32_t MOTION_MAX = 4096;
-
-// Millimetres at 96 pixels an inch, or 192.
-uint16_t millimetres(uint32_t pixels, bool hdpi)
-{
-    return uint16_t(pixels * 254 / (hdpi ? 1920 : 960));
-}
 
 } // namespace
 
-Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
-               Desktop *desktop, Log log)
+Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, bool hdpi,
+               GuestPasteboard &pasteboard, Desktop *desktop, Log log)
     : m_loop(loop),
       m_bus(bus),
       m_console(console),
       m_begun(console),
       m_pasteboard(pasteboard),
       m_desktop(desktop),
-      m_log(std::move(log))
+      m_log(std::move(log)),
+      m_input(bus, m_console, desktop),
+      m_size(
+          bus, console.index, hdpi, [this] { broadcastMode(); },
+          [this](const std::string &line) { this->log(line); })
 {
+}
+
+void Screen::log(const std::string &line)
+{
+    m_log("screen " + std::to_string(index()) + ": " + line);
 }
 
 std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Console &console,
@@ -43,14 +43,14 @@ std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Co
                                        Log log)
 {
     std::unique_ptr<Screen> self(
-        new Screen(loop, bus, console, pasteboard, desktop, std::move(log)));
-    self->m_mode = {hdpi, /*live_resize=*/true};
+        new Screen(loop, bus, console, hdpi, pasteboard, desktop, std::move(log)));
     const bool known = console.width != 0 && console.height != 0;
     self->m_feed = ScreenFeed::create(known ? console.width : SIZE_UNKNOWN_WIDTH,
                                       known ? console.height : SIZE_UNKNOWN_HEIGHT);
     if (!self->m_feed)
         return nullptr;
     self->m_frame = self->m_feed->frame();
+    self->m_size.pictureIs(self->m_frame->width(), self->m_frame->height());
     Screen *screen = self.get();
     self->m_news = event_io(loop, self->m_feed->newsFd(), EPOLLIN,
                             [screen](uint32_t) { screen->handleNews(); });
@@ -60,7 +60,8 @@ std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Co
 void Screen::addViewer(UniqueFd channel)
 {
     ViewerHost &host = *this;
-    auto viewer = std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host, m_pasteboard);
+    auto viewer =
+        std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host, m_input, m_pasteboard);
     if (m_has_cursor)
         sendCursor(*viewer);
     m_viewers.push_back(std::move(viewer));
@@ -111,14 +112,14 @@ void Screen::startListener()
     // A refusal closes the other end, which the feed's news tell.
     m_bus.registerListener(m_console.index, theirs.get(), [this](const std::string &error) {
         if (!error.empty())
-            m_log("screen " + std::to_string(index()) + ": listener refused: " + error);
+            log("listener refused: " + error);
     });
 }
 
 void Screen::listenerEnded(const std::string &error)
 {
     if (!error.empty())
-        m_log("screen " + std::to_string(index()) + ": " + error);
+        log(error);
     if (sizeDiffers() && m_console.width != 0 && m_console.height != 0 &&
         m_feed->resize(m_console.width, m_console.height))
         frameChanged(m_feed->frame());
@@ -149,18 +150,14 @@ void Screen::handleNews()
 void Screen::frameChanged(std::shared_ptr<SharedFrame> frame)
 {
     m_frame = std::move(frame);
-    if (m_last_hint) {
-        m_mode.hdpi = m_last_hint->hdpi;
-        if (m_last_hint->width != m_frame->width() || m_last_hint->height != m_frame->height())
-            m_last_hint.reset();
-    }
+    m_size.pictureIs(m_frame->width(), m_frame->height());
     broadcastMode();
 }
 
 void Screen::broadcastMode()
 {
     for (const auto &viewer : m_viewers)
-        viewer->setFrame(m_frame, m_mode);
+        viewer->setFrame(m_frame, m_size.mode());
 }
 
 // ---- what QEMU says -----------------------------------------------------------------------------
@@ -207,7 +204,7 @@ void Screen::setCursor(const CursorImage &image)
             m_cursor_memory = std::make_shared<SealedMemory>(std::move(memory));
             m_cursor = {image.width, image.height, image.hot_x, image.hot_y, {}};
         } else {
-            m_log("no memory for the pointer's image: " + std::string(std::strerror(errno)));
+            log("no memory for the pointer's image: " + std::string(std::strerror(errno)));
         }
     }
     for (const auto &viewer : m_viewers)
@@ -221,90 +218,13 @@ void Screen::sendCursor(Viewer &viewer)
 
 // ---- what viewers ask ---------------------------------------------------------------------------
 
-void Screen::viewerActivityChanged()
-{
-    updateListener();
-}
-
-void Screen::viewerKey(uint32_t number, bool down)
-{
-    m_bus.key(m_console.index, number, down);
-}
-
-void Screen::viewerButton(uint32_t number, bool down)
-{
-    if (m_desktop)
-        m_desktop->button(number, down);
-    else
-        m_bus.button(m_console.index, number, down);
-}
-
-void Screen::viewerMoveTo(int32_t x, int32_t y)
-{
-    if (!m_console.absolute || m_bus.congested() || m_console.width == 0 || m_console.height == 0)
-        return;
-    x = std::clamp(x, 0, int32_t(m_console.width) - 1);
-    y = std::clamp(y, 0, int32_t(m_console.height) - 1);
-    if (m_desktop)
-        m_desktop->moveTo(m_console.index, x, y);
-    else
-        m_bus.moveTo(m_console.index, uint32_t(x), uint32_t(y));
-}
-
-void Screen::viewerMoveBy(int32_t dx, int32_t dy)
-{
-    if (!m_console.absolute && !m_bus.congested())
-        m_bus.moveBy(m_console.index, std::clamp(dx, -MOTION_MAX, MOTION_MAX),
-                     std::clamp(dy, -MOTION_MAX, MOTION_MAX));
-}
-
-void Screen::viewerResize(int32_t width, int32_t height, bool hdpi)
-{
-    requestSize(width, height, hdpi);
-}
-
-void Screen::requestSize(int32_t width, int32_t height, bool hdpi)
-{
-    const Hint hint{std::clamp(uint32_t(std::max(width, 0)), WIDTH_MIN, DISPLAY_WIDTH_MAX),
-                    std::clamp(uint32_t(std::max(height, 0)), HEIGHT_MIN, DISPLAY_HEIGHT_MAX),
-                    hdpi};
-    const Hint current{m_frame->width(), m_frame->height(), m_mode.hdpi};
-    if (hint == m_last_hint || (hint == current && !m_last_hint))
-        return;
-    m_last_hint = hint;
-    // No new picture comes for a size that the guest has already.
-    if (hint.width == current.width && hint.height == current.height && hint != current) {
-        m_mode.hdpi = hdpi;
-        broadcastMode();
-    }
-    sendSize(hint.width, hint.height, hdpi);
-}
-
 void Screen::plugIn(uint32_t width, uint32_t height)
 {
     // No change of size will tell that the guest uses it.
     m_used = width == m_begun.width && height == m_begun.height;
     if (m_used && m_desktop)
         m_desktop->setSize(m_console.index, width, height);
-    m_last_hint = {width, height, m_mode.hdpi};
-    sendSize(width, height, m_mode.hdpi);
-}
-
-void Screen::keepSize()
-{
-    sendSize(m_console.width, m_console.height, m_mode.hdpi);
-}
-
-void Screen::sendSize(uint32_t width, uint32_t height, bool hdpi)
-{
-    m_bus.setSize(m_console.index, millimetres(width, hdpi), millimetres(height, hdpi), width,
-                  height, [this](const std::string &error) {
-                      if (error.empty() || !m_mode.live_resize)
-                          return;
-                      m_log("screen " + std::to_string(index()) + ": no other size: " + error);
-                      m_mode.live_resize = false;
-                      broadcastMode();
-                  });
+    m_size.plugIn(width, height);
 }
 
 void Screen::viewerGone()

@@ -4,12 +4,13 @@
 #include "services/loop/event.h"
 #include "services/tarvvm/screens/desktop.h"
 #include "services/tarvvm/screens/display_bus.h"
+#include "services/tarvvm/screens/engine_input.h"
+#include "services/tarvvm/screens/guest_size.h"
 #include "services/tarvvm/screens/screen_feed.h"
 #include "services/tarvvm/screens/viewer.h"
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,25 +34,24 @@ public:
     // Plugs in a further screen, which QEMU shows in a size of its own until the guest uses it.
     void plugIn(uint32_t width, uint32_t height);
     // Tells QEMU the size that the guest has, after it was loaded with a saved state.
-    void keepSize();
+    void keepSize() { m_size.keep(m_console.width, m_console.height); }
 
     const SharedFrame &frame() const { return *m_frame; }
-    ScreenMode mode() const { return m_mode; }
+    ScreenMode mode() const { return m_size.mode(); }
     bool absolute() const { return m_console.absolute; }
     unsigned index() const { return m_console.index; }
     // Whether the guest has set a size.
     bool used() const { return m_used; }
 
 private:
-    Screen(sd_event *loop, DisplayBus &bus, const Console &console, GuestPasteboard &pasteboard,
-           Desktop *desktop, Log log);
+    Screen(sd_event *loop, DisplayBus &bus, const Console &console, bool hdpi,
+           GuestPasteboard &pasteboard, Desktop *desktop, Log log);
 
-    void viewerActivityChanged() override;
-    void viewerKey(uint32_t number, bool down) override;
-    void viewerButton(uint32_t number, bool down) override;
-    void viewerMoveTo(int32_t x, int32_t y) override;
-    void viewerMoveBy(int32_t dx, int32_t dy) override;
-    void viewerResize(int32_t width, int32_t height, bool hdpi) override;
+    void viewerActivityChanged() override { updateListener(); }
+    void viewerResize(int32_t width, int32_t height, bool hdpi) override
+    {
+        m_size.request(width, height, hdpi);
+    }
     void viewerGone() override;
 
     void updateListener();
@@ -64,9 +64,8 @@ private:
     void sendCursor(Viewer &viewer);
     void checkSize();
     bool sizeDiffers() const;
-    void requestSize(int32_t width, int32_t height, bool hdpi);
-    void sendSize(uint32_t width, uint32_t height, bool hdpi);
     void broadcastMode();
+    void log(const std::string &line);
 
     sd_event *m_loop;
     DisplayBus &m_bus;
@@ -76,22 +75,15 @@ private:
     GuestPasteboard &m_pasteboard;
     Desktop *m_desktop;
     Log m_log;
+    EngineInput m_input;
+    GuestSize m_size;
     std::unique_ptr<ScreenFeed> m_feed;
     std::shared_ptr<SharedFrame> m_frame; // that viewers know of
     std::vector<std::unique_ptr<Viewer>> m_viewers;
     EventSource m_news, m_sweep, m_retry, m_size_check;
-    ScreenMode m_mode;
     CursorImage m_cursor;
     std::shared_ptr<const SealedMemory> m_cursor_memory;
     bool m_has_cursor = false;
     bool m_closing = false;
     bool m_finishing = false; // the listener's end was asked for
-
-    struct Hint
-    {
-        uint32_t width, height;
-        bool hdpi;
-        bool operator==(const Hint &) const = default;
-    };
-    std::optional<Hint> m_last_hint; // asked of the guest, no other size since
 };

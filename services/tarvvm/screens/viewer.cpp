@@ -20,11 +20,6 @@ constexpr int SEND_BUFFER = 4096;
 // Bytes of a pasteboard that cost as much as a packet.
 constexpr double PASTEBOARD_RATE = 64 * 1024;
 
-constexpr uint32_t BUTTON_WHEEL_UP = 3;
-constexpr uint32_t BUTTON_WHEEL_DOWN = 4;
-constexpr uint32_t WHEEL_BUTTONS = 1u << BUTTON_WHEEL_UP | 1u << BUTTON_WHEEL_DOWN;
-constexpr int32_t WHEEL_STEPS_MAX = 32;
-
 // Receives one packet and the first descriptor that came with it; others are closed.
 ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 {
@@ -39,12 +34,13 @@ ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 } // namespace
 
 Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame,
-               ViewerHost &host, GuestPasteboard &pasteboard)
+               ViewerHost &host, GuestInput &guest, GuestPasteboard &pasteboard)
     : m_host(host),
       m_pasteboard(pasteboard),
       m_channel(std::move(channel)),
       m_frame(std::move(frame)),
       m_damage(m_frame->width(), m_frame->height()),
+      m_input(guest),
       m_allowance(PACKETS_AT_ONCE),
       m_counted(std::chrono::steady_clock::now())
 {
@@ -57,7 +53,7 @@ Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> fr
 Viewer::~Viewer()
 {
     m_pasteboard.remove(this);
-    releaseAll();
+    m_input.releaseAll();
 }
 
 void Viewer::setFrame(std::shared_ptr<SharedFrame> frame, ScreenMode mode)
@@ -122,20 +118,8 @@ void Viewer::hangUp()
     m_source.reset();
     m_channel.reset();
     m_archive.reset();
-    releaseAll();
+    m_input.releaseAll();
     m_host.viewerGone();
-}
-
-void Viewer::releaseAll()
-{
-    for (uint32_t key = 0; key <= KEY_MAX; key++)
-        if (m_keys[key])
-            m_host.viewerKey(key, false);
-    m_keys.reset();
-    for (uint32_t button = 0; button < BUTTON_COUNT; button++)
-        if (m_buttons & 1u << button)
-            m_host.viewerButton(button, false);
-    m_buttons = 0;
 }
 
 void Viewer::onReady(uint32_t events)
@@ -191,20 +175,6 @@ bool Viewer::handle(const display_packet &packet, UniqueFd descriptor)
             m_host.viewerActivityChanged();
         flush();
         return true;
-    case DISPLAY_KEY:
-        if (arg[0] <= 0 || uint32_t(arg[0]) > KEY_MAX)
-            return false;
-        m_keys[size_t(arg[0])] = arg[1] != 0;
-        m_host.viewerKey(uint32_t(arg[0]), arg[1] != 0);
-        return true;
-    case DISPLAY_POINTER_ABS:
-        m_host.viewerMoveTo(arg[0], arg[1]);
-        return handleButtons(arg[2]);
-    case DISPLAY_POINTER_REL:
-        m_host.viewerMoveBy(arg[0], arg[1]);
-        return handleButtons(arg[2]);
-    case DISPLAY_WHEEL:
-        return handleWheel(arg[0]);
     case DISPLAY_RESIZE:
         if (arg[0] <= 0 || arg[1] <= 0)
             return false;
@@ -216,7 +186,7 @@ bool Viewer::handle(const display_packet &packet, UniqueFd descriptor)
     case DISPLAY_PASTEBOARD_SEND:
         return handlePasteboard(arg[0], std::move(descriptor));
     default:
-        return false;
+        return ViewerInput::takes(packet.type) && m_input.handle(packet);
     }
 }
 
@@ -224,28 +194,6 @@ bool Viewer::handlePasteboard(int32_t size, UniqueFd memory)
 {
     return size >= 0 && withinRate(size / PASTEBOARD_RATE) &&
            m_pasteboard.give(std::move(memory), size_t(size));
-}
-
-bool Viewer::handleButtons(int32_t buttons)
-{
-    const uint32_t wanted = uint32_t(buttons) & ((1u << BUTTON_COUNT) - 1) & ~WHEEL_BUTTONS;
-    const uint32_t changed = wanted ^ std::exchange(m_buttons, wanted);
-    for (uint32_t button = 0; button < BUTTON_COUNT; button++)
-        if (changed & 1u << button)
-            m_host.viewerButton(button, (wanted & 1u << button) != 0);
-    return true;
-}
-
-// A step is a click of a button of its own; horizontal steps have none.
-bool Viewer::handleWheel(int32_t vertical)
-{
-    const uint32_t button = vertical < 0 ? BUTTON_WHEEL_UP : BUTTON_WHEEL_DOWN;
-    const int32_t steps = std::clamp(vertical, -WHEEL_STEPS_MAX, WHEEL_STEPS_MAX);
-    for (int32_t i = 0; i < std::abs(steps); i++) {
-        m_host.viewerButton(button, true);
-        m_host.viewerButton(button, false);
-    }
-    return true;
 }
 
 Viewer::Sent Viewer::send(const display_packet &packet, int fd)

@@ -4,14 +4,15 @@
 
 #include "services/loop/event.h"
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
+#include "services/tarvvm/screens/guest_size.h"
 #include "services/tarvvm/screens/listener_reader.h"
 #include "services/tarvvm/screens/shared_frame.h"
+#include "services/tarvvm/screens/viewer_input.h"
 #include "tarvhv/cli2/damage.h"
 
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2/display_protocol.h"
 
-#include <bitset>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -22,31 +23,17 @@ class ViewerHost
 public:
     virtual ~ViewerHost() = default;
     virtual void viewerActivityChanged() = 0;
-    virtual void viewerKey(uint32_t number, bool down) = 0;
-    virtual void viewerButton(uint32_t number, bool down) = 0;
-    virtual void viewerMoveTo(int32_t x, int32_t y) = 0;
-    virtual void viewerMoveBy(int32_t dx, int32_t dy) = 0;
     virtual void viewerResize(int32_t width, int32_t height, bool hdpi) = 0;
     // The viewer is done; it may be destroyed on the loop's next turn.
     virtual void viewerGone() = 0;
 };
 
-// What else a screen's mode consists of.
-struct ScreenMode
-{
-    bool hdpi = false;
-    bool live_resize = false;
-};
-
 class Viewer : private PasteboardReader
 {
 public:
-    static constexpr uint32_t KEY_MAX = 0xff;
-    static constexpr uint32_t BUTTON_COUNT = 7; // left, middle, right, wheel up and down, back …
-
     // `frame` is what the viewer got with the answer to its request.
     Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame, ViewerHost &host,
-           GuestPasteboard &pasteboard);
+           GuestInput &guest, GuestPasteboard &pasteboard);
     ~Viewer() override;
     Viewer(const Viewer &) = delete;
     Viewer &operator=(const Viewer &) = delete;
@@ -77,10 +64,7 @@ private:
     void pasteboardArrived(std::shared_ptr<const SealedMemory> archive) override;
     bool handle(const display_packet &packet, UniqueFd descriptor);
     bool handlePasteboard(int32_t size, UniqueFd memory);
-    bool handleButtons(int32_t buttons);
-    bool handleWheel(int32_t vertical);
     bool withinRate(double packets);
-    void releaseAll();
     void flush();
     void beginSerial();
     bool flushState();
@@ -110,8 +94,7 @@ private:
     uint32_t m_serial = 1;        // of the damage that is being sent
     bool m_awaiting_done = false; // all of it is sent: the viewer owes an answer for it
 
-    std::bitset<KEY_MAX + 1> m_keys; // that this viewer holds down
-    uint32_t m_buttons = 0;          // bit N: button N is down
-    double m_allowance;              // packets that may still come at once
+    ViewerInput m_input;
+    double m_allowance; // packets that may still come at once
     std::chrono::steady_clock::time_point m_counted;
 };

@@ -9,7 +9,7 @@
 
 namespace {
 
-class ViewerTest : public LoopTest, protected ViewerHost
+class ViewerTest : public LoopTest, protected ViewerHost, protected GuestInput
 {
 protected:
     ViewerTest() { connect(); }
@@ -18,8 +18,9 @@ protected:
         Ends ends(SOCK_SEQPACKET | SOCKET_FLAGS);
         m_peer = std::move(ends.far);
         ViewerHost &host = *this;
-        m_viewer = std::make_unique<Viewer>(m_loop, std::move(ends.near),
-                                            SharedFrame::create(100, 100), host, m_pasteboard);
+        GuestInput &guest = *this;
+        m_viewer = std::make_unique<Viewer>(
+            m_loop, std::move(ends.near), SharedFrame::create(100, 100), host, guest, m_pasteboard);
     }
 
     void say(uint32_t type, std::initializer_list<int32_t> arguments)
@@ -46,16 +47,16 @@ protected:
     }
 
     void viewerActivityChanged() override { m_log += "active "; }
-    void viewerKey(uint32_t number, bool down) override
+    void key(uint32_t number, bool down) override
     {
         m_log += (down ? "+" : "-") + std::to_string(number) + " ";
     }
-    void viewerButton(uint32_t number, bool down) override
+    void button(uint32_t number, bool down) override
     {
         m_log += (down ? "b+" : "b-") + std::to_string(number) + " ";
     }
-    void viewerMoveTo(int32_t, int32_t) override {}
-    void viewerMoveBy(int32_t, int32_t) override {}
+    void moveTo(int32_t, int32_t) override {}
+    void moveBy(int32_t, int32_t) override {}
     void viewerResize(int32_t, int32_t, bool) override { m_log += "size "; }
     void viewerGone() override { m_log += "gone "; }
 
