@@ -1,5 +1,6 @@
 // Pasteboard archives of viewers, and what guests call texts.
 #include "services/tarvvm/pasteboard/pasteboard_archive.h"
+#include "services/tarvvm/pasteboard/pasteboard_text.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -76,6 +76,12 @@ void AgentPort::flush()
     sd_event_source_set_io_events(m_source.get(), EPOLLIN | (more ? uint32_t{EPOLLOUT} : 0u));
 }
 
+// A guest's program may close the port at any point, with bytes of ours unread in QEMU's end of the
+// socket and bytes of its own half sent in this one. Neither side marks where messages begin, so on
+// a close both are thrown away with what this side knew of the agent: the next one would take the
+// middle of a message for a start, and so would this decoder. Contents that were promised go with
+// them. On an opening this side asks first, unless it hears an agent already: QEMU may have told of
+// a close and an opening within a second as nothing at all.
 void AgentPort::setOpen(bool open)
 {
     if (!m_socket)

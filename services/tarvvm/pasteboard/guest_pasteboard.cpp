@@ -1,5 +1,6 @@
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
 
+#include "services/tarvvm/pasteboard/pasteboard_text.h"
 #include "tarvhv/cli2/display_protocol.h"
 
 #include <algorithm>

@@ -23,12 +23,3 @@ inline constexpr size_t PASTEBOARD_CONTENTS_MAX = DISPLAY_PASTEBOARD_MAX - 64;
 // a guest can't take are left out.
 bool pasteboard_archive_read(std::string_view archive, PasteboardContents *contents);
 std::string pasteboard_archive_write(const PasteboardContents &contents);
-
-// Well-formed UTF-8 of a text that a guest calls so: without the zero bytes that some end with, and
-// with U+FFFD for what is none.
-std::string pasteboard_text(std::string bytes);
-// Whether bytes begin as a PNG file.
-bool pasteboard_is_png(std::string_view bytes);
-// Line ends of a text: LF to CR LF, where there is no CR yet, and back.
-std::string pasteboard_with_crlf(std::string_view text);
-std::string pasteboard_without_crlf(std::string_view text);

@@ -39,10 +39,17 @@ std::optional<unsigned> console_number(std::string_view path)
     return number;
 }
 
-std::string error_text(sd_bus_message *message)
+ServiceFailure failure_of(sd_bus_message *answer)
 {
-    const sd_bus_error *error = sd_bus_message_get_error(message);
-    return error ? (error->message ? error->message : error->name) : "";
+    const sd_bus_error *error = sd_bus_message_get_error(answer);
+    if (!error)
+        return {};
+    return {sd_bus_error_get_errno(error), error->message ? error->message : error->name};
+}
+
+ServiceFailure failure_of(int result)
+{
+    return {-result, std::strerror(-result)};
 }
 
 // What of a console's properties is of use, from any of its interfaces.
@@ -216,14 +223,14 @@ void DisplayBus::listConsoles(Consoles consoles)
     if (result >= 0)
         result = send_call(m_bus.get(), made, [consoles](sd_bus_message *reply) {
             std::vector<Console> found;
-            std::string error = error_text(reply);
-            if (error.empty())
-                if (const int failure = read_objects(reply, &found); failure < 0)
-                    error = std::strerror(-failure);
-            consoles(std::move(found), error);
+            ServiceFailure failure = failure_of(reply);
+            if (!failure)
+                if (const int read = read_objects(reply, &found); read < 0)
+                    failure = failure_of(read);
+            consoles(std::move(found), failure);
         });
     if (result < 0)
-        consoles({}, std::strerror(-result));
+        consoles({}, failure_of(result));
 }
 
 template <typename... Values>
@@ -238,11 +245,11 @@ void DisplayBus::call(unsigned console, const char *interface, const char *membe
         result = sd_bus_message_append(made, types, values...);
     if (result >= 0 && done)
         result = send_call(m_bus.get(), made,
-                           [done](sd_bus_message *reply) { done(error_text(reply)); });
+                           [done](sd_bus_message *reply) { done(failure_of(reply)); });
     else if (result >= 0 && (result = sd_bus_message_set_expect_reply(made, 0)) >= 0)
         result = sd_bus_send(m_bus.get(), made, nullptr);
     if (result < 0 && done)
-        done(std::strerror(-result));
+        done(failure_of(result));
 }
 
 void DisplayBus::registerListener(unsigned console, int socket, Done done)

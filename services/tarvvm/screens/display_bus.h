@@ -1,6 +1,7 @@
 // Control connection to QEMU's display: consoles, their properties, input.
 #pragma once
 
+#include "services/failure.h"
 #include "services/loop/event.h"
 
 #include "platform/unique_fd.h"
@@ -32,9 +33,8 @@ struct ConsoleChange
 class DisplayBus
 {
 public:
-    // An empty error is success.
-    using Done = std::function<void(const std::string &error)>;
-    using Consoles = std::function<void(std::vector<Console>, const std::string &error)>;
+    using Done = std::function<void(const ServiceFailure &failure)>;
+    using Consoles = std::function<void(std::vector<Console>, const ServiceFailure &failure)>;
     struct Handlers
     {
         std::function<void(unsigned console, const ConsoleChange &change)> changed;

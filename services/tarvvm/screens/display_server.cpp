@@ -59,11 +59,11 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
                         return;
                     }
                     m_bus->listConsoles([this, done](const std::vector<Console> &consoles,
-                                                     const std::string &failure) {
-                        if (failure.empty())
+                                                     const ServiceFailure &failure) {
+                        if (!failure)
                             takeConsoles(consoles, done);
                         else
-                            done(failure);
+                            done(failure.text);
                     });
                 });
 }
@@ -106,18 +106,19 @@ void DisplayServer::plugIn(size_t number)
 
 void DisplayServer::keepSizes()
 {
-    m_bus->listConsoles([this](const std::vector<Console> &consoles, const std::string &failure) {
-        if (!failure.empty())
-            m_log("the sizes of the screens: " + failure);
-        for (size_t i = 0; i < std::min(consoles.size(), m_screens.size()); i++) {
-            Screen &screen = *m_screens[i];
-            screen.consoleChanged({consoles[i].width, consoles[i].height, {}});
-            if (screen.used() || i == 0)
-                screen.keepSize();
-            else
-                plugIn(i);
-        }
-    });
+    m_bus->listConsoles(
+        [this](const std::vector<Console> &consoles, const ServiceFailure &failure) {
+            if (failure)
+                m_log("the sizes of the screens: " + failure.text);
+            for (size_t i = 0; i < std::min(consoles.size(), m_screens.size()); i++) {
+                Screen &screen = *m_screens[i];
+                screen.consoleChanged({consoles[i].width, consoles[i].height, {}});
+                if (screen.used() || i == 0)
+                    screen.keepSize();
+                else
+                    plugIn(i);
+            }
+        });
 }
 
 JsonTree DisplayServer::describe() const

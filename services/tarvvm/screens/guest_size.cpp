@@ -66,10 +66,10 @@ void GuestSize::tell(const Hint &hint)
 {
     m_bus.setSize(m_console, millimetres(hint.width, hint.hdpi),
                   millimetres(hint.height, hint.hdpi), hint.width, hint.height,
-                  [this](const std::string &error) {
-                      if (error.empty() || !m_mode.live_resize)
+                  [this](const ServiceFailure &failure) {
+                      if (!failure || !m_mode.live_resize)
                           return;
-                      m_log("no other size: " + error);
+                      m_log("no other size: " + failure.text);
                       m_mode.live_resize = false;
                       m_changed();
                   });

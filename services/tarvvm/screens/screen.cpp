@@ -78,6 +78,9 @@ void Screen::close(display_close_reason reason)
 
 // ---- the listener: registered while somebody looks ----------------------------------------------
 
+// QEMU pays for a listener with a copy of each change and with the time in which it is taken, so
+// there is one only while somebody looks. It never lets two follow each other closely: an end that
+// was asked for comes back as news, and only then is it decided anew whether one is wanted.
 void Screen::updateListener()
 {
     const bool wanted =
@@ -110,9 +113,9 @@ void Screen::startListener()
         return;
     }
     // A refusal closes the other end, which the feed's news tell.
-    m_bus.registerListener(m_console.index, theirs.get(), [this](const std::string &error) {
-        if (!error.empty())
-            log("listener refused: " + error);
+    m_bus.registerListener(m_console.index, theirs.get(), [this](const ServiceFailure &failure) {
+        if (failure)
+            log("listener refused: " + failure.text);
     });
 }
 
@@ -133,6 +136,10 @@ void Screen::listenerEnded(const std::string &error)
     });
 }
 
+// The frame comes first: the damage of the same news is that of this frame, never of the one
+// before. QEMU tells a new size twice, here with the pixels and in the console's properties, in
+// either order. The pixels decide; the properties help where pixels of that size never come
+// (checkSize).
 void Screen::handleNews()
 {
     const ScreenNews news = m_feed->takeNews();
@@ -175,7 +182,8 @@ void Screen::consoleChanged(const ConsoleChange &change)
         for (const auto &viewer : m_viewers)
             viewer->setAbsolute(m_console.absolute);
     }
-    // A change into a text mode brings no whole picture; one that comes needs no help.
+    // A change into a text mode brings no whole picture, only parts as the text changes. One that
+    // does come is there soon and needs no help.
     if (sizeDiffers())
         m_size_check = event_timer(m_loop, SCANOUT_PATIENCE_MS, [this] { checkSize(); });
 }

@@ -146,6 +146,8 @@ bool ScreenFeed::resize(uint32_t width, uint32_t height)
     return true;
 }
 
+// A change of size is another frame buffer, as viewers have the old one mapped. Damage of the old
+// one goes: all of the new one counts as damaged.
 void ScreenFeed::setFrame(std::shared_ptr<SharedFrame> frame)
 {
     m_frame = frame;
@@ -176,6 +178,9 @@ PixelTarget ScreenFeed::update(const ScreenRect &rect)
     return {m_frame->at(uint32_t(rect.x), uint32_t(rect.y)), m_frame->stride()};
 }
 
+// The pixels are in the frame buffer before anybody is told of them: by the release in the counter
+// for who watches that, by the lock for the loop and the viewers. So whoever reads a rectangle
+// finds the pixels of its damage, or later ones, whose damage is still to come.
 void ScreenFeed::painted(const ScreenRect &rect)
 {
     m_frame->countFrame();

@@ -23,8 +23,15 @@ struct ScreenNews
     std::string error;                  // why, if not as asked
 };
 
-// One screen's listener: a thread that blocks on the socket and writes into the frame buffer. All
-// functions but the sink's are of the event loop's thread.
+// One screen's listener. Pixels are received by a thread of their own for QEMU's sake. It has no
+// flow control towards a listener: what is not read at once piles up in QEMU's memory, and its main
+// loop, with it the guest, waits for the introduction of a new listener. On the event loop a slow
+// log or a large pasteboard would be paid for there. A thread can also block in one read for a
+// whole picture, which goes into the frame buffer without another copy. It touches the frame buffer
+// and nothing else; what it has to tell goes under a lock into ScreenNews, where what the loop has
+// not taken yet is merged, and an eventfd wakes the loop.
+//
+// All functions but the sink's are of the event loop's thread.
 class ScreenFeed : private ListenerSink
 {
 public:

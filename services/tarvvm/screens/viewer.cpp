@@ -213,7 +213,8 @@ void Viewer::flush()
         sd_event_source_set_io_events(m_source.get(), EPOLLIN | (all_sent ? 0u : EPOLLOUT));
 }
 
-// False when something is left for later.
+// False when something is left for later. The mode goes before damage: a rectangle is one of the
+// frame buffer that the viewer has by then. Each state is due once, however often it changed.
 bool Viewer::flushState()
 {
     if (m_mode_due) {

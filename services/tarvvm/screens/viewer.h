@@ -1,5 +1,11 @@
-// One viewer of a screen, on its display channel. Nothing here ever waits for it: what it does not
-// read stays one merged region, and rules that it breaks cost it the connection.
+// One viewer of a screen, on its display channel. Nothing here ever waits for it, and rules that it
+// breaks cost it the connection.
+//
+// A viewer that is stopped, or that hangs, costs what stands in this class: the latest of each
+// state (mode, pointer, pasteboard) and a few rectangles, whatever happens on the screen meanwhile.
+// What is in its channel is bounded by the size of that, which is kept small because every frame
+// buffer on its way there stays in memory until it is taken. The screen's other viewers and QEMU
+// don't notice.
 #pragma once
 
 #include "services/loop/event.h"
@@ -8,9 +14,9 @@
 #include "services/tarvvm/screens/listener_reader.h"
 #include "services/tarvvm/screens/shared_frame.h"
 #include "services/tarvvm/screens/viewer_input.h"
-#include "tarvhv/cli2/damage.h"
 
 #include "platform/unique_fd.h"
+#include "tarvhv/cli2/damage.h"
 #include "tarvhv/cli2/display_protocol.h"
 
 #include <chrono>

@@ -1,5 +1,6 @@
 // The guest's pasteboard, with the test as the guest's agent and as two viewers.
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
+#include "services/tarvvm/pasteboard/pasteboard_text.h"
 
 #include "tarvhv/cli2/display_protocol.h"
 #include "tests/services/tarvvm/loop_test.h"
