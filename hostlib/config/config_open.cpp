@@ -4,6 +4,7 @@
 
 #include "platform/file.h"
 #include "platform/host.h"
+#include "platform/owners.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 
@@ -14,7 +15,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <ini.h>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <strings.h>
@@ -23,25 +23,15 @@
 
 namespace {
 
-constexpr size_t file_cap = 1 << 20;
+constexpr size_t FILE_CAP = 1 << 20;
 
-struct FreeTable
-{
-    void operator()(ConfigTable *table) const
-    {
-        const int saved = errno;
-        config_table_free(table);
-        errno = saved;
-    }
-};
-using Table = std::unique_ptr<ConfigTable, FreeTable>;
-using File = std::unique_ptr<FILE, int (*)(FILE *)>;
+using TableOwner = std::unique_ptr<ConfigTable, Closer<config_table_free>>;
 
 // What a settings file holds, up to the cap. False with errno set when there is more than was read.
 bool read_file(int fd, std::string &text)
 {
     char chunk[8192];
-    while (text.size() < file_cap) {
+    while (text.size() < FILE_CAP) {
         const ssize_t count = read(fd, chunk, sizeof chunk);
         if (count == 0)
             return true;
@@ -127,13 +117,13 @@ void config_table_parse(ConfigTable *table, std::string text)
 {
     if (text.empty())
         return;
-    const File stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
+    const FileOwner stream(fmemopen(text.data(), text.size(), "r"));
     if (!stream)
         return;
     // The parser would cut lines at 200 bytes.
     ini_use_stack = false;
     ini_allow_realloc = true;
-    ini_max_line = int(file_cap) + 3;
+    ini_max_line = int(FILE_CAP) + 3;
     ini_parse_file(stream.get(), config_handler, table);
 }
 
@@ -153,7 +143,7 @@ int config_handler(void *table, const char *section, const char *key, const char
 
 ConfigTable *config_open(const char *list)
 {
-    Table table(config_table_new());
+    TableOwner table(config_table_new());
     if (!table)
         return nullptr;
     for (std::string_view rest = list;;) {

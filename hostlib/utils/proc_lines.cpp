@@ -2,6 +2,8 @@
 
 #include "hostlib/utils/proc_pump.h"
 
+#include "platform/new_file.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -28,12 +30,9 @@ ssize_t pass_on(int fd)
 {
     char buffer[128];
     const ssize_t count = read_some(fd, buffer, sizeof buffer);
-    for (ssize_t done = 0; done < count;) {
-        const ssize_t written = write(STDERR_FILENO, buffer + done, size_t(count - done));
-        if (written < 0 && errno != EINTR)
-            break;
-        done += written > 0 ? written : 0;
-    }
+    // Where nobody takes it, it is read all the same: the tool must not wait for us.
+    if (count > 0)
+        platform_write_all(STDERR_FILENO, {buffer, size_t(count)});
     return count;
 }
 

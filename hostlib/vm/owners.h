@@ -1,25 +1,7 @@
-// Streams, directory streams and records with one owner. They keep errno when they close.
+// Records with one owner.
 #pragma once
 
 #include "hostlib/vm/vm.h"
+#include "platform/owners.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <dirent.h>
-#include <memory>
-
-template <auto Close>
-struct Closer
-{
-    template <typename Type>
-    void operator()(Type *object) const
-    {
-        const int saved = errno;
-        Close(object);
-        errno = saved;
-    }
-};
-
-using FileOwner = std::unique_ptr<FILE, Closer<fclose>>;
-using DirOwner = std::unique_ptr<DIR, Closer<closedir>>;
 using VmOwner = std::unique_ptr<struct vm, Closer<vm_close>>;

@@ -1,13 +1,13 @@
 #include "hostlib/vm/rewrite.h"
 
 #include "platform/file.h"
+#include "platform/new_file.h"
 #include "platform/unique_fd.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <fcntl.h>
-#include <random>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,22 +15,11 @@
 namespace {
 
 // A longer old text is cut rather than covered before it is cut.
-constexpr off_t cover_max = 4 * 1024 * 1024;
+constexpr off_t COVER_MAX = 4 * 1024 * 1024;
 
 int write_at(int fd, std::string_view bytes, off_t offset)
 {
-    while (!bytes.empty()) {
-        const ssize_t written = pwrite(fd, bytes.data(), bytes.size(), offset);
-        if (written == 0)
-            errno = ENOSPC;
-        if (written == 0 || (written < 0 && errno != EINTR))
-            return -1;
-        if (written > 0) {
-            bytes.remove_prefix(static_cast<size_t>(written));
-            offset += written;
-        }
-    }
-    return 0;
+    return lseek(fd, offset, SEEK_SET) < 0 ? -1 : platform_write_all(fd, bytes);
 }
 
 int cut(int fd, off_t length)
@@ -69,51 +58,22 @@ int replace_text(int fd, std::string_view text)
     if (fstat(fd, &old) != 0 || reserve(fd, old.st_size, length) != 0)
         return -1;
     std::string bytes(text);
-    bytes.resize(static_cast<size_t>(std::max(length, std::min(old.st_size, cover_max))), '\n');
+    bytes.resize(static_cast<size_t>(std::max(length, std::min(old.st_size, COVER_MAX))), '\n');
     return write_at(fd, bytes, 0) == 0 && cut(fd, length) == 0 ? 0 : -1;
 }
 
-// A file made under another name until it is whole.
-class NewFile
-{
-public:
-    NewFile(int dirfd, const char *name)
-        : m_dirfd(dirfd),
-          m_name("." + std::string(name) + "." + std::to_string(std::random_device()()))
-    {
-    }
-    ~NewFile()
-    {
-        if (m_fd) {
-            const int saved = errno;
-            unlinkat(m_dirfd, m_name.c_str(), 0);
-            errno = saved;
-        }
-    }
-
-    int fd()
-    {
-        m_fd.reset(openat(m_dirfd, m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-        return m_fd.get();
-    }
-    int link_as(const char *name) { return linkat(m_dirfd, m_name.c_str(), m_dirfd, name, 0); }
-
-private:
-    int m_dirfd;
-    std::string m_name;
-    UniqueFd m_fd;
-};
-
-// EEXIST when somebody else was first.
+// EEXIST when somebody else was first. The file gets its name whole, since a reader that finds one
+// takes its lock and reads: an empty record would be no VM.
 Rewrite create(int dirfd, const char *name, std::string_view text)
 {
-    NewFile file(dirfd, name);
-    const int fd = file.fd();
-    if (fd < 0)
+    NewFile file;
+    if (file.make(dirfd, name, 0644, FileMakers::many) < 0)
         return Rewrite::unopened;
-    if (write_at(fd, text, 0) != 0)
+    if (write_at(file.fd(), text, 0) != 0)
         return Rewrite::unwritten;
-    return file.link_as(name) == 0 ? Rewrite::done : Rewrite::unopened;
+    if (file.publish() == 0)
+        return Rewrite::done;
+    return file.failed() == FileStep::name ? Rewrite::unopened : Rewrite::unsynced;
 }
 
 Rewrite rewrite_existing(int dirfd, const char *name, int flags, std::string_view text)
@@ -122,7 +82,11 @@ Rewrite rewrite_existing(int dirfd, const char *name, int flags, std::string_vie
         platform_openat_locked(dirfd, name, flags | O_CLOEXEC, FileLock::exclusive, 0644));
     if (!fd)
         return Rewrite::unopened;
-    return replace_text(fd.get(), text) == 0 ? Rewrite::done : Rewrite::unwritten;
+    if (replace_text(fd.get(), text) != 0)
+        return Rewrite::unwritten;
+    // Under the lock still: who reads the new text may act on it, and a loss of power must not take
+    // it back then. A saved state whose name is gone would be deleted with the next start.
+    return fsync(fd.get()) == 0 ? Rewrite::done : Rewrite::unsynced;
 }
 
 } // namespace

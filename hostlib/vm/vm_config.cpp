@@ -97,9 +97,12 @@ int vm_write_config(struct vm *vm, const struct kv *config)
         return write_failed("open", name);
     case Rewrite::unwritten:
         return write_failed("write", name);
-    default:
-        return 0;
+    case Rewrite::unsynced:
+        return write_failed("sync", name);
+    case Rewrite::done:
+        break;
     }
+    return 0;
 }
 
 struct kv *vm_read_state(struct vm *vm)

@@ -1,5 +1,7 @@
 #include "platform/host.h"
 
+#include "platform/owners.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -12,8 +14,6 @@
 #include <sys/utsname.h>
 
 namespace {
-
-using File = std::unique_ptr<FILE, int (*)(FILE *)>;
 
 struct Route
 {
@@ -55,7 +55,7 @@ const char *platform_build_name()
 const char *platform_primary_interface()
 {
     static thread_local Route best;
-    File table(std::fopen("/proc/net/route", "re"), std::fclose);
+    const FileOwner table(std::fopen("/proc/net/route", "re"));
     if (!table) {
         errno = EFAULT;
         return nullptr;

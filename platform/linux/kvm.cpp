@@ -1,26 +1,21 @@
 #include "platform/kvm.h"
 
+#include "platform/owners.h"
 #include "platform/unique_fd.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 
 #if defined(__x86_64__)
 
 namespace {
 
-struct StreamClose
-{
-    void operator()(FILE *stream) const { std::fclose(stream); }
-};
-
 // A /dev/kvm that opens may be an emulation far slower than QEMU's own: the flag tells.
 bool processor_has_flag()
 {
-    const std::unique_ptr<FILE, StreamClose> stream(std::fopen("/proc/cpuinfo", "re"));
+    const FileOwner stream(std::fopen("/proc/cpuinfo", "re"));
     char line[8192];
     while (stream && std::fgets(line, sizeof line, stream.get()) != nullptr)
         if (std::strncmp(line, "flags", 5) == 0)

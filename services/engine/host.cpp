@@ -1,9 +1,10 @@
 #include "services/engine/host.h"
 
-#include "hostlib/config/config.h"
 #include "platform/kvm.h"
+#include "platform/new_file.h"
 #include "platform/unique_fd.h"
 #include "services/engine/bridge.h"
+#include "services/settings.h"
 
 #include <array>
 #include <cerrno>
@@ -14,18 +15,6 @@
 #include <unistd.h>
 
 namespace {
-
-std::string path_setting(const char *key, const std::string &missing)
-{
-    const char *value = config_find(key) ? config_get_path(key) : nullptr;
-    return value && *value ? value : missing;
-}
-
-std::string text_setting(const char *key, const char *missing)
-{
-    const char *value = config_find(key) ? config_get_str(key) : nullptr;
-    return value && *value ? value : missing;
-}
 
 // QEMU gets the variables that it has a use for, and messages in English.
 std::vector<std::string> environment()
@@ -76,19 +65,18 @@ std::string disk_format(const std::string &path)
                : "raw";
 }
 
+// False with errno set.
 bool copy_bytes(int from, int to)
 {
     std::array<char, 65536> buffer;
     for (;;) {
         const ssize_t length = read(from, buffer.data(), buffer.size());
+        if (length < 0 && errno == EINTR)
+            continue;
         if (length <= 0)
             return length == 0;
-        for (ssize_t done = 0; done < length;) {
-            const ssize_t written = write(to, buffer.data() + done, size_t(length - done));
-            if (written < 0)
-                return false;
-            done += written;
-        }
+        if (platform_write_all(to, {buffer.data(), size_t(length)}) != 0)
+            return false;
     }
 }
 
@@ -161,16 +149,13 @@ bool engine_host_make_nvram(const Machine &machine, const EngineHost &host, std:
     const std::string path = host.vm_dir + "/nvram";
     if (machine.firmware != Firmware::uefi || access(path.c_str(), F_OK) == 0)
         return true;
-    // One maker at a time: it holds the VM's socket. What a killed one left is written over.
-    const std::string making = host.vm_dir + "/.nvram.new";
     const UniqueFd from(open(host.uefi_vars.c_str(), O_RDONLY | O_CLOEXEC));
-    const UniqueFd to(from ? open(making.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
-                           : -1);
-    if (to && copy_bytes(from.get(), to.get()) && fsync(to.get()) == 0 &&
-        rename(making.c_str(), path.c_str()) == 0)
+    // One maker at a time: it holds the VM's socket. The guest's variables are never half a file,
+    // since the firmware would take that for a store of its own and repair it.
+    NewFile store;
+    if (from && store.make(AT_FDCWD, path.c_str(), 0600, FileMakers::one) >= 0 &&
+        copy_bytes(from.get(), store.fd()) && store.replace() == 0)
         return true;
-    *error = path + ": can't be made from " + host.uefi_vars + ": " + std::strerror(errno);
-    if (to)
-        unlink(making.c_str());
-    return false;
+    return fail(error,
+                path + ": can't be made from " + host.uefi_vars + ": " + std::strerror(errno));
 }

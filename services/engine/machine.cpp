@@ -1,6 +1,7 @@
 #include "services/engine/machine.h"
 
 #include "policy/kv.h"
+#include "services/bounds.h"
 
 #include <array>
 #include <cctype>
@@ -211,13 +212,12 @@ bool machine_parse(const kv *config, const char *id, const char *file, Machine *
     machine->uuid = reader.text("uuid", machine->id);
     if (!is_uuid(machine->uuid))
         reader.fail("uuid", "\"" + machine->uuid + "\" is not a UUID");
-    machine->cpu_count = unsigned(reader.number("cpu.count", 1, 1, MACHINE_CPU_MAX));
-    machine->ram_size =
-        reader.number("ram.size", machine->ram_size, MACHINE_RAM_MIN, MACHINE_RAM_MAX);
+    machine->cpu_count = unsigned(reader.number("cpu.count", 1, 1, VM_CPU_MAX));
+    machine->ram_size = reader.number("ram.size", machine->ram_size, VM_RAM_MIN, VM_RAM_MAX);
     machine->firmware = reader.word("firmware", Firmware::bios,
                                     {{"bios", Firmware::bios}, {"uefi", Firmware::uefi}});
-    if (machine->firmware == Firmware::uefi && machine->ram_size < MACHINE_RAM_UEFI_MIN)
-        reader.fail("ram.size", "UEFI needs " + std::to_string(MACHINE_RAM_UEFI_MIN) + " bytes");
+    if (machine->firmware == Firmware::uefi && machine->ram_size < VM_RAM_UEFI_MIN)
+        reader.fail("ram.size", "UEFI needs " + std::to_string(VM_RAM_UEFI_MIN) + " bytes");
     read_disks(reader, machine);
     machine->cdrom = reader.text("cdrom");
     read_networks(reader, machine);

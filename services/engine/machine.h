@@ -7,11 +7,6 @@
 
 struct kv;
 
-inline constexpr unsigned MACHINE_CPU_MAX = 255;
-inline constexpr uint64_t MACHINE_RAM_MIN = 4ull << 20;
-// With less the firmware comes to nothing, showing nothing (tried with OVMF of 2022).
-inline constexpr uint64_t MACHINE_RAM_UEFI_MIN = 64ull << 20;
-inline constexpr uint64_t MACHINE_RAM_MAX = 16ull << 40;
 inline constexpr unsigned MACHINE_DISPLAY_MAX = 4;
 inline constexpr unsigned MACHINE_DISK_MAX = 8;
 inline constexpr unsigned MACHINE_NETWORK_MAX = 8;

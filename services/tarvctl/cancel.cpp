@@ -24,11 +24,6 @@ void catch_cancel()
     signal(SIGPIPE, SIG_IGN);
 }
 
-bool is_cancelled()
-{
-    return cancelled != 0;
-}
-
 void check_cancelled()
 {
     if (cancelled)

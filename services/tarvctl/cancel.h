@@ -3,6 +3,5 @@
 
 // Makes SIGTERM, SIGINT and SIGHUP cancel instead of ending the process at once.
 void catch_cancel();
-bool is_cancelled();
 // Throws a Failure with ExitStatus::cancelled once a signal came.
 void check_cancelled();

@@ -1,5 +1,6 @@
 #include "services/tarvctl/copy_file.h"
 
+#include "platform/new_file.h"
 #include "platform/reflink.h"
 #include "platform/unique_fd.h"
 #include "services/tarvctl/answer.h"
@@ -22,17 +23,6 @@ struct Pair
     const std::string &from, &to;
 };
 
-void write_all(const Pair &pair, const char *bytes, size_t length)
-{
-    while (length > 0) {
-        const ssize_t put = write(pair.target.get(), bytes, length);
-        if (put < 0 && errno != EINTR)
-            throw system_failure(pair.to, errno);
-        bytes += put > 0 ? put : 0;
-        length -= put > 0 ? static_cast<size_t>(put) : 0;
-    }
-}
-
 // Copies what lies between two offsets; `progress` gets how far it is.
 void copy_part(const Pair &pair, off_t start, off_t end, const std::function<void(off_t)> &progress)
 {
@@ -51,7 +41,8 @@ void copy_part(const Pair &pair, off_t start, off_t end, const std::function<voi
             throw system_failure(pair.from, errno);
         if (got < 0)
             continue;
-        write_all(pair, bytes.data(), static_cast<size_t>(got));
+        if (platform_write_all(pair.target.get(), {bytes.data(), static_cast<size_t>(got)}) != 0)
+            throw system_failure(pair.to, errno);
         start += got;
         progress(start);
     }

@@ -1,4 +1,5 @@
 #include "hostlib/config/config.h"
+#include "services/bounds.h"
 #include "services/engine/machine.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/cancel.h"
@@ -108,8 +109,8 @@ Plan make_plan(const Arguments &arguments)
     const Choice cpus = chosen("--cpu-count", arguments.cpu_count, "default_nvcpu", "2");
     const Choice ram = chosen("--ram-size", arguments.ram_size, "default_ram", "2G");
     const Choice disk = chosen("--disk-size", arguments.disk_size, "default_disk", "64G");
-    plan.cpus = parse_number(cpus.source, cpus.value, 1, CPU_MOST);
-    plan.ram = parse_bytes(ram.source, ram.value, RAM_LEAST, RAM_MOST);
+    plan.cpus = parse_number(cpus.source, cpus.value, 1, VM_CPU_MAX);
+    plan.ram = parse_bytes(ram.source, ram.value, VM_RAM_MIN, VM_RAM_MAX);
     plan.disk = parse_bytes(disk.source, disk.value, DISK_LEAST, DISK_MOST);
     plan.disk_controller = from_environment("TARV_DISK_CONTROLLER", "ablk", {"ablk", "virtio-blk"});
     plan.network_mode = from_environment("TARV_NETWORK_MODE", "shared",
@@ -121,10 +122,10 @@ Plan make_plan(const Arguments &arguments)
     const std::string source = arguments.source == "latest" ? latest_installer() : arguments.source;
     plan.image = probe_image(image_source_path(source));
     plan.firmware = choose_firmware(arguments.firmware, plan.image);
-    if (plan.firmware == "uefi" && plan.ram < MACHINE_RAM_UEFI_MIN)
+    if (plan.firmware == "uefi" && plan.ram < VM_RAM_UEFI_MIN)
         throw Failure(ExitStatus::input, ram.source + ": " + bytes_text(plan.ram) +
-                                             " is less than the " +
-                                             bytes_text(MACHINE_RAM_UEFI_MIN) + " that UEFI needs");
+                                             " is less than the " + bytes_text(VM_RAM_UEFI_MIN) +
+                                             " that UEFI needs");
     check_disk_size(plan, disk.source);
     check_space(plan);
     return plan;

@@ -1,10 +1,10 @@
-#include "hostlib/config/config.h"
 #include "hostlib/vms/vms.h"
 #include "platform/host.h"
 #include "platform/kvm.h"
 #include "services/engine/bridge.h"
 #include "services/engine/host.h"
 #include "services/notify/notify.h"
+#include "services/settings.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/service.h"
 #include "services/tarvctl/store.h"
@@ -38,12 +38,6 @@ struct Finding
     std::string remedy = {}; // a command, or what to set
 };
 
-std::string setting_path(const char *key, const std::string &missing)
-{
-    const char *value = config_find(key) ? config_get_path(key) : nullptr;
-    return value ? value : missing;
-}
-
 Finding check_file(const std::string &subject, const std::string &path, int mode, Verdict missing,
                    const std::string &remedy)
 {
@@ -56,7 +50,7 @@ Finding check_file(const std::string &subject, const std::string &path, int mode
 
 Finding check_directory(const char *key)
 {
-    return check_file(std::string("setting ") + key, setting_path(key, ""), R_OK | W_OK | X_OK,
+    return check_file(std::string("setting ") + key, path_setting(key, ""), R_OK | W_OK | X_OK,
                       Verdict::bad, std::string("set ") + key + " to a directory of yours");
 }
 
@@ -64,7 +58,7 @@ Finding check_directory(const char *key)
 Finding check_packaged(const char *key, const std::string &usual, int mode, Verdict missing,
                        const std::string &package)
 {
-    const std::string path = setting_path(key, usual);
+    const std::string path = path_setting(key, usual);
     return check_file(key, path, mode, missing,
                       path == usual ? "apt install " + package
                                     : std::string("take ") + key + " out of the settings, or set " +
@@ -74,7 +68,7 @@ Finding check_packaged(const char *key, const std::string &usual, int mode, Verd
 // One of the product's own programs.
 Finding check_own(const char *key, const std::string &what)
 {
-    return check_file(key, setting_path(key, ""), X_OK, Verdict::bad,
+    return check_file(key, path_setting(key, ""), X_OK, Verdict::bad,
                       std::string("set ") + key + " to the path of " + what);
 }
 
@@ -127,7 +121,7 @@ Finding check_service()
     if (vlaunchd_ensure(message) == 0)
         return {"launch service", Verdict::ok, vms_launch_socket()};
     const int error = errno;
-    const bool has_program = !setting_path("vlaunchd_executable", "").empty();
+    const bool has_program = !path_setting("vlaunchd_executable", "").empty();
     return {"launch service", Verdict::bad, message,
             !has_program                            ? "set vlaunchd_executable"
             : error == ECHILD || error == ETIMEDOUT ? "see what its log says"
@@ -181,7 +175,7 @@ std::vector<Finding> examine()
         check_settings(),
         check_directory("vm_lib_dir"),
         check_directory("img_lib_dir"),
-        check_file("setting log_dir", setting_path("log_dir", ""), W_OK | X_OK, Verdict::note,
+        check_file("setting log_dir", path_setting("log_dir", ""), W_OK | X_OK, Verdict::note,
                    "set log_dir to a directory of yours"),
         check_packaged("qemu_executable", usual.qemu, X_OK, Verdict::bad, "qemu-system-x86"),
         check_packaged("qemu_img_executable", "/usr/bin/qemu-img", X_OK, Verdict::bad,

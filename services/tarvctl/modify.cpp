@@ -1,3 +1,4 @@
+#include "services/bounds.h"
 #include "services/engine/machine.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/command.h"
@@ -90,7 +91,7 @@ KvOwner make_value(const Key &known, const std::string &key, const std::string &
             kv_new_type(KV_INT, static_cast<int64_t>(parse_number(what, text, 0, UINT32_MAX))));
     case ValueKind::bytes:
         return KvOwner(kv_new_type(
-            KV_INT, static_cast<int64_t>(parse_bytes(what, text, RAM_LEAST, RAM_MOST))));
+            KV_INT, static_cast<int64_t>(parse_bytes(what, text, VM_RAM_MIN, VM_RAM_MAX))));
     case ValueKind::truth:
         return KvOwner(kv_new_type(KV_BOOL, static_cast<int64_t>(parse_truth(key, text))));
     case ValueKind::image:

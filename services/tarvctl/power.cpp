@@ -1,9 +1,9 @@
 #include "services/tarvctl/power.h"
 
-#include "hostlib/config/config.h"
 #include "platform/process.h"
 #include "platform/watch.h"
 #include "services/notify/notify.h"
+#include "services/settings.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/disks.h"
@@ -37,8 +37,7 @@ void pause_step()
 
 seconds stop_patience()
 {
-    const int64_t wait = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
-    return seconds(wait > 0 && wait < 3600 ? wait : 20) + end_patience;
+    return stop_wait_setting() + end_patience;
 }
 
 // Whether the launch service has a process for the VM.

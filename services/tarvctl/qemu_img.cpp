@@ -1,6 +1,6 @@
 #include "services/tarvctl/qemu_img.h"
 
-#include "hostlib/config/config.h"
+#include "services/settings.h"
 #include "services/tarvctl/answer.h"
 #include "services/tarvctl/tool.h"
 
@@ -31,9 +31,7 @@ std::string last_line(std::string text)
 
 std::string qemu_img_program()
 {
-    const char *setting =
-        config_find("qemu_img_executable") ? config_get_path("qemu_img_executable") : nullptr;
-    return setting ? setting : "/usr/bin/qemu-img";
+    return path_setting("qemu_img_executable", "/usr/bin/qemu-img");
 }
 
 void run_qemu_img(const std::vector<std::string> &arguments,

@@ -15,7 +15,4 @@ uint64_t parse_number(const std::string &what, const std::string &text, uint64_t
 std::string bytes_text(uint64_t bytes);
 
 inline constexpr uint64_t KIB = 1024, MIB = 1024 * KIB, GIB = 1024 * MIB, TIB = 1024 * GIB;
-// What an engine starts with at all, and what it can address.
-inline constexpr uint64_t RAM_LEAST = 16 * MIB, RAM_MOST = 4 * TIB;
 inline constexpr uint64_t DISK_LEAST = MIB, DISK_MOST = 512 * TIB;
-inline constexpr uint64_t CPU_MOST = 255;

@@ -2,6 +2,7 @@
 
 #include "hostlib/utils/utils.h"
 #include "platform/file.h"
+#include "platform/new_file.h"
 #include "services/tarvctl/disks.h"
 
 #include <array>
@@ -35,6 +36,13 @@ void sync_path(const std::string &path)
     UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd || fsync(fd.get()) != 0)
         throw system_failure(path, errno);
+}
+
+// Sees the names in a directory onto the disk; its path ends with a slash.
+void sync_names_of(const std::string &directory)
+{
+    if (platform_sync_directory_of(AT_FDCWD, directory.c_str()) != 0)
+        throw system_failure(directory, errno);
 }
 
 void rename_path(const std::string &from, const std::string &to)
@@ -162,7 +170,7 @@ void Stage::rename_images()
     for (const std::string &rest : m_images)
         rename_path(images + std::string(prefix) + image_name(rest), images + image_name(rest));
     if (!m_images.empty())
-        sync_path(images);
+        sync_names_of(images);
 }
 
 void Stage::rename_directory()
@@ -172,8 +180,8 @@ void Stage::rename_directory()
     m_directory = final_directory;
     rename_path(m_directory + "/config.new", m_directory + "/config.yaml");
     m_published = true;
-    sync_path(m_directory);
-    sync_path(m_library.directory());
+    sync_names_of(m_directory + "/");
+    sync_names_of(m_library.directory() + "/");
 }
 
 std::string random_uuid()

@@ -3,6 +3,7 @@
 // service continues where a killed one stopped.
 #pragma once
 
+#include "services/bounds.h"
 #include "services/loop/event.h"
 #include "services/vlaunchd/journal.h"
 
@@ -17,7 +18,7 @@ inline constexpr size_t JOBS_MAX = 4096;
 struct JobOptions
 {
     // How long a removed job may take to end after SIGTERM.
-    std::chrono::milliseconds term_wait{23'000};
+    std::chrono::milliseconds term_wait = STOP_WAIT_USUAL + SUPERVISOR_GRACE;
     // Where the output of the job of this label goes: a descriptor that is taken over, or -1.
     std::function<int(const std::string &label)> open_log;
     // Told the VM of a job that died without having said so itself, or that failed.

@@ -1,15 +1,15 @@
 #include "services/vlaunchd/journal.h"
 
 #include "hostlib/utils/utils.h"
+#include "platform/new_file.h"
+#include "platform/owners.h"
 #include "policy/owners.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,11 +18,6 @@ namespace {
 
 constexpr size_t record_max = 64 * 1024;
 constexpr std::string_view record_suffix = ".json";
-
-struct DirClose
-{
-    void operator()(DIR *dir) const { closedir(dir); }
-};
 
 // A small regular file whole; none with errno when it is absent, too large or something else.
 std::optional<std::string> read_file(int dir, const std::string &name)
@@ -48,17 +43,6 @@ std::optional<std::string> read_file(int dir, const std::string &name)
     }
     text.resize(length);
     return text;
-}
-
-int write_all(int fd, const std::string &text)
-{
-    for (size_t done = 0; done < text.size();) {
-        ssize_t put = write(fd, text.data() + done, text.size() - done);
-        if (put < 0 && errno != EINTR)
-            return -1;
-        done += put > 0 ? static_cast<size_t>(put) : 0;
-    }
-    return 0;
 }
 
 std::string record_text(const Job &job)
@@ -112,16 +96,10 @@ int JobJournal::open(const std::string &path)
 
 int JobJournal::save(const Job &job)
 {
-    const std::string name = job.label + ".json", temporary = "." + job.label + ".new";
-    UniqueFd fd(openat(m_dir.get(), temporary.c_str(),
-                       O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (fd && write_all(fd.get(), record_text(job)) == 0 && fsync(fd.get()) == 0 &&
-        renameat(m_dir.get(), temporary.c_str(), m_dir.get(), name.c_str()) == 0)
-        return fsync(m_dir.get());
-    const int error = errno;
-    unlinkat(m_dir.get(), temporary.c_str(), 0);
-    errno = error;
-    return -1;
+    // A job's process is held until this is on the disk: one that ran without a record would be
+    // nobody's after a kill. The temporary name begins with a dot, which load() passes over.
+    return platform_replace_file(m_dir.get(), (job.label + ".json").c_str(), record_text(job), 0600,
+                                 FileMakers::one);
 }
 
 void JobJournal::remove(const std::string &label)
@@ -133,7 +111,7 @@ void JobJournal::remove(const std::string &label)
 std::vector<Job> JobJournal::load() const
 {
     std::vector<Job> jobs;
-    std::unique_ptr<DIR, DirClose> dir(opendir(m_path.c_str()));
+    DirOwner dir(opendir(m_path.c_str()));
     while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
         std::string_view name = entry->d_name;
         if (name.starts_with('.') || !name.ends_with(record_suffix))

@@ -4,6 +4,7 @@
 #include "hostlib/utils/utils.h"
 #include "hostlib/vms/vms.h"
 #include "services/notify/notify.h"
+#include "services/settings.h"
 #include "services/vlaunchd/server.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/places.h"
@@ -21,9 +22,6 @@
 #include <unistd.h>
 
 namespace {
-
-// A log of jobs that has grown past this begins anew with the next start.
-constexpr off_t log_max = 4 * 1024 * 1024;
 
 struct EventDelete
 {
@@ -74,7 +72,8 @@ int open_job_log(const std::string &label)
     const std::string path = std::string(directory) + "/" + id + ".log";
     UniqueFd fd(openx(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600));
     struct stat info;
-    if (fd && fstat(fd.get(), &info) == 0 && info.st_size > log_max && ftruncate(fd.get(), 0) != 0)
+    if (fd && fstat(fd.get(), &info) == 0 && info.st_size > off_t(VM_LOG_FOREIGN_MAX) &&
+        ftruncate(fd.get(), 0) != 0)
         dprintf(log_fd, "vlaunchd: %s: %s\r\n", path.c_str(), strerror(errno));
     return fd.release();
 }
@@ -82,9 +81,8 @@ int open_job_log(const std::string &label)
 JobOptions job_options()
 {
     JobOptions options;
-    const int64_t wait = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
     // A supervisor goes down its own ladder first; this is the rung below it.
-    options.term_wait = std::chrono::seconds((wait > 0 && wait < 3600 ? wait : 20) + 3);
+    options.term_wait = stop_wait_setting() + SUPERVISOR_GRACE;
     options.open_log = open_job_log;
     options.vm_died = [](const std::string &id) {
         if (notify_post("stop", id.c_str()) != 0 && errno != ENOTCONN)

@@ -1,6 +1,8 @@
 #include "services/tarvvm/machine/vm_log.h"
 
 #include "hostlib/utils/utils.h"
+#include "platform/new_file.h"
+#include "services/bounds.h"
 
 #include <algorithm>
 #include <cctype>
@@ -22,17 +24,6 @@ std::string time_text()
     return ctime_r(&now, text) ? std::string(text).substr(0, 19) : std::string();
 }
 
-bool write_all(int fd, std::string_view bytes)
-{
-    while (!bytes.empty()) {
-        const ssize_t length = ::write(fd, bytes.data(), bytes.size());
-        if (length <= 0)
-            return false;
-        bytes.remove_prefix(size_t(length));
-    }
-    return true;
-}
-
 } // namespace
 
 bool VmLog::openFile(const std::string &directory, const std::string &id)
@@ -51,7 +42,7 @@ void VmLog::line(const std::string &text)
 {
     const std::string full = time_text() + " tarvvm: " + text + "\r\n";
     if (!m_is_stderr)
-        write_all(STDERR_FILENO, full);
+        platform_write_all(STDERR_FILENO, full);
     write(full);
 }
 
@@ -73,16 +64,16 @@ void VmLog::write(const std::string &text)
         return;
     // Others append too (what this process says on standard error), so the file is asked.
     struct stat status;
-    if (fstat(m_file.get(), &status) == 0 && size_t(status.st_size) + text.size() > FILE_MAX)
+    if (fstat(m_file.get(), &status) == 0 && size_t(status.st_size) + text.size() > VM_LOG_MAX)
         makeRoom(size_t(status.st_size));
     // A log that can't be written (a full disk) must not end the VM.
-    write_all(m_file.get(), text);
+    platform_write_all(m_file.get(), text);
 }
 
 // Every writer appends, so what comes between the steps lands behind what is kept.
 void VmLog::makeRoom(size_t size)
 {
-    std::vector<char> kept(FILE_MAX / 2);
+    std::vector<char> kept(VM_LOG_MAX / 2);
     const ssize_t length = size < kept.size() ? 0
                                               : pread(m_file.get(), kept.data(), kept.size(),
                                                       off_t(size - kept.size()));
@@ -90,5 +81,5 @@ void VmLog::makeRoom(size_t size)
         return;
     std::string_view rest(kept.data(), length > 0 ? size_t(length) : 0);
     rest.remove_prefix(std::min(rest.size(), rest.find('\n') + 1)); // what is left of a line
-    write_all(m_file.get(), rest);
+    platform_write_all(m_file.get(), rest);
 }

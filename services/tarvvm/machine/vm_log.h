@@ -1,20 +1,17 @@
 // What is said about one VM: lines on standard error and in the VM's own log file, which also takes
-// what the guest prints on its serial port. The launch service makes the same file the standard
-// error of its job; a line stands in it once all the same.
+// what the guest prints on its serial port and is kept below VM_LOG_MAX, whoever filled it. The
+// launch service makes the same file the standard error of its job; a line stands in it once all
+// the same.
 #pragma once
 
 #include "platform/unique_fd.h"
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
 class VmLog
 {
 public:
-    // The file is kept below this, whoever filled it; when it is full the older half goes.
-    static constexpr size_t FILE_MAX = 1024 * 1024;
-
     // Logs to standard error alone until a file is opened.
     VmLog() = default;
     ~VmLog() { console("\n"); } // what the guest has not ended is often what matters

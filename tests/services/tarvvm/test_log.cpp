@@ -1,4 +1,5 @@
 // A VM's log file, which the launch service makes its supervisor's standard error as well.
+#include "services/bounds.h"
 #include "services/tarvvm/machine/vm_log.h"
 #include "tests/support/scratch.h"
 
@@ -24,7 +25,7 @@ TEST(VmLog, staysWholeAndSmallWithTwoWriters)
         for (int i = 0; i < 20000; i++) {
             dprintf(STDERR_FILENO, "library: %d %s\n", i, filler.c_str());
             log.line(std::to_string(i) + " " + filler);
-            ASSERT_LE(lseek(job.get(), 0, SEEK_END), off_t(VmLog::FILE_MAX) + 200) << i;
+            ASSERT_LE(lseek(job.get(), 0, SEEK_END), off_t(VM_LOG_MAX) + 200) << i;
         }
     }
     dup2(before.get(), STDERR_FILENO);
