@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <sysexits.h>
+#include <unistd.h>
 
 namespace {
 
@@ -68,11 +69,11 @@ void block_signals()
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-SupervisorEnd run(const Options &options)
+int run(const Options &options)
 {
     sd_event *made = nullptr;
     if (sd_event_new(&made) < 0)
-        return {EX_OSERR, "no event loop"};
+        return EX_OSERR;
     const std::unique_ptr<sd_event, LoopFree> loop(made);
     Supervisor supervisor(loop.get(), options.mode);
     const auto on_signal = [&](int number) {
@@ -84,8 +85,10 @@ SupervisorEnd run(const Options &options)
         sources[next++] = event_signal(loop.get(), number, on_signal);
     if (supervisor.begin(options.id))
         sd_event_loop(loop.get());
-    supervisor.finish([&] { report_write(supervisor.end().status, supervisor.end().message); });
-    return supervisor.end();
+    const SupervisorEnd &end = supervisor.end();
+    if (!supervisor.finish([&] { report_write(end.status, end.message); }))
+        _exit(end.status); // the thread that is stuck goes with the process
+    return end.status;
 }
 
 } // namespace
@@ -98,5 +101,5 @@ int main(int count, char **arguments)
         return early;
     block_signals();
     config_find(nullptr);
-    return run(options).status;
+    return run(options);
 }

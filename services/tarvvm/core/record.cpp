@@ -5,7 +5,7 @@
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
 #include "services/engine/trees.h"
-#include "services/tarvvm/machine/suspender.h"
+#include "services/tarvvm/machine/state_files.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,7 +14,6 @@
 #include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -41,60 +40,68 @@ void VmRecord::Close::operator()(vmlib *library) const
     vmlib_close(library);
 }
 
-bool VmRecord::find(const std::string &id, std::string *error)
+ServiceFailure VmRecord::find(const std::string &id)
 {
     m_library.reset(vmlib_open(nullptr));
-    if (!m_library) {
-        *error = std::string("the VM library (setting vm_lib_dir): ") + std::strerror(errno);
-        return false;
-    }
+    if (!m_library)
+        return ServiceFailure::of("the VM library (setting vm_lib_dir)");
     m_vm.reset(vmlib_get(m_library.get(), id.c_str(), nullptr));
     const char *found = m_vm ? vm_getid(m_vm.get()) : nullptr;
-    if (!found) {
-        *error = id + ": there is no such VM in the library";
-        return false;
-    }
+    if (!found)
+        return {ENOENT, id + ": there is no such VM in the library"};
     m_id = found;
-    return true;
+    return {};
 }
 
-bool VmRecord::prepare(std::string *error, int *status)
+VmPreparation VmRecord::prepare()
 {
-    *status = EX_CONFIG;
+    VmPreparation result;
+    const auto failed = [&](int status, const std::string &text) {
+        result.status = status;
+        result.failure = {0, text};
+        return std::move(result);
+    };
     const std::string directory = vmlib_vm_dir(m_library.get(), m_id.c_str());
     const std::string file = directory + "/" + vm_config_path(m_vm.get());
     const KvTree config(vm_read_config(m_vm.get()));
     if (!config) {
         const char *reason = kv_yaml_error();
-        *error = file + ": " + (*reason ? reason : std::strerror(errno));
-        return false;
+        return failed(EX_CONFIG, file + ": " + (*reason ? reason : std::strerror(errno)));
     }
-    if (!machine_parse(config.get(), m_id.c_str(), file.c_str(), &m_machine, error))
-        return false;
-    *status = EX_UNAVAILABLE;
-    if (!engine_host_read(directory, &m_host, error) ||
-        !engine_host_check(m_machine, &m_host, error))
-        return false;
-    *status = EX_CANTCREAT;
-    return engine_host_make_nvram(m_machine, m_host, error);
+    std::string error;
+    if (!machine_parse(config.get(), m_id.c_str(), file.c_str(), &result.machine, &error))
+        return failed(EX_CONFIG, error);
+    if (!engine_host_read(directory, &result.host, &error) ||
+        !engine_host_check(result.machine, &result.host, &error))
+        return failed(EX_UNAVAILABLE, error);
+    if (!engine_host_make_nvram(result.machine, result.host, &error))
+        return failed(EX_CANTCREAT, error);
+    m_images_dir = result.host.images_dir;
+    state_sweep_drafts(m_images_dir, m_id);
+    sweepStates(result.machine.state_file);
+    return result;
 }
 
-bool VmRecord::writeState(const std::string &name)
+ServiceFailure VmRecord::writeState(const std::string &name)
 {
-    return vm_write_state(m_vm.get(), name.c_str()) == 0;
+    if (vm_write_state(m_vm.get(), name.c_str()) != 0)
+        return ServiceFailure::of("the state can't be recorded");
+    return {};
 }
 
-bool VmRecord::removeState()
+bool VmRecord::removeState(const std::string &name)
 {
+    const KvTree found(vm_read_state(m_vm.get()));
+    if (found && name != kv_get_str(found.get(), "state_file", ""))
+        return true; // it names another one, which is not this caller's to remove
     vm_remove_state(m_vm.get());
     const KvTree left(vm_read_state(m_vm.get()));
     if (left)
         return false;
     // A clone's state has another name than those that are swept.
-    const std::string dropped = std::exchange(m_machine.state_file, {});
-    if (dropped.find('/') == std::string::npos && !isNeeded(dropped))
-        unlinkat(img_libfd(), dropped.c_str(), 0);
-    sweepStates();
+    if (name.find('/') == std::string::npos && !isNeeded(name))
+        unlinkat(img_libfd(), name.c_str(), 0);
+    sweepStates("");
     return true;
 }
 
@@ -128,10 +135,12 @@ bool VmRecord::isNeeded(const std::string &state) const
     return false;
 }
 
-void VmRecord::sweepStates()
+// Saved states of this VM that no configuration names: what a supervisor left that was killed
+// before it recorded one, and what has been resumed.
+void VmRecord::sweepStates(const std::string &kept)
 {
-    for (const std::string &name : state_names(m_host.images_dir, m_id))
-        if (name != m_machine.state_file && !isNeeded(name))
+    for (const std::string &name : state_names(m_images_dir, m_id))
+        if (name != kept && !isNeeded(name))
             unlinkat(img_libfd(), name.c_str(), 0);
     // Whose removal was queued and is done now is forgotten; the rest waits for the controller.
     img_purge(image_exists, nullptr);

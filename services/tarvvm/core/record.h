@@ -3,6 +3,7 @@
 
 #include "services/engine/host.h"
 #include "services/engine/machine.h"
+#include "services/failure.h"
 
 #include <memory>
 #include <string>
@@ -10,6 +11,19 @@
 struct vm;
 struct vmlib;
 
+// What a start needs of the record and of the host. `status` is the exit status that stands for
+// the failure.
+struct VmPreparation
+{
+    Machine machine;
+    EngineHost host;
+    ServiceFailure failure;
+    int status = 0;
+};
+
+// The record is guarded by file locks that any program of the user may hold for as long as it
+// likes, so all but find() and id() may block: they are called from one worker, never from the
+// loop.
 class VmRecord
 {
 public:
@@ -18,24 +32,22 @@ public:
     VmRecord(const VmRecord &) = delete;
     VmRecord &operator=(const VmRecord &) = delete;
 
-    // Finds the VM of an identifier in the library. False with a message.
-    bool find(const std::string &id, std::string *error);
-    // Reads and checks all that a start needs, and makes the firmware store. False with a message,
-    // and with the exit status that stands for it.
-    bool prepare(std::string *error, int *status);
-
+    // Finds the VM of an identifier in the library. Takes no lock.
+    ServiceFailure find(const std::string &id);
     const std::string &id() const { return m_id; }
-    const Machine &machine() const { return m_machine; }
-    const EngineHost &host() const { return m_host; }
-    // Records the saved state. False with errno set.
-    bool writeState(const std::string &name);
-    // Drops it with its file. False when the record still names it.
-    bool removeState();
-    // Removes saved states of this VM that no configuration names: what a supervisor left that was
-    // killed before it recorded one, and what has been resumed.
-    void sweepStates();
+
+    // Reads and checks all that a start needs, makes the firmware store, and removes what earlier
+    // supervisors of the VM were killed over. The caller holds the VM's socket, so nobody else is
+    // writing a state.
+    VmPreparation prepare();
+    // Names the saved state in the record.
+    ServiceFailure writeState(const std::string &name);
+    // Takes a saved state out of the record and removes its file. False when the record still
+    // names it.
+    bool removeState(const std::string &name);
 
 private:
+    void sweepStates(const std::string &kept);
     bool isNeeded(const std::string &state) const;
     bool names(const std::string &id, const char *tag, const std::string &state) const;
 
@@ -48,6 +60,5 @@ private:
     std::unique_ptr<vmlib, Close> m_library;
     std::unique_ptr<vm, Close> m_vm;
     std::string m_id;
-    Machine m_machine;
-    EngineHost m_host;
+    std::string m_images_dir;
 };

@@ -20,13 +20,9 @@ bool wants_json(const char *command)
 
 } // namespace
 
-ServiceRequest::ServiceRequest(UniqueFd socket, std::string command, const json *arguments)
-    : m_socket(std::move(socket)), m_command(std::move(command))
+ServiceRequest::ServiceRequest(UniqueFd socket, CollectedRequest collected)
+    : m_socket(std::move(socket)), m_collected(std::move(collected))
 {
-    if (arguments) {
-        const std::string text = json_print(arguments);
-        m_arguments.reset(json_parse(text.data(), text.size()));
-    }
 }
 
 void ServiceRequest::answer(JsonTree body, const int *fds, size_t count)
@@ -106,10 +102,8 @@ void Service::receive(Connections::iterator connection)
 
 void Service::complete(Connections::iterator connection)
 {
-    const cli2_request *collected = connection->request.get();
     auto request = std::make_unique<ServiceRequest>(std::move(connection->socket),
-                                                    cli2_request_command(collected),
-                                                    cli2_request_json(collected));
+                                                    std::move(connection->request));
     m_connections.erase(connection);
     m_handler(std::move(request));
 }

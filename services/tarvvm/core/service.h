@@ -13,25 +13,31 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
+
+struct ServiceRequestFree
+{
+    void operator()(cli2_request *request) const { cli2_request_free(request); }
+};
+using CollectedRequest = std::unique_ptr<cli2_request, ServiceRequestFree>;
 
 // One request that waits for its answer. Dropping it unanswered hangs up.
 class ServiceRequest
 {
 public:
-    ServiceRequest(UniqueFd socket, std::string command, const json *arguments);
+    ServiceRequest(UniqueFd socket, CollectedRequest collected);
 
-    const std::string &command() const { return m_command; }
+    std::string_view command() const { return cli2_request_command(m_collected.get()); }
     // The request's value; null when it has none.
-    const json *arguments() const { return m_arguments.get(); }
+    const json *arguments() const { return cli2_request_json(m_collected.get()); }
     // Each answers once and hangs up.
     void answer(JsonTree body, const int *fds = nullptr, size_t count = 0);
     void fail(int error, const std::string &message);
 
 private:
     UniqueFd m_socket;
-    std::string m_command;
-    JsonTree m_arguments;
+    CollectedRequest m_collected;
 };
 
 class Service
@@ -47,14 +53,10 @@ public:
     Service &operator=(const Service &) = delete;
 
 private:
-    struct RequestFree
-    {
-        void operator()(cli2_request *request) const { cli2_request_free(request); }
-    };
     struct Connection
     {
         UniqueFd socket;
-        std::unique_ptr<cli2_request, RequestFree> request;
+        CollectedRequest request;
         EventSource readable, deadline;
     };
     using Connections = std::list<Connection>;

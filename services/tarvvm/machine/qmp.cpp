@@ -138,7 +138,6 @@ void Qmp::handleGreeting()
             close("QEMU's monitor refused to start: " + error);
             return;
         }
-        m_ready = true;
         m_handlers.ready();
     });
 }
@@ -147,7 +146,6 @@ void Qmp::close(const std::string &reason)
 {
     m_source.reset();
     m_socket.reset();
-    m_ready = false;
     m_outgoing.clear();
     for (const auto &[id, answer] : std::exchange(m_waiting, {}))
         if (answer)

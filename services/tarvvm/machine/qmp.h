@@ -48,7 +48,6 @@ public:
     // Gives a command; a descriptor goes with it and is duplicated here. `answer` may be empty.
     void execute(const char *command, JsonTree arguments, Answer answer, int fd = -1);
     void execute(const char *command, Answer answer = {}) { execute(command, nullptr, answer); }
-    bool isReady() const { return m_ready; }
     bool isClosed() const { return !m_socket; }
 
 private:
@@ -72,5 +71,4 @@ private:
     std::deque<Outgoing> m_outgoing;
     std::map<int64_t, Answer> m_waiting;
     int64_t m_next_id = 1;
-    bool m_ready = false;
 };

@@ -1,0 +1,62 @@
+// What the service socket's commands do, and who waits for which answer.
+//
+// A stop and a suspend are answered when the run has ended, a display when the guest runs: until
+// then the connection is kept.
+#pragma once
+
+#include "services/failure.h"
+#include "services/tarvvm/core/run_state.h"
+#include "services/tarvvm/core/service.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+enum class StopKind
+{
+    ask,
+    force
+};
+
+class Conversation
+{
+public:
+    // What a command asks of the supervisor.
+    struct Orders
+    {
+        std::function<JsonTree()> describe; // the body of a status
+        std::function<void(StopKind)> stop;
+        std::function<void()> suspend; // the run is suspending already
+        std::function<void(std::function<void(const ServiceFailure &)> done)> reboot;
+        // As DisplayServer::addViewer.
+        std::function<JsonTree(size_t index, int *frame, UniqueFd *channel)> view;
+    };
+
+    Conversation(Run &run, Orders orders) : m_run(run), m_orders(std::move(orders)) {}
+
+    void take(std::unique_ptr<ServiceRequest> request);
+    // The guest runs: who waits for a screen gets it.
+    void guestRuns();
+    // The machine goes on, and why it was not suspended.
+    void suspendFailed(const ServiceFailure &failure);
+    // The run is over: everybody who still waits is answered. `message`: how it ended.
+    enum class Outcome
+    {
+        suspended,
+        ended
+    };
+    void end(Outcome outcome, const std::string &message);
+
+private:
+    using Requests = std::vector<std::unique_ptr<ServiceRequest>>;
+
+    void stop(std::unique_ptr<ServiceRequest> request);
+    void suspend(std::unique_ptr<ServiceRequest> request);
+    void reboot(std::unique_ptr<ServiceRequest> request);
+    void view(std::unique_ptr<ServiceRequest> request);
+    void refuseBusy(ServiceRequest &request) const;
+
+    Run &m_run;
+    Orders m_orders;
+    Requests m_stop_waiters, m_suspend_waiters, m_view_waiters;
+};
