@@ -14,8 +14,10 @@
 // takes absolute pointer positions).
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 
 // Bits of "caps".
 inline constexpr uint32_t DISPLAY_CAP_COPY = 0x4;  // the guest can hand over its pasteboard
@@ -64,6 +66,14 @@ struct display_packet
     int32_t arg[7];
 };
 static_assert(sizeof(display_packet) == 32);
+
+// A packet with its first arguments, seven at most.
+inline display_packet display_packet_of(uint32_t type, std::initializer_list<int32_t> arguments)
+{
+    display_packet packet{type, {}};
+    std::copy(arguments.begin(), arguments.end(), packet.arg);
+    return packet;
+}
 
 // The frame buffer: one page of control block, then the rows.
 inline constexpr size_t DISPLAY_PIXELS_OFFSET = 4096;

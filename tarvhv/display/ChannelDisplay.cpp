@@ -221,11 +221,8 @@ void ChannelDisplay::send(uint32_t type, std::initializer_list<int32_t> argument
 {
     if (m_closed)
         return;
-    display_packet packet{};
-    packet.type = type;
-    std::copy(arguments.begin(), arguments.end(), packet.arg);
     // A peer that is gone shows as end of stream on the reading side.
-    const bool sound = m_sender.send(packet, std::move(descriptor));
+    const bool sound = m_sender.send(display_packet_of(type, arguments), std::move(descriptor));
     m_writable.setEnabled(sound && m_sender.waiting() != 0);
 }
 

@@ -107,10 +107,10 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
     EXPECT_TRUE(showsColour(second, 800, 600, LINUX_COLOURS[1])) << serial.text();
     EXPECT_TRUE(showsColour(small, 640, 480, LINUX_COLOURS[2])) << serial.text();
     EXPECT_TRUE(serial.said("screen 3 720x480"));
-    EXPECT_TRUE(first.shows([&] { return first.cursor().arg[0] == int(LINUX_CURSOR_SIZE); }));
-    EXPECT_EQ(first.cursor().arg[2], LINUX_CURSOR_HOT_X);
-    EXPECT_EQ(first.cursor().arg[3], LINUX_CURSOR_HOT_Y);
-    EXPECT_EQ(first.cursorColour(), LINUX_CURSOR_COLOUR);
+    EXPECT_TRUE(first.shows([&] { return first.cursor().width == int(LINUX_CURSOR_SIZE); }));
+    EXPECT_EQ(first.cursor().hot_x, LINUX_CURSOR_HOT_X);
+    EXPECT_EQ(first.cursor().hot_y, LINUX_CURSOR_HOT_Y);
+    EXPECT_EQ(first.cursor().pixels.at(0), LINUX_CURSOR_COLOUR);
     first.send(DISPLAY_RESIZE, {1024, 768, 0});
     EXPECT_TRUE(serial.says("screen 0 1024x768"));
     EXPECT_TRUE(showsColour(first, 1024, 768, LINUX_COLOURS[0]));

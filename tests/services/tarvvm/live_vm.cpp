@@ -104,32 +104,26 @@ LiveViewer::LiveViewer(const LiveVm &vm, int screen)
         return;
     EXPECT_FALSE(MappedMemory(answer.fds[0].get(), 4096, Mapping::writable))
         << "a viewer must not be able to write";
-    EXPECT_TRUE(map(answer.fds[0]));
+    std::optional<MappedFrame> frame = MappedFrame::map(answer.fds[0].get());
+    EXPECT_TRUE(frame);
+    if (frame)
+        m_state.emplace(std::move(*frame), false, false,
+                        uint32_t(json_find_int64(answer.tree.get(), "body.caps", -1)), true);
     m_channel = std::move(answer.fds[1]);
-    m_caps = uint32_t(json_find_int64(answer.tree.get(), "body.caps", -1));
-}
-
-bool LiveViewer::map(const UniqueFd &memory)
-{
-    std::optional<MappedFrame> frame = MappedFrame::map(memory.get());
-    if (!frame)
-        return false;
-    m_frame = std::move(frame);
-    return true;
 }
 
 uint32_t LiveViewer::at(uint32_t x, uint32_t y) const
 {
+    const MappedFrame &frame = m_state->buffer();
     uint32_t pixel;
-    std::memcpy(&pixel, m_frame->pixels() + size_t(y) * size_t(m_frame->stride()) + size_t(x) * 4,
+    std::memcpy(&pixel, frame.pixels() + size_t(y) * size_t(frame.stride()) + size_t(x) * 4,
                 sizeof pixel);
     return pixel & 0xffffff;
 }
 
 void LiveViewer::send(uint32_t type, std::initializer_list<int32_t> arguments, int memory)
 {
-    display_packet packet{type, {}};
-    std::copy(arguments.begin(), arguments.end(), packet.arg);
+    const display_packet packet = display_packet_of(type, arguments);
     cli2_send_fds(m_channel.get(), &packet, sizeof packet, 0, &memory, memory >= 0 ? 1 : 0);
 }
 
@@ -142,26 +136,17 @@ bool LiveViewer::take()
             receive_with_descriptors(m_channel.get(), &packet, sizeof packet, &fds);
         if (length != ssize_t(sizeof packet))
             return length < 0 && errno == EAGAIN;
-        UniqueFd memory = fds.empty() ? UniqueFd() : std::move(fds[0]);
-        if (packet.type == DISPLAY_DAMAGE) {
-            if (packet.arg[5])
-                send(DISPLAY_DAMAGE_DONE, {packet.arg[4]});
-        } else if (packet.type == DISPLAY_MODE) {
-            EXPECT_TRUE(map(memory));
-        } else if (packet.type == DISPLAY_CURSOR) {
-            m_cursor = packet;
-            m_cursor_colour = 0;
-            if (pread(memory.get(), &m_cursor_colour, sizeof m_cursor_colour, 0) < 0)
-                m_cursor_colour = 0; // no image
-        } else if (packet.type == DISPLAY_CAPS) {
-            m_caps = uint32_t(packet.arg[0]);
-        } else if (packet.type == DISPLAY_PASTEBOARD) {
-            m_pasteboard.resize(size_t(packet.arg[0]));
-            EXPECT_EQ(pread(memory.get(), m_pasteboard.data(), m_pasteboard.size(), 0),
-                      packet.arg[0]);
-        } else if (packet.type == DISPLAY_CLOSED) {
+        EXPECT_TRUE(m_state->feed(packet, fds.empty() ? UniqueFd() : std::move(fds[0])))
+            << m_state->what();
+        if (packet.type == DISPLAY_CLOSED)
             m_closed = packet.arg[0];
-        }
+        if (const std::optional<int32_t> serial = m_state->takeSerial())
+            send(DISPLAY_DAMAGE_DONE, {*serial});
+        DisplayChanges changes = m_state->takeChanges();
+        if (changes.cursor)
+            m_cursor = std::move(*changes.cursor);
+        if (changes.pasteboard)
+            m_pasteboard = std::move(*changes.pasteboard);
     }
 }
 

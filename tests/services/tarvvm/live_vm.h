@@ -4,7 +4,7 @@
 #include "platform/unique_fd.h"
 #include "services/engine/trees.h"
 #include "tarvhv/cli2/display_protocol.h"
-#include "tarvhv/display/mapped_frame.h"
+#include "tarvhv/display/packets.h"
 #include "tests/support/service_home.h"
 
 #include <fstream>
@@ -71,8 +71,8 @@ class LiveViewer
 public:
     explicit LiveViewer(const LiveVm &vm, int screen = 0);
 
-    uint32_t width() const { return m_frame ? uint32_t(m_frame->width()) : 0; }
-    uint32_t height() const { return m_frame ? uint32_t(m_frame->height()) : 0; }
+    uint32_t width() const { return m_state ? uint32_t(m_state->buffer().width()) : 0; }
+    uint32_t height() const { return m_state ? uint32_t(m_state->buffer().height()) : 0; }
     uint32_t at(uint32_t x, uint32_t y) const;
 
     void send(uint32_t type, std::initializer_list<int32_t> arguments, int memory = -1);
@@ -81,23 +81,18 @@ public:
     bool shows(const std::function<bool()> &condition);
     // Takes the packets that wait; false at the end of the stream.
     bool take();
-    uint32_t caps() const { return m_caps; }
+    uint32_t caps() const { return m_state ? m_state->caps() : 0; }
     // The last pasteboard archive that came.
     const std::string &pasteboard() const { return m_pasteboard; }
     // The reason of the last goodbye, or -1.
     int closedReason() const { return m_closed; }
-    // The last packet with a pointer image, and its first pixel.
-    const display_packet &cursor() const { return m_cursor; }
-    uint32_t cursorColour() const { return m_cursor_colour; }
+    // The last pointer image.
+    const GuestCursor &cursor() const { return m_cursor; }
 
 private:
-    bool map(const UniqueFd &memory);
-
     UniqueFd m_channel;
-    std::optional<MappedFrame> m_frame;
-    uint32_t m_caps = 0;
+    std::optional<DisplayState> m_state;
+    GuestCursor m_cursor;
     std::string m_pasteboard;
     int m_closed = -1;
-    display_packet m_cursor = {};
-    uint32_t m_cursor_colour = 0;
 };

@@ -25,8 +25,7 @@ protected:
 
     void say(uint32_t type, std::initializer_list<int32_t> arguments)
     {
-        display_packet packet{type, {}};
-        std::copy(arguments.begin(), arguments.end(), packet.arg);
+        const display_packet packet = display_packet_of(type, arguments);
         ASSERT_EQ(::send(m_peer.get(), &packet, sizeof packet, MSG_NOSIGNAL),
                   ssize_t(sizeof packet));
         turn();

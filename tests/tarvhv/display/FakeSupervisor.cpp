@@ -51,9 +51,7 @@ void FakeSupervisor::setPixel(int x, int y, uint32_t colour)
 void FakeSupervisor::send(uint32_t type, std::initializer_list<int32_t> arguments,
                           UniqueFd descriptor)
 {
-    display_packet packet{};
-    packet.type = type;
-    std::copy(arguments.begin(), arguments.end(), packet.arg);
+    const display_packet packet = display_packet_of(type, arguments);
     const int fd = descriptor.get();
     cli2_send_fds(channel(), &packet, sizeof packet, MSG_DONTWAIT, &fd, descriptor ? 1 : 0);
 }

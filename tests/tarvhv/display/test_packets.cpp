@@ -9,14 +9,6 @@
 
 namespace {
 
-display_packet packet_of(uint32_t type, std::initializer_list<int32_t> arguments)
-{
-    display_packet packet{};
-    packet.type = type;
-    std::copy(arguments.begin(), arguments.end(), packet.arg);
-    return packet;
-}
-
 DisplayState screen(uint32_t width, uint32_t height)
 {
     return DisplayState(*MappedFrame::map(screen_memory(width, height).get()), false, true, 0,
@@ -55,11 +47,12 @@ TEST(MappedFrame, refusesMemoryThatDoesNotHoldWhatItSays)
 TEST(DisplayState, clipsAndMergesDamage)
 {
     DisplayState state = screen(100, 50);
-    EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {-10, -10, 20, 20, 7, 0}), {}));
-    EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {2, 2, 3, 3, 7, 0}), {}));
-    EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {90, 40, INT32_MAX, INT32_MAX, 7, 0}), {}));
+    EXPECT_TRUE(state.feed(display_packet_of(DISPLAY_DAMAGE, {-10, -10, 20, 20, 7, 0}), {}));
+    EXPECT_TRUE(state.feed(display_packet_of(DISPLAY_DAMAGE, {2, 2, 3, 3, 7, 0}), {}));
+    EXPECT_TRUE(
+        state.feed(display_packet_of(DISPLAY_DAMAGE, {90, 40, INT32_MAX, INT32_MAX, 7, 0}), {}));
     EXPECT_FALSE(state.takeSerial()) << "the last rectangle is still to come";
-    EXPECT_TRUE(state.feed(packet_of(DISPLAY_DAMAGE, {200, 0, 5, -5, 7, 1}), {}));
+    EXPECT_TRUE(state.feed(display_packet_of(DISPLAY_DAMAGE, {200, 0, 5, -5, 7, 1}), {}));
     const std::vector<ScreenRect> damage = state.damage().take().rects();
     ASSERT_EQ(damage.size(), 2u);
     EXPECT_EQ(damage[0].width, 10);
@@ -70,7 +63,7 @@ TEST(DisplayState, clipsAndMergesDamage)
     EXPECT_FALSE(state.takeSerial());
 
     for (int i = 0; i < 1000; i++)
-        state.feed(packet_of(DISPLAY_DAMAGE, {i % 97, i % 43, 1, 1, i, 0}), {});
+        state.feed(display_packet_of(DISPLAY_DAMAGE, {i % 97, i % 43, 1, 1, i, 0}), {});
     EXPECT_LE(state.damage().rects().size(), Damage::MAX);
 }
 
@@ -79,21 +72,21 @@ TEST(DisplayState, keepsWhatItHasWhenAPacketIsWrong)
     DisplayState state = screen(100, 50);
     const UniqueFd small = screen_memory(screen_control(200, 200), DISPLAY_PIXELS_OFFSET);
     const std::pair<display_packet, bool> wrong[] = {
-        {packet_of(DISPLAY_MODE, {200, 200, 0, 0}), false},
-        {packet_of(DISPLAY_MODE, {200, 200, 0, 0}), true},
-        {packet_of(DISPLAY_CURSOR, {64, 64, 0, 0}), true},
-        {packet_of(DISPLAY_CURSOR, {-1, 64, 0, 0}), false},
-        {packet_of(DISPLAY_CURSOR, {1 << 16, 1 << 16, 0, 0}), false},
-        {packet_of(DISPLAY_PASTEBOARD, {-1}), false},
-        {packet_of(DISPLAY_PASTEBOARD, {4097}), true},
-        {packet_of(DISPLAY_PASTEBOARD, {INT32_MAX}), true}};
+        {display_packet_of(DISPLAY_MODE, {200, 200, 0, 0}), false},
+        {display_packet_of(DISPLAY_MODE, {200, 200, 0, 0}), true},
+        {display_packet_of(DISPLAY_CURSOR, {64, 64, 0, 0}), true},
+        {display_packet_of(DISPLAY_CURSOR, {-1, 64, 0, 0}), false},
+        {display_packet_of(DISPLAY_CURSOR, {1 << 16, 1 << 16, 0, 0}), false},
+        {display_packet_of(DISPLAY_PASTEBOARD, {-1}), false},
+        {display_packet_of(DISPLAY_PASTEBOARD, {4097}), true},
+        {display_packet_of(DISPLAY_PASTEBOARD, {INT32_MAX}), true}};
     for (const auto &[packet, with_memory] : wrong)
         EXPECT_FALSE(state.feed(packet, UniqueFd(with_memory ? dup(small.get()) : -1)))
             << packet.type << " " << packet.arg[0];
     EXPECT_EQ(state.buffer().width(), 100);
     EXPECT_FALSE(state.takeChanges().cursor);
 
-    EXPECT_TRUE(state.feed(packet_of(DISPLAY_MODE, {64, 32, 1, 0}), screen_memory(64, 32)));
+    EXPECT_TRUE(state.feed(display_packet_of(DISPLAY_MODE, {64, 32, 1, 0}), screen_memory(64, 32)));
     EXPECT_EQ(state.buffer().width(), 64);
     EXPECT_TRUE(state.hdpi());
     EXPECT_FALSE(state.liveResize());
@@ -108,7 +101,7 @@ protected:
     void block(PacketSender &sender)
     {
         while (sender.waiting() == 0)
-            ASSERT_TRUE(sender.send(packet_of(DISPLAY_POINTER_REL, {0, 0, 0})));
+            ASSERT_TRUE(sender.send(display_packet_of(DISPLAY_POINTER_REL, {0, 0, 0})));
     }
     std::vector<display_packet> drain(PacketSender &sender)
     {
@@ -130,8 +123,8 @@ TEST_F(Channel, mergesWhatASilentSupervisorDoesNotRead)
     PacketSender sender(m_ends.near.get());
     block(sender);
     for (int i = 0; i < 10000; i++) {
-        sender.send(packet_of(DISPLAY_POINTER_ABS, {i, i, 0}));
-        sender.send(packet_of(DISPLAY_DAMAGE_DONE, {i}));
+        sender.send(display_packet_of(DISPLAY_POINTER_ABS, {i, i, 0}));
+        sender.send(display_packet_of(DISPLAY_DAMAGE_DONE, {i}));
     }
     EXPECT_LT(sender.waiting(), 10u);
     const std::vector<display_packet> got = drain(sender);
@@ -142,14 +135,14 @@ TEST_F(Channel, mergesWhatASilentSupervisorDoesNotRead)
 TEST_F(Channel, neverLeavesAKeyPressed)
 {
     PacketSender sender(m_ends.near.get());
-    EXPECT_TRUE(sender.send(packet_of(DISPLAY_KEY, {1, 1})));
+    EXPECT_TRUE(sender.send(display_packet_of(DISPLAY_KEY, {1, 1})));
     block(sender);
     for (int i = 0; i < 5000; i++) {
-        sender.send(packet_of(DISPLAY_KEY, {2 + i % 100, 1}));
-        sender.send(packet_of(DISPLAY_KEY, {2 + i % 100, 0}));
-        sender.send(packet_of(DISPLAY_WHEEL, {1, 0}));
+        sender.send(display_packet_of(DISPLAY_KEY, {2 + i % 100, 1}));
+        sender.send(display_packet_of(DISPLAY_KEY, {2 + i % 100, 0}));
+        sender.send(display_packet_of(DISPLAY_WHEEL, {1, 0}));
     }
-    sender.send(packet_of(DISPLAY_KEY, {1, 0}));
+    sender.send(display_packet_of(DISPLAY_KEY, {1, 0}));
     EXPECT_LT(sender.waiting(), 2 * PacketSender::WAITING_MAX);
     bool pressed[256] = {};
     int wheel = 0;
@@ -166,9 +159,9 @@ TEST_F(Channel, neverLeavesAKeyPressed)
 
 TEST_F(Channel, keepsTheLastWordOfASupervisorThatDidNotReadItAll)
 {
-    const display_packet word = packet_of(DISPLAY_CLOSED, {DISPLAY_CLOSE_REFUSED});
+    const display_packet word = display_packet_of(DISPLAY_CLOSED, {DISPLAY_CLOSE_REFUSED});
     PacketSender sender(m_ends.near.get());
-    ASSERT_TRUE(sender.send(packet_of(DISPLAY_KEY, {1, 1})));
+    ASSERT_TRUE(sender.send(display_packet_of(DISPLAY_KEY, {1, 1})));
     ASSERT_EQ(send(m_ends.far.get(), &word, sizeof word, 0), ssize_t(sizeof word));
     m_ends.far.reset();
     display_packet got{};
