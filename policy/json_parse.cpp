@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 
 namespace {
-constexpr size_t max_levels = 64;
+constexpr size_t MAX_LEVELS = 64;
 
 using Owner = json::Owner;
 
@@ -64,7 +64,7 @@ private:
     }
     bool open(int kind)
     {
-        m_too_deep = m_open.size() == max_levels;
+        m_too_deep = m_open.size() == MAX_LEVELS;
         if (!m_too_deep)
             m_open.push_back(add(kind));
         return !m_too_deep;

@@ -10,11 +10,11 @@
 #include <string.h>
 
 namespace {
-constexpr size_t max_bytes = size_t{4} << 20;
-constexpr size_t max_levels = 64;
-constexpr size_t max_values = 200'000;
-constexpr size_t max_alias_values = 10'000;
-constexpr size_t max_alias_bytes = size_t{1} << 20;
+constexpr size_t MAX_BYTES = size_t{4} << 20;
+constexpr size_t MAX_LEVELS = 64;
+constexpr size_t MAX_VALUES = 200'000;
+constexpr size_t MAX_ALIAS_VALUES = 10'000;
+constexpr size_t MAX_ALIAS_BYTES = size_t{1} << 20;
 
 thread_local std::string last_error;
 
@@ -42,7 +42,7 @@ std::string read_all(FILE *stream)
     errno = 0;
     while (const size_t count = fread(chunk, 1, sizeof chunk, stream)) {
         text.append(chunk, count);
-        if (text.size() > max_bytes)
+        if (text.size() > MAX_BYTES)
             refuse(EFBIG, "the document is larger than 4 MiB");
     }
     if (ferror(stream))
@@ -228,7 +228,7 @@ private:
     void open(const yaml_event_t &event, uint32_t type, int style, std::string tag,
               const yaml_char_t *anchor)
     {
-        if (m_open.size() == max_levels)
+        if (m_open.size() == MAX_LEVELS)
             refuse(E2BIG, event.start_mark, "more than 64 levels");
         kv *node = m_root;
         if (m_open.empty()) {
@@ -284,9 +284,9 @@ private:
     {
         m_alias_bytes +=
             (origin->text ? origin->text->size() : 0) + (origin->key ? origin->key->size() : 0);
-        if (++m_alias_values > max_alias_values || m_alias_bytes > max_alias_bytes)
+        if (++m_alias_values > MAX_ALIAS_VALUES || m_alias_bytes > MAX_ALIAS_BYTES)
             refuse(E2BIG, event.start_mark, "aliases stand for too much");
-        if (level == max_levels && origin->isContainer())
+        if (level == MAX_LEVELS && origin->isContainer())
             refuse(E2BIG, event.start_mark, "more than 64 levels");
         kv::Owner node = std::make_unique<kv>(origin->type);
         node->key = origin->key;
@@ -300,7 +300,7 @@ private:
 
     kv *add(const yaml_event_t &event, kv::Owner node)
     {
-        if (++m_values > max_values)
+        if (++m_values > MAX_VALUES)
             refuse(E2BIG, event.start_mark, "more than 200000 values");
         if (m_open.back()->type == KV_MAP) {
             if (!m_key)

@@ -25,11 +25,11 @@ bool is_word(std::string_view text, const std::array<std::string_view, N> &words
     });
 }
 
-constexpr std::array<std::string_view, 3> null_words{"", "~", "null"};
-constexpr std::array<std::string_view, 3> true_words{"true", "yes", "on"};
-constexpr std::array<std::string_view, 3> false_words{"false", "no", "off"};
+constexpr std::array<std::string_view, 3> NULL_WORDS{"", "~", "null"};
+constexpr std::array<std::string_view, 3> TRUE_WORDS{"true", "yes", "on"};
+constexpr std::array<std::string_view, 3> FALSE_WORDS{"false", "no", "off"};
 // Further words that some readers do not take for texts.
-constexpr std::array<std::string_view, 8> other_words{"y",    "n",    "<<",    "=",
+constexpr std::array<std::string_view, 8> OTHER_WORDS{"y",    "n",    "<<",    "=",
                                                       ".nan", ".inf", "-.inf", "+.inf"};
 
 template <typename Number>
@@ -123,11 +123,11 @@ std::optional<int64_t> resolve_date(std::string_view text)
 
 Scalar scalar_resolve(std::string_view text)
 {
-    if (is_word(text, null_words))
+    if (is_word(text, NULL_WORDS))
         return {KV_NONE};
-    if (is_word(text, true_words))
+    if (is_word(text, TRUE_WORDS))
         return {KV_BOOL, 1};
-    if (is_word(text, false_words))
+    if (is_word(text, FALSE_WORDS))
         return {KV_BOOL, 0};
     if (const auto number = resolve_int(text))
         return {KV_INT, *number};
@@ -139,7 +139,7 @@ Scalar scalar_resolve(std::string_view text)
 
 bool scalar_is_ambiguous(std::string_view text)
 {
-    if (scalar_resolve(text).type != KV_STRING || is_word(text, other_words))
+    if (scalar_resolve(text).type != KV_STRING || is_word(text, OTHER_WORDS))
         return true;
     std::string_view rest = text;
     if (rest.front() == '+' || rest.front() == '-')

@@ -15,7 +15,7 @@ struct Magic
     const char *format;
 };
 
-constexpr Magic head_magics[] = {
+constexpr Magic HEAD_MAGICS[] = {
     {0, "QFI\xfb\0\0\0\1"sv, "qcow (version 1)"},
     {0, "KDMV"sv, "VMDK"},
     {0, "COWD"sv, "VMDK"},
@@ -37,12 +37,12 @@ constexpr Magic head_magics[] = {
     {0, "\x28\xb5\x2f\xfd"sv, "zstd"},
 };
 // Formats that are known by the last 512 bytes.
-constexpr Magic tail_magics[] = {
+constexpr Magic TAIL_MAGICS[] = {
     {0, "conectix"sv, "VHD"},
     {0, "koly"sv, "DMG"},
 };
 
-constexpr size_t block = 512;
+constexpr size_t BLOCK = 512;
 
 template <size_t N>
 void refuse_any(const ImageFile &file, const Magic (&magics)[N], std::string_view bytes)
@@ -58,15 +58,15 @@ DiskFormat disk_format(const ImageFile &file)
 {
     if (file.size() == 0)
         file.refuse(EINVAL, "an empty file is no disk image");
-    std::array<char, block> bytes{};
-    const size_t size = static_cast<size_t>(std::min<uint64_t>(file.size(), block));
+    std::array<char, BLOCK> bytes{};
+    const size_t size = static_cast<size_t>(std::min<uint64_t>(file.size(), BLOCK));
     if (!file.readAll(bytes.data(), size, 0))
         file.refuse(EIO, "the file became shorter");
     const std::string_view head(bytes.data(), bytes.size());
-    refuse_any(file, head_magics, head);
+    refuse_any(file, HEAD_MAGICS, head);
     if (head.starts_with("QFI\xfb"sv))
         return DiskFormat::qcow2;
-    if (file.size() > block && file.readAll(bytes.data(), block, file.size() - block))
-        refuse_any(file, tail_magics, head);
+    if (file.size() > BLOCK && file.readAll(bytes.data(), BLOCK, file.size() - BLOCK))
+        refuse_any(file, TAIL_MAGICS, head);
     return DiskFormat::raw;
 }

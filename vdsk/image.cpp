@@ -6,7 +6,7 @@
 #include <cerrno>
 
 namespace {
-constexpr int max_chain = 64;
+constexpr int MAX_CHAIN = 64;
 
 class RawImage : public Image
 {
@@ -50,7 +50,7 @@ void refuse_cycle(const ImageFile &base, const ImageChain &chain)
     for (const ImageChain *link = &chain; link; link = link->above) {
         if (link->file->isSame(base))
             base.refuse(EINVAL, "stands on itself");
-        if (++length > max_chain)
+        if (++length > MAX_CHAIN)
             base.refuse(EINVAL, "the chain of bases is too long");
     }
 }

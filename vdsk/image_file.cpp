@@ -10,11 +10,11 @@
 
 namespace {
 // A fifo in the image's place must not hang the caller: O_NONBLOCK.
-constexpr int open_flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+constexpr int OPEN_FLAGS = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
 } // namespace
 
 ImageFile::ImageFile(std::string path)
-    : m_path(std::move(path)), m_fd(open(m_path.c_str(), open_flags))
+    : m_path(std::move(path)), m_fd(open(m_path.c_str(), OPEN_FLAGS))
 {
     if (m_fd < 0)
         refuse(errno, strerror(errno));

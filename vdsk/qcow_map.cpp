@@ -6,17 +6,17 @@
 #include <cerrno>
 
 namespace {
-constexpr size_t header_v2 = 72;
-constexpr size_t header_v3 = 104;
-constexpr uint32_t max_name = 1023;
-constexpr uint32_t max_format = 64;
-constexpr uint32_t max_first_level = 4u << 20; // entries, 32 MiB
-constexpr uint64_t offset_mask = 0x00fffffffffffe00;
-constexpr uint64_t compressed_flag = uint64_t{1} << 62;
-constexpr uint64_t zero_flag = 1;
-constexpr uint64_t dirty_feature = 1; // the counts of references are not kept up to date
-constexpr uint32_t end_extension = 0;
-constexpr uint32_t base_format_extension = 0xe2792aca;
+constexpr size_t HEADER_V2 = 72;
+constexpr size_t HEADER_V3 = 104;
+constexpr uint32_t MAX_NAME = 1023;
+constexpr uint32_t MAX_FORMAT = 64;
+constexpr uint32_t MAX_FIRST_LEVEL = 4u << 20; // entries, 32 MiB
+constexpr uint64_t OFFSET_MASK = 0x00fffffffffffe00;
+constexpr uint64_t COMPRESSED_FLAG = uint64_t{1} << 62;
+constexpr uint64_t ZERO_FLAG = 1;
+constexpr uint64_t DIRTY_FEATURE = 1; // the counts of references are not kept up to date
+constexpr uint32_t END_EXTENSION = 0;
+constexpr uint32_t BASE_FORMAT_EXTENSION = 0xe2792aca;
 
 template <typename Number>
 Number big_endian(const unsigned char *bytes)
@@ -35,9 +35,9 @@ QcowMap::QcowMap(const ImageFile &file) : m_file(file)
 
 void QcowMap::readHeader()
 {
-    std::array<unsigned char, header_v3> header{};
+    std::array<unsigned char, HEADER_V3> header{};
     const size_t present = static_cast<size_t>(std::min<uint64_t>(m_file.size(), header.size()));
-    if (present < header_v2 || !m_file.readAll(header.data(), present, 0))
+    if (present < HEADER_V2 || !m_file.readAll(header.data(), present, 0))
         m_file.refuse(EINVAL, "the qcow2 header is cut off");
     m_version = big_endian<uint32_t>(&header[4]);
     m_cluster_bits = big_endian<uint32_t>(&header[20]);
@@ -50,9 +50,9 @@ void QcowMap::readHeader()
         m_file.refuse(EINVAL, "the qcow2 header has an impossible disk size");
     if (big_endian<uint32_t>(&header[32]) != 0)
         m_file.refuse(EINVAL, "an encrypted image can't be read");
-    uint64_t extensions = header_v2;
+    uint64_t extensions = HEADER_V2;
     if (m_version == 3) {
-        if (big_endian<uint64_t>(&header[72]) & ~dirty_feature)
+        if (big_endian<uint64_t>(&header[72]) & ~DIRTY_FEATURE)
             m_file.refuse(EINVAL, "the image is damaged or uses qcow2 features that can't be read");
         extensions = big_endian<uint32_t>(&header[100]);
     }
@@ -65,7 +65,7 @@ void QcowMap::readHeader()
 
 void QcowMap::readBaseName(uint64_t offset, uint32_t size)
 {
-    if (size == 0 || size > max_name)
+    if (size == 0 || size > MAX_NAME)
         m_file.refuse(EINVAL, "the name of its base has an impossible length");
     m_base_name.resize(size);
     if (offset > m_file.size() || !m_file.readAll(m_base_name.data(), size, offset) ||
@@ -81,11 +81,11 @@ void QcowMap::readExtensions(uint64_t offset, uint64_t end)
         const auto type = big_endian<uint32_t>(head.data());
         const auto size = big_endian<uint32_t>(&head[4]);
         offset += head.size();
-        if (type == end_extension)
+        if (type == END_EXTENSION)
             return;
-        if (size > end - offset || (type == base_format_extension && size > max_format))
+        if (size > end - offset || (type == BASE_FORMAT_EXTENSION && size > MAX_FORMAT))
             m_file.refuse(EINVAL, "a qcow2 header extension is damaged");
-        if (type == base_format_extension) {
+        if (type == BASE_FORMAT_EXTENSION) {
             m_base_format.resize(size);
             if (!m_file.readAll(m_base_format.data(), size, offset))
                 m_file.refuse(EINVAL, "a qcow2 header extension is damaged");
@@ -98,7 +98,7 @@ void QcowMap::readFirstLevel(uint64_t offset, uint32_t entries)
 {
     const uint64_t per_entry = clusterSize() * (clusterSize() / 8);
     const uint64_t needed = m_size / per_entry + (m_size % per_entry != 0);
-    if (entries > max_first_level || entries < needed)
+    if (entries > MAX_FIRST_LEVEL || entries < needed)
         m_file.refuse(EINVAL, "the qcow2 cluster table has an impossible size");
     m_first_level.resize(needed);
     readTable(m_first_level, offset, "cluster table");
@@ -129,14 +129,14 @@ ClusterKind QcowMap::kindAt(uint64_t offset)
 {
     const uint64_t cluster = offset >> m_cluster_bits;
     const uint64_t per_table = clusterSize() / 8;
-    const uint64_t table = m_first_level.at(cluster / per_table) & offset_mask;
+    const uint64_t table = m_first_level.at(cluster / per_table) & OFFSET_MASK;
     if (!table)
         return ClusterKind::absent;
     loadSecondLevel(table);
     const uint64_t entry = m_second_level[cluster % per_table];
-    if (entry & compressed_flag)
+    if (entry & COMPRESSED_FLAG)
         return ClusterKind::data;
-    if (m_version == 3 && (entry & zero_flag))
+    if (m_version == 3 && (entry & ZERO_FLAG))
         return ClusterKind::zero;
-    return entry & offset_mask ? ClusterKind::data : ClusterKind::absent;
+    return entry & OFFSET_MASK ? ClusterKind::data : ClusterKind::absent;
 }

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr char label[] = "version: ";
-constexpr size_t label_length = sizeof label - 1;
+constexpr char LABEL[] = "version: ";
+constexpr size_t LABEL_LENGTH = sizeof LABEL - 1;
 
 char version[32];
 FILE *output;
@@ -23,8 +23,8 @@ void take_line(char *line, size_t length)
     while (length > 0 && static_cast<unsigned char>(line[length - 1]) <= 32)
         length--;
     line[length] = '\0';
-    if (std::strncmp(line, label, label_length) == 0)
-        std::snprintf(version, sizeof version, "%.31s", line + label_length);
+    if (std::strncmp(line, LABEL, LABEL_LENGTH) == 0)
+        std::snprintf(version, sizeof version, "%.31s", line + LABEL_LENGTH);
 }
 
 // Keeps the version that the installer's tool prints. The bytes consumed.

@@ -19,8 +19,8 @@ int config_debug_mode = 0;
 
 namespace {
 
-constexpr size_t path_size = 1024;
-constexpr int status_bad_config = 78; // EX_CONFIG of sysexits.h
+constexpr size_t PATH_SIZE = 1024;
+constexpr int STATUS_BAD_CONFIG = 78; // EX_CONFIG of sysexits.h
 
 std::string search_list()
 {
@@ -55,7 +55,7 @@ ConfigEntry *config_find(const char *key)
     if (config == nullptr) {
         config = config_open(search_list().c_str());
         if (config == nullptr)
-            errx(status_bad_config, "failed to read config: %s", std::strerror(errno));
+            errx(STATUS_BAD_CONFIG, "failed to read config: %s", std::strerror(errno));
     }
     return config_table_find(config, key);
 }
@@ -73,9 +73,9 @@ const char *config_entry_get_path(ConfigEntry *entry)
     if (entry->path != nullptr)
         return entry->path;
     if (std::strncmp(entry->value, "~/", 2) == 0) {
-        entry->path = static_cast<char *>(std::malloc(path_size));
+        entry->path = static_cast<char *>(std::malloc(PATH_SIZE));
         if (entry->path != nullptr)
-            std::snprintf(entry->path, path_size, "%s%s", home_dir(), entry->value + 1);
+            std::snprintf(entry->path, PATH_SIZE, "%s%s", home_dir(), entry->value + 1);
         return entry->path;
     }
     return *entry->value != '\0' ? entry->value : nullptr;

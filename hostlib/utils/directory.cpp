@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr size_t path_size = 1024;
+constexpr size_t PATH_SIZE = 1024;
 
 // Closes a walk; errno is kept.
 struct CloseWalk
@@ -93,10 +93,10 @@ int rmdirat(int dirfd, const char *path)
     const int saved = errno;
     std::string whole = path;
     if (dirfd != AT_FDCWD && path[0] != '/') {
-        char directory[path_size];
+        char directory[PATH_SIZE];
         if (platform_fd_path(dirfd, directory, sizeof directory) != 0)
             return -1;
-        whole = (std::string(directory) + "/" + path).substr(0, path_size - 1);
+        whole = (std::string(directory) + "/" + path).substr(0, PATH_SIZE - 1);
     }
     if (remove_tree(whole.data()) != 0)
         return -1;

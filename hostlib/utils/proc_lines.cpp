@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr size_t chunk_size = 64 * 1024;
+constexpr size_t CHUNK_SIZE = 64 * 1024;
 // A line beyond this comes in pieces.
-constexpr size_t line_cap = size_t(256) << 20;
+constexpr size_t LINE_CAP = size_t(256) << 20;
 
 ssize_t read_some(int fd, char *buffer, size_t size)
 {
@@ -64,7 +64,7 @@ public:
             text.remove_prefix(end + 1);
         }
         m_rest.append(text);
-        if (m_rest.size() >= line_cap)
+        if (m_rest.size() >= LINE_CAP)
             finish();
     }
     void finish()
@@ -97,7 +97,7 @@ private:
 ssize_t read_lines(proc_line_ctx &context, int stderr_fd)
 {
     const int fd = fileno(context.fp);
-    std::string chunk(chunk_size, '\0');
+    std::string chunk(CHUNK_SIZE, '\0');
     LineCutter cutter(context);
     for (;;) {
         wait_for_output(fd, stderr_fd);

@@ -16,14 +16,14 @@
 
 namespace {
 
-constexpr const char *variable = "tarv,addons-version";
-constexpr const char *volume = "Data";
-constexpr const char *version_file = "Library/Application Support/Quelda/Tarv/addons/version.txt";
-constexpr size_t version_max = 63;
+constexpr const char *VARIABLE = "tarv,addons-version";
+constexpr const char *VOLUME = "Data";
+constexpr const char *VERSION_FILE = "Library/Application Support/Quelda/Tarv/addons/version.txt";
+constexpr size_t VERSION_MAX = 63;
 
 // Five argument strings, standard error to a descriptor.
-constexpr uint32_t flags = PROC_STDERR | 5;
-static_assert(flags == 524293);
+constexpr uint32_t FLAGS = PROC_STDERR | 5;
+static_assert(FLAGS == 524293);
 
 struct kv *version_node(std::string_view text)
 {
@@ -40,11 +40,11 @@ std::optional<std::string> read_version_file(const struct vm *vm, const char *im
             return;
         std::string_view text(line, length);
         text = text.substr(0, text.find_last_not_of("\r\n") + 1);
-        first.emplace(text.substr(0, version_max));
+        first.emplace(text.substr(0, VERSION_MAX));
     };
     const char *tool = config_get_path("tarv_image_maker_executable");
-    const int status = tool ? proc_getln_b(tool, keep_first, flags, "apfs", "cat", image, volume,
-                                           version_file, log_fd)
+    const int status = tool ? proc_getln_b(tool, keep_first, FLAGS, "apfs", "cat", image, VOLUME,
+                                           VERSION_FILE, log_fd)
                             : -1;
     if (status == 0)
         return first.value_or("");
@@ -76,7 +76,7 @@ struct kv *vm_read_addons_version(struct vm *vm)
         errno = ENOENT;
         return nullptr;
     }
-    if (const KvOwner value{vm_read_nvram(vm, variable)})
+    if (const KvOwner value{vm_read_nvram(vm, VARIABLE)})
         return version_node(kv_str(value.get(), ""));
     const KvOwner record(vm_read_config(vm));
     if (!record)

@@ -20,9 +20,9 @@ namespace {
 
 // The queue: one name a line, oldest first. It is replaced as a whole, so that a crash leaves the
 // old one or the new one; who reads or replaces it holds the lock of the library directory.
-constexpr const char *queue_name = ".removal-queue";
-constexpr const char *new_queue_name = ".removal-queue.new";
-constexpr size_t queue_max = 65536; // names
+constexpr const char *QUEUE_NAME = ".removal-queue";
+constexpr const char *NEW_QUEUE_NAME = ".removal-queue.new";
+constexpr size_t QUEUE_MAX = 65536; // names
 
 using Names = std::vector<std::string>;
 
@@ -43,7 +43,7 @@ UniqueFd lock_library()
 
 int load(int library, Names *names)
 {
-    UniqueFd fd(openat(library, queue_name, O_RDONLY | O_CLOEXEC));
+    UniqueFd fd(openat(library, QUEUE_NAME, O_RDONLY | O_CLOEXEC));
     if (!fd)
         return errno == ENOENT ? 0 : -1;
     const FileOwner stream(fdopen(fd.get(), "rb"));
@@ -53,7 +53,7 @@ int load(int library, Names *names)
     std::string line;
     while (line_read(stream.get(), &line) > 0) {
         // Not a whole line: not a name of ours.
-        if (line.back() != '\n' || line.size() < 2 || names->size() == queue_max)
+        if (line.back() != '\n' || line.size() < 2 || names->size() == QUEUE_MAX)
             continue;
         line.pop_back();
         names->push_back(std::move(line));
@@ -63,7 +63,7 @@ int load(int library, Names *names)
 
 int write_names(int library, const Names &names)
 {
-    UniqueFd fd(openat(library, new_queue_name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    UniqueFd fd(openat(library, NEW_QUEUE_NAME, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     FileOwner stream(fd ? fdopen(fd.get(), "wb") : nullptr);
     if (!stream)
         return -1;
@@ -76,9 +76,9 @@ int write_names(int library, const Names &names)
 int store(int library, const Names &names)
 {
     if (write_names(library, names) != 0 ||
-        renameat(library, new_queue_name, library, queue_name) != 0) {
+        renameat(library, NEW_QUEUE_NAME, library, QUEUE_NAME) != 0) {
         const int saved = errno;
-        unlinkat(library, new_queue_name, 0);
+        unlinkat(library, NEW_QUEUE_NAME, 0);
         return failed(saved);
     }
     return fsync(library);
@@ -119,7 +119,7 @@ int img_unlink(const char *name)
         return -1;
     if (std::find(names.begin(), names.end(), name) != names.end())
         return 0;
-    if (names.size() == queue_max)
+    if (names.size() == QUEUE_MAX)
         return failed(ENOSPC);
     names.emplace_back(name);
     return store(library.get(), names);

@@ -13,21 +13,21 @@
 
 namespace {
 
-constexpr const char *tool_key = "fvutil_executable";
-constexpr std::string_view white_space{" \t\n\v\f\r"};
+constexpr const char *TOOL_KEY = "fvutil_executable";
+constexpr std::string_view WHITE_SPACE{" \t\n\v\f\r"};
 
 // Two argument strings, standard error to a descriptor.
-constexpr uint32_t read_flags = PROC_STDERR | 2;
+constexpr uint32_t READ_FLAGS = PROC_STDERR | 2;
 // Three argument strings, both outputs to descriptors.
-constexpr uint32_t write_flags = PROC_STDOUT | PROC_STDERR | 3;
-static_assert(read_flags == 524290 && write_flags == 786435);
+constexpr uint32_t WRITE_FLAGS = PROC_STDOUT | PROC_STDERR | 3;
+static_assert(READ_FLAGS == 524290 && WRITE_FLAGS == 786435);
 
 // Runs the tool with two arguments in the VM's directory. False when it failed (logged).
 bool run_tool(const char *tool, const struct vm *vm, const char *first, const char *second,
               std::vector<std::string> *lines)
 {
     nvram_lines collector;
-    const int status = proc_fexec(tool, vm_dir(vm), vm_read_nvram_cb, &collector, read_flags, first,
+    const int status = proc_fexec(tool, vm_dir(vm), vm_read_nvram_cb, &collector, READ_FLAGS, first,
                                   second, log_fd);
     if (status != 0) {
         dprintf(log_fd, "vm: %s exit status %d\r\n", "fvutil", status);
@@ -75,10 +75,10 @@ KvOwner read_all(const char *tool, const struct vm *vm)
 
 std::string_view nvram_trim(std::string_view line)
 {
-    const size_t first = line.find_first_not_of(white_space);
+    const size_t first = line.find_first_not_of(WHITE_SPACE);
     if (first == line.npos)
         return {};
-    return line.substr(first, line.find_last_not_of(white_space) - first + 1);
+    return line.substr(first, line.find_last_not_of(WHITE_SPACE) - first + 1);
 }
 
 std::string_view nvram_name(std::string_view line)
@@ -111,7 +111,7 @@ ssize_t vm_read_nvram_cb(void *collector, int stdout_fd, int)
 
 struct kv *vm_read_nvram(struct vm *vm, const char *name)
 {
-    const char *tool = config_get_path(tool_key);
+    const char *tool = config_get_path(TOOL_KEY);
     if (!tool)
         return nullptr;
     return (name ? read_variable(tool, vm, name) : read_all(tool, vm)).release();
@@ -119,15 +119,15 @@ struct kv *vm_read_nvram(struct vm *vm, const char *name)
 
 int vm_write_nvram(struct vm *vm, const char *name, const char *value)
 {
-    const char *tool = config_get_path(tool_key);
+    const char *tool = config_get_path(TOOL_KEY);
     if (!tool) {
         dprintf(log_fd, "vm: fvutil not configured\r\n");
         errno = ENOEXEC;
         return -1;
     }
-    int result = value ? proc_fexec(tool, vm_dir(vm), nullptr, nullptr, write_flags, "nvram", name,
+    int result = value ? proc_fexec(tool, vm_dir(vm), nullptr, nullptr, WRITE_FLAGS, "nvram", name,
                                     value, log_fd, log_fd)
-                       : proc_fexec(tool, vm_dir(vm), nullptr, nullptr, write_flags, "-d", "nvram",
+                       : proc_fexec(tool, vm_dir(vm), nullptr, nullptr, WRITE_FLAGS, "-d", "nvram",
                                     name, log_fd, log_fd);
     if (result == 0)
         return 0;

@@ -14,7 +14,7 @@
 namespace {
 
 // The compatibility level of this program.
-constexpr uint64_t compat_level = 10;
+constexpr uint64_t COMPAT_LEVEL = 10;
 
 struct VdskClose
 {
@@ -63,7 +63,7 @@ struct kv *as_mapping(const Record &record)
         kv_set_type(kv, "revision", record.revision, KV_INT) != 0 ||
         kv_set_type(kv, "build", record.build, KV_INT) != 0 ||
         kv_set_type(kv, "compat", record.compat, KV_INT) != 0 ||
-        kv_set_type(kv, "match", record.compat == compat_level, KV_BOOL) != 0 ||
+        kv_set_type(kv, "match", record.compat == COMPAT_LEVEL, KV_BOOL) != 0 ||
         kv_set_type(kv, "version", version, KV_STRING) != 0)
         return nullptr;
     return tree.release();

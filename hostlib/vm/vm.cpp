@@ -26,7 +26,7 @@
 
 namespace {
 
-constexpr size_t path_size = 1024;
+constexpr size_t PATH_SIZE = 1024;
 
 struct vm *open_failed(const char *path)
 {
@@ -47,7 +47,7 @@ VmOwner new_handle(int dirfd)
 // The record of a configuration file: its directory, and its name in it.
 struct vm *open_config_file(UniqueFd file, const char *path)
 {
-    char full[path_size];
+    char full[PATH_SIZE];
     if (platform_fd_path(file.get(), full, sizeof full) != 0)
         return open_failed(path);
     file.reset();

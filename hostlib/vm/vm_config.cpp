@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr const char *state_key = "state_file";
-constexpr const char *state_name = "state.yaml";
+constexpr const char *STATE_KEY = "state_file";
+constexpr const char *STATE_NAME = "state.yaml";
 
 KvOwner load_yaml(FILE *stream)
 {
@@ -60,15 +60,15 @@ void remove_image(const struct kv *node)
 // The older place of the suspended state.
 void remove_state_file(int dirfd)
 {
-    UniqueFd fd(openat(dirfd, state_name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    UniqueFd fd(openat(dirfd, STATE_NAME, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!fd)
         return;
     if (const FileOwner stream{fdopen(fd.get(), "rb")}) {
         fd.release();
         const KvOwner state = load_yaml(stream.get());
-        remove_image(kv_get(state.get(), state_key));
+        remove_image(kv_get(state.get(), STATE_KEY));
     }
-    unlinkat(dirfd, state_name, 0);
+    unlinkat(dirfd, STATE_NAME, 0);
 }
 
 } // namespace
@@ -108,17 +108,17 @@ int vm_write_config(struct vm *vm, const struct kv *config)
 struct kv *vm_read_state(struct vm *vm)
 {
     const KvOwner config(vm_read_config(vm));
-    KvOwner image(kv_detach(config.get(), state_key));
+    KvOwner image(kv_detach(config.get(), STATE_KEY));
     KvOwner state(image ? kv_new_type(KV_MAP) : nullptr);
     if (state)
-        kv_set(state.get(), state_key, image.release());
+        kv_set(state.get(), STATE_KEY, image.release());
     return state.release();
 }
 
 int vm_write_state(struct vm *vm, const char *image)
 {
     const KvOwner config(vm_read_config(vm));
-    if (!config || kv_set_type(config.get(), state_key, image, KV_CONST) != 0)
+    if (!config || kv_set_type(config.get(), STATE_KEY, image, KV_CONST) != 0)
         return -1;
     return vm_write_config(vm, config.get());
 }
@@ -129,7 +129,7 @@ int vm_remove_state(struct vm *vm)
         return 0;
     remove_state_file(vm->dirfd);
     const KvOwner config(vm_read_config(vm));
-    if (const KvOwner image{kv_detach(config.get(), state_key)}) {
+    if (const KvOwner image{kv_detach(config.get(), STATE_KEY)}) {
         vm_write_config(vm, config.get());
         remove_image(image.get());
     }

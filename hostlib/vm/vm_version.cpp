@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr const char *version_name = "localversion";
+constexpr const char *VERSION_NAME = "localversion";
 
 // The first line that is no comment; false when there is none.
 bool read_tag(FILE *stream, std::string *tag)
@@ -33,7 +33,7 @@ struct kv *vm_read_version(struct vm *vm)
         errno = ENOENT;
         return nullptr;
     }
-    const FileOwner stream = vm_open_locked(vm->dirfd, version_name);
+    const FileOwner stream = vm_open_locked(vm->dirfd, VERSION_NAME);
     if (!stream) {
         const int error = errno;
         if (error != ENOENT)
@@ -56,12 +56,12 @@ struct kv *vm_read_version(struct vm *vm)
 int vm_write_version(struct vm *vm, const struct kv *version)
 {
     if (!version)
-        return unlinkat(vm->dirfd, version_name, 0);
+        return unlinkat(vm->dirfd, VERSION_NAME, 0);
     const char *text =
         kv_type(version) == KV_MAP ? kv_get_str(version, "tag", nullptr) : kv_str(version, nullptr);
     if (!text) {
         errno = EINVAL;
         return -1;
     }
-    return vm_rewrite(vm->dirfd, version_name, text) == Rewrite::done ? 0 : -1;
+    return vm_rewrite(vm->dirfd, VERSION_NAME, text) == Rewrite::done ? 0 : -1;
 }

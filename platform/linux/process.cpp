@@ -20,7 +20,7 @@ namespace {
 
 // What is read of a file of procfs. The longest, /proc/stat, has its "btime" behind a line for each
 // processor.
-constexpr size_t read_cap = 1 << 20;
+constexpr size_t READ_CAP = 1 << 20;
 
 // The text of a small system file. False with errno set.
 bool read_all(const char *path, std::string &text)
@@ -30,7 +30,7 @@ bool read_all(const char *path, std::string &text)
         return false;
     text.clear();
     char chunk[4096];
-    while (text.size() < read_cap) {
+    while (text.size() < READ_CAP) {
         const ssize_t count = read(fd.get(), chunk, sizeof chunk);
         if (count < 0 && errno == EINTR)
             continue;

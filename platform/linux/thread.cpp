@@ -6,7 +6,7 @@
 namespace {
 
 // A fifth of the weight of a thread of its process's own niceness.
-constexpr int steps = 7;
+constexpr int STEPS = 7;
 
 } // namespace
 
@@ -14,5 +14,5 @@ constexpr int steps = 7;
 int platform_thread_give_way()
 {
     const auto thread = static_cast<id_t>(gettid());
-    return setpriority(PRIO_PROCESS, thread, getpriority(PRIO_PROCESS, thread) + steps);
+    return setpriority(PRIO_PROCESS, thread, getpriority(PRIO_PROCESS, thread) + STEPS);
 }

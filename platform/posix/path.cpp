@@ -11,7 +11,7 @@ struct Place
     const char *variable; // moves it, or null
 };
 
-constexpr Place places[] = {
+constexpr Place PLACES[] = {
     {"/usr/sbin/pkgutil", nullptr},
     {"/var/run/vlaunchd", nullptr},
     {"/Library/Application Support/Quelda/Tarv", "TARV_SUPPORT_DIR"},
@@ -19,7 +19,7 @@ constexpr Place places[] = {
 
 std::string &replacement(PlatformPath which)
 {
-    static auto *paths = new std::string[std::size(places)];
+    static auto *paths = new std::string[std::size(PLACES)];
     return paths[size_t(which)];
 }
 
@@ -29,7 +29,7 @@ const char *platform_path(PlatformPath which)
 {
     if (const std::string &path = replacement(which); !path.empty())
         return path.c_str();
-    const Place &place = places[size_t(which)];
+    const Place &place = PLACES[size_t(which)];
     const char *moved = place.variable != nullptr ? std::getenv(place.variable) : nullptr;
     return moved != nullptr && *moved != '\0' ? moved : place.standard;
 }

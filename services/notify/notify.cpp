@@ -11,7 +11,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto patience = std::chrono::seconds(2);
+constexpr auto PATIENCE = std::chrono::seconds(2);
 
 struct BusClose
 {
@@ -85,14 +85,14 @@ std::string notify_bus_address()
 bool notify_bus_answers()
 {
     Bus bus(open_bus());
-    return bus && write_out(bus.get(), Clock::now() + patience) == 0;
+    return bus && write_out(bus.get(), Clock::now() + PATIENCE) == 0;
 }
 
 int notify_post(const char *member, const char *id)
 {
     if (!member || !id || !sd_bus_member_name_is_valid(member))
         return fail(EINVAL);
-    auto deadline = Clock::now() + patience;
+    auto deadline = Clock::now() + PATIENCE;
     Bus bus(open_bus());
     if (!bus)
         return fail(ENOTCONN);

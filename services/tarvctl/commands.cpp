@@ -117,7 +117,7 @@ void declare_eula(CLI::App &app, Arguments &arguments)
     add_word(app, "accept|status", arguments.word, "Accept it, or say whether it was accepted");
 }
 
-constexpr Command commands[] = {
+constexpr Command COMMANDS[] = {
     {"list", "List the VMs and their states", declare_list, run_list},
     {"show", "Show a VM's state and configuration", declare_show, run_show},
     {"create", "Create a VM from an image", declare_create, run_create},
@@ -141,5 +141,5 @@ constexpr Command commands[] = {
 
 std::span<const Command> command_table()
 {
-    return commands;
+    return COMMANDS;
 }

@@ -73,7 +73,7 @@ std::string value_cases(const CLI::App &app)
 }
 
 // "@COMMANDS@", "@CASES@" and "@VALUES@" are filled in.
-constexpr const char *script = R"(# Completion of tarvctl for bash; made by: tarvctl completion
+constexpr const char *SCRIPT = R"(# Completion of tarvctl for bash; made by: tarvctl completion
 
 # Offers those of the given words that begin with what was typed.
 _tarvctl_offer()
@@ -162,7 +162,7 @@ Answer run_completion(const Arguments &)
     }
     for (const std::string &key : modify_keys())
         add(keys, "'" + key + "'");
-    std::string text = script;
+    std::string text = SCRIPT;
     fill_in(text, "@COMMANDS@", commands);
     fill_in(text, "@CASES@", cases);
     fill_in(text, "@VALUES@", value_cases(*app));

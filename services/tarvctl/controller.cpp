@@ -33,7 +33,7 @@ std::string chosen_command(const CLI::App &app)
 
 // The parser takes "[a,b]" for a list and "++" for the end of a command. Names may be just that, so
 // such words are parsed behind a mark that no argument begins with.
-constexpr char mark = '\1';
+constexpr char MARK = '\1';
 
 std::vector<std::string> marked_words(int argc, char **argv)
 {
@@ -41,7 +41,7 @@ std::vector<std::string> marked_words(int argc, char **argv)
     for (int index = argc - 1; index > 0; --index) { // the parser takes them from the end
         const std::string_view word = argv[index];
         const bool special = word.starts_with('[') || word == "++";
-        words.push_back((special ? std::string(1, mark) : "") + std::string(word));
+        words.push_back((special ? std::string(1, MARK) : "") + std::string(word));
     }
     return words;
 }
@@ -49,7 +49,7 @@ std::vector<std::string> marked_words(int argc, char **argv)
 void remove_marks(Arguments &arguments)
 {
     auto clean = [](std::string &text) {
-        if (text.starts_with(mark))
+        if (text.starts_with(MARK))
             text.erase(0, 1);
     };
     for (std::string *text :
@@ -78,7 +78,7 @@ Answer parse_outcome(const CLI::App &app, const CLI::ParseError &error, const ch
                                                   : command + ": " + error.what();
     std::string text =
         message + "; see tarvctl " + (command.empty() ? "" : command + " ") + "--help";
-    std::erase(text, mark);
+    std::erase(text, MARK);
     return {.status = ExitStatus::usage, .message = text};
 }
 

@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr size_t chain_max = 64;
-constexpr size_t backing_max = 1023;
+constexpr size_t CHAIN_MAX = 64;
+constexpr size_t BACKING_MAX = 1023;
 
 uint64_t big_endian(const unsigned char *bytes, size_t count)
 {
@@ -79,7 +79,7 @@ std::string qcow2_backing(const std::string &path)
     if (!fd || !read_qcow2_header(fd.get(), header))
         return "";
     const uint64_t offset = big_endian(&header[8], 8), size = big_endian(&header[16], 4);
-    if (offset == 0 || size == 0 || size > backing_max)
+    if (offset == 0 || size == 0 || size > BACKING_MAX)
         return "";
     std::string name(size, '\0');
     if (pread(fd.get(), name.data(), size, static_cast<off_t>(offset)) !=
@@ -120,7 +120,7 @@ std::set<std::string> library_images(const struct kv *record)
     const std::filesystem::path library = real_folder(image_directory());
     for (const std::string &file : config_images(record)) {
         std::filesystem::path path = image_path(file);
-        for (size_t depth = 0; depth < chain_max; ++depth) {
+        for (size_t depth = 0; depth < CHAIN_MAX; ++depth) {
             // However it is named: by an absolute path, or through a link to the folder.
             if (real_folder(path.parent_path()) == library)
                 result.insert(path.filename());

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t threads_max = 8;
+constexpr size_t THREADS_MAX = 8;
 
 struct Outcome
 {
@@ -72,7 +72,7 @@ Answer for_each_vm(const std::vector<std::string> &texts, EachOrder order,
     };
     std::vector<std::thread> threads;
     if (order == EachOrder::together)
-        for (size_t count = 1; count < std::min(refs.size(), threads_max); ++count)
+        for (size_t count = 1; count < std::min(refs.size(), THREADS_MAX); ++count)
             threads.emplace_back(work);
     work();
     for (std::thread &thread : threads)

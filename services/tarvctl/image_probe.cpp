@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr size_t block = 2048; // of a disc
+constexpr size_t BLOCK = 2048; // of a disc
 
 [[noreturn]] void refuse(const std::string &path, const std::string &why)
 {
@@ -34,10 +34,10 @@ struct VdskClose
     void operator()(struct vdsk *disk) const { vdsk_close(disk); }
 };
 
-bool read_block(int fd, uint64_t number, std::array<unsigned char, block> &bytes)
+bool read_block(int fd, uint64_t number, std::array<unsigned char, BLOCK> &bytes)
 {
-    return pread(fd, bytes.data(), block, static_cast<off_t>(number * block)) ==
-           static_cast<ssize_t>(block);
+    return pread(fd, bytes.data(), BLOCK, static_cast<off_t>(number * BLOCK)) ==
+           static_cast<ssize_t>(BLOCK);
 }
 
 uint32_t little_endian(const unsigned char *bytes)
@@ -49,7 +49,7 @@ uint32_t little_endian(const unsigned char *bytes)
 // 0xEF for UEFI and 0 for an x86 BIOS.
 void read_boot_catalog(int fd, ImageInfo &info)
 {
-    std::array<unsigned char, block> record, catalog;
+    std::array<unsigned char, BLOCK> record, catalog;
     if (!read_block(fd, 17, record) || memcmp(&record[1], "CD001", 5) != 0 ||
         memcmp(&record[7], "EL TORITO", 9) != 0 ||
         !read_block(fd, little_endian(&record[0x47]), catalog) || catalog[0] != 1)
@@ -59,7 +59,7 @@ void read_boot_catalog(int fd, ImageInfo &info)
         info.boots_bios = info.boots_bios || platform == 0;
     };
     note(catalog[1]);
-    for (size_t at = 64; at + 32 <= block && (catalog[at] == 0x90 || catalog[at] == 0x91);) {
+    for (size_t at = 64; at + 32 <= BLOCK && (catalog[at] == 0x90 || catalog[at] == 0x91);) {
         note(catalog[at + 1]);
         at += 32 + 32 * static_cast<size_t>(catalog[at + 2] | catalog[at + 3] << 8);
     }
@@ -67,7 +67,7 @@ void read_boot_catalog(int fd, ImageInfo &info)
 
 bool read_disc(int fd, ImageInfo &info)
 {
-    std::array<unsigned char, block> volume;
+    std::array<unsigned char, BLOCK> volume;
     if (!read_block(fd, 16, volume) || memcmp(&volume[1], "CD001", 5) != 0)
         return false;
     info.kind = ImageKind::disc;
@@ -132,7 +132,7 @@ void refuse_foreign(int fd, const std::string &path)
 }
 
 // Incompatible features of a qcow2 image, bits of the last byte of their field.
-constexpr unsigned char feature_corrupt = 2, feature_external_data = 4;
+constexpr unsigned char FEATURE_CORRUPT = 2, FEATURE_EXTERNAL_DATA = 4;
 
 // Whether an image may be read for the sake of one that stands on it: a foreign image could name
 // any file of this host, whose content would end up on the guest's disk.
@@ -158,9 +158,9 @@ void check_qcow2(const std::string &path, int depth, ImageInfo &info)
         refuse(path, "is damaged");
     if (header[35] != 0) // the encryption method
         refuse(path, "is encrypted");
-    if (header[7] >= 3 && (header[79] & feature_external_data))
+    if (header[7] >= 3 && (header[79] & FEATURE_EXTERNAL_DATA))
         refuse(path, "keeps its data in another file");
-    if (header[7] >= 3 && (header[79] & feature_corrupt))
+    if (header[7] >= 3 && (header[79] & FEATURE_CORRUPT))
         refuse(path, "is marked as damaged; qemu-img check -r all may mend it");
     const std::string name = qcow2_backing(path);
     if (name.empty())

@@ -25,10 +25,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-constexpr size_t files_max = 4096; // looked at in one folder
+constexpr size_t FILES_MAX = 4096; // looked at in one folder
 // For naming systems: one disc, and all of them. What is not named in time has its label.
-constexpr std::chrono::milliseconds disc_patience(3000);
-constexpr std::chrono::milliseconds discs_patience(10'000);
+constexpr std::chrono::milliseconds DISC_PATIENCE(3000);
+constexpr std::chrono::milliseconds DISCS_PATIENCE(10'000);
 
 bool is_image_name(const std::string &name)
 {
@@ -67,7 +67,7 @@ try {
     if (left.count() <= 0 || access(program, X_OK) != 0)
         return "";
     // It is known to wait for ever on a damaged disc.
-    const ToolRun run = run_tool(program, {path}, std::min(left, disc_patience));
+    const ToolRun run = run_tool(program, {path}, std::min(left, DISC_PATIENCE));
     const size_t start = run.out.find("OS '"), end = run.out.rfind('\'');
     return run.status == 0 && start != std::string::npos && end > start + 4
                ? run.out.substr(start + 4, end - start - 4)
@@ -152,7 +152,7 @@ void add_folder(const std::string &folder, const std::set<std::string> &left_out
     std::error_code error;
     size_t count = 0;
     for (fs::directory_iterator entry(folder, error), end;
-         !error && entry != end && count++ < files_max; entry.increment(error)) {
+         !error && entry != end && count++ < FILES_MAX; entry.increment(error)) {
         const std::string name = entry->path().filename();
         if (!is_image_name(name) || left_out.contains(name) || is_own_image_name(name))
             continue;
@@ -169,7 +169,7 @@ void add_folder(const std::string &folder, const std::set<std::string> &left_out
 std::vector<Installer> find_installers()
 {
     std::vector<Installer> found;
-    const auto deadline = Clock::now() + discs_patience;
+    const auto deadline = Clock::now() + DISCS_PATIENCE;
     const char *library = config_find("img_lib_dir") ? config_get_path("img_lib_dir") : nullptr;
     if (library)
         add_folder(fs::absolute(library), images_in_use(), deadline, found);

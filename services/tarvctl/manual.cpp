@@ -95,7 +95,7 @@ struct Entry
 {
     const char *head, *text;
 };
-constexpr Entry variables[] = {
+constexpr Entry VARIABLES[] = {
     {"TARV_MACHINE_READABLE",
      "1: print one JSON object with the members status, message and body."},
     {"TARV_TARV_VIEWER", "The program that shows a screen; it gets a URL."},
@@ -107,13 +107,13 @@ constexpr Entry variables[] = {
     {"TARV_SUPPORT_DIR", "The support directory, where the settings are looked for first."},
     {"NO_COLOR", "Print no colours on a terminal."},
 };
-constexpr Entry files[] = {
+constexpr Entry FILES[] = {
     {"~/.tarv/settings.ini", "The user's settings."},
     {"settings.ini in the support directory", "The settings of this machine."},
     {"tarvctl.log, vlaunchd.log and ID.log in the setting log_dir",
      "What the controller, the launch service and a VM's engine and serial port had to say."},
 };
-constexpr Entry examples[] = {
+constexpr Entry EXAMPLES[] = {
     {"tarvctl create --ram-size 4G --disk-size 40G work ~/Downloads/debian.iso",
      "Makes a VM that installs from a disc."},
     {"tarvctl start work && tarvctl list", "Starts it and looks at the states of all."},
@@ -132,7 +132,7 @@ std::string section(const std::string &title, const Entry (&entries)[count])
     return text;
 }
 
-constexpr const char *manual_start =
+constexpr const char *MANUAL_START =
     ".SH NAME\ntarvctl \\- control virtual machines\n"
     ".SH SYNOPSIS\n"
     "\\fBtarvctl\\fR \\fICOMMAND\\fR [\\fIOPTION\\fR ...] [\\fIARGUMENT\\fR ...]\n.br\n"
@@ -154,7 +154,7 @@ Answer run_manual(const Arguments &)
     Arguments unused;
     const auto app = make_parser(unused);
     std::string text = ".TH TARVCTL 1 \"\" \"tarvctl " TARV_VERSION "\" \"User commands\"\n";
-    text += manual_start;
+    text += MANUAL_START;
     for (const CLI::App *command : app->get_subcommands({}))
         if (!command->get_group().empty())
             text += section_of(*command);
@@ -162,6 +162,6 @@ Answer run_manual(const Arguments &)
     for (const auto &[status, meaning] : statuses)
         text += ".TP\n" + std::to_string(static_cast<int>(status)) + "\n" + troff(meaning) + "\n";
     text +=
-        section("ENVIRONMENT", variables) + section("FILES", files) + section("EXAMPLES", examples);
+        section("ENVIRONMENT", VARIABLES) + section("FILES", FILES) + section("EXAMPLES", EXAMPLES);
     return {.body = text, .text = text};
 }

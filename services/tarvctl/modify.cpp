@@ -29,7 +29,7 @@ struct Key
     ValueKind kind;
     const char *help;
 };
-constexpr Key keys[] = {
+constexpr Key KEYS[] = {
     {"name", ValueKind::name, "name of the VM"},
     {"cpu.count", ValueKind::number, "number of processors, 1 to 255"},
     {"ram.size", ValueKind::bytes, "memory in bytes, or with K, M, G or T"},
@@ -65,7 +65,7 @@ std::string pattern_of(const std::string &key)
 const Key &find_key(const std::string &key)
 {
     const std::string pattern = pattern_of(key);
-    for (const Key &known : keys)
+    for (const Key &known : KEYS)
         if (known.pattern == pattern)
             return known;
     throw Failure(ExitStatus::input, "modify: " + key + ": not a key that can be set");
@@ -156,7 +156,7 @@ void check_changeable(const VmRef &ref, const struct kv *record)
 std::string modify_keys_help()
 {
     std::string text = "Keys, # being the number of a device, from 0:\n";
-    for (const Key &key : keys) {
+    for (const Key &key : KEYS) {
         std::string line = "  " + std::string(key.pattern);
         line.resize(30, ' ');
         text += line + key.help + "\n";
@@ -168,7 +168,7 @@ std::string modify_keys_help()
 std::vector<std::string> modify_keys()
 {
     std::vector<std::string> result;
-    for (const Key &key : keys) {
+    for (const Key &key : KEYS) {
         result.emplace_back(key.pattern);
         if (const size_t index = key.pattern.find('#'); index != key.pattern.npos)
             result.back()[index] = '0';

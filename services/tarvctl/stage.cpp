@@ -19,8 +19,8 @@
 
 namespace {
 
-constexpr std::string_view prefix = ".new-";
-constexpr size_t id_length = 36;
+constexpr std::string_view PREFIX = ".new-";
+constexpr size_t ID_LENGTH = 36;
 
 std::vector<std::string> names_in(const std::string &directory)
 {
@@ -60,7 +60,7 @@ void remove_images(Library &library, const std::string &id)
     const bool complete =
         library.each_config([&](const struct kv *record) { used.merge(library_images(record)); });
     for (const std::string &name : names_in(directory))
-        if (name.starts_with(std::string(prefix) + id + "-") ||
+        if (name.starts_with(std::string(PREFIX) + id + "-") ||
             (complete && name.starts_with(id + "-") && !used.contains(name)))
             unlink((directory + "/" + name).c_str());
 }
@@ -75,7 +75,7 @@ UniqueFd try_lock(const std::string &path)
 void sweep_directory(Library &library, const std::string &name)
 {
     const std::string path = library.directory() + "/" + name;
-    const bool in_the_making = name.starts_with(prefix);
+    const bool in_the_making = name.starts_with(PREFIX);
     const bool unfinished = !in_the_making && is_own_image_name(name + "-") &&
                             access((path + "/config.new").c_str(), F_OK) == 0;
     if (!in_the_making && !unfinished)
@@ -86,7 +86,7 @@ void sweep_directory(Library &library, const std::string &name)
     if (unfinished && access((path + "/config.yaml").c_str(), F_OK) != 0) {
         rename_path(path + "/config.new", path + "/config.yaml");
     } else if (in_the_making) {
-        remove_images(library, name.substr(prefix.size()));
+        remove_images(library, name.substr(PREFIX.size()));
         rmdirat(AT_FDCWD, path.c_str());
     }
 }
@@ -104,7 +104,7 @@ std::array<uint8_t, 16> random_bytes()
 
 Stage::Stage(Library &library) : m_library(library), m_id(random_uuid())
 {
-    m_directory = library.directory() + "/" + std::string(prefix) + m_id;
+    m_directory = library.directory() + "/" + std::string(PREFIX) + m_id;
     if (mkdir(m_directory.c_str(), 0755) != 0)
         throw system_failure(m_directory, errno);
     m_lock = try_lock(m_directory);
@@ -125,7 +125,7 @@ void Stage::discard()
 {
     const std::string images = image_directory() + "/";
     for (const std::string &rest : m_images)
-        for (const std::string &name : {image_name(rest), std::string(prefix) + image_name(rest)})
+        for (const std::string &name : {image_name(rest), std::string(PREFIX) + image_name(rest)})
             unlink((images + name).c_str());
     rmdirat(AT_FDCWD, m_directory.c_str());
 }
@@ -133,7 +133,7 @@ void Stage::discard()
 std::string Stage::add_image(const std::string &rest)
 {
     m_images.push_back(rest);
-    return image_directory() + "/" + std::string(prefix) + image_name(rest);
+    return image_directory() + "/" + std::string(PREFIX) + image_name(rest);
 }
 
 void Stage::write_config(const struct kv *record)
@@ -149,7 +149,7 @@ void Stage::publish(const struct kv *record, const std::function<void()> &before
 {
     const std::string images = image_directory() + "/";
     for (const std::string &rest : m_images)
-        sync_path(images + std::string(prefix) + image_name(rest));
+        sync_path(images + std::string(PREFIX) + image_name(rest));
     write_config(record);
     UniqueFd lock = m_library.lock();
     m_library.check_name_free(config_text(record, "name"));
@@ -168,7 +168,7 @@ void Stage::rename_images()
 {
     const std::string images = image_directory() + "/";
     for (const std::string &rest : m_images)
-        rename_path(images + std::string(prefix) + image_name(rest), images + image_name(rest));
+        rename_path(images + std::string(PREFIX) + image_name(rest), images + image_name(rest));
     if (!m_images.empty())
         sync_names_of(images);
 }
@@ -214,10 +214,10 @@ void sweep_leftovers(Library &library)
         sweep_directory(library, name);
     // An image in the making always has its VM's directory beside it.
     for (const std::string &name : names_in(images)) {
-        if (!name.starts_with(prefix) || name.size() < prefix.size() + id_length)
+        if (!name.starts_with(PREFIX) || name.size() < PREFIX.size() + ID_LENGTH)
             continue;
         const std::string stage =
-            library.directory() + "/" + name.substr(0, prefix.size() + id_length);
+            library.directory() + "/" + name.substr(0, PREFIX.size() + ID_LENGTH);
         if (access(stage.c_str(), F_OK) != 0 && errno == ENOENT)
             unlink((images + "/" + name).c_str());
     }

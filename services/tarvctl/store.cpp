@@ -16,13 +16,13 @@
 
 namespace {
 
-constexpr size_t name_max = 255;
-constexpr auto lock_patience = std::chrono::seconds(60);
+constexpr size_t VM_NAME_MAX = 255;
+constexpr auto LOCK_PATIENCE = std::chrono::seconds(60);
 
 // Locks a directory. One that vanished while it was waited for is ENOENT.
 UniqueFd lock_directory(const std::string &path)
 {
-    const auto deadline = std::chrono::steady_clock::now() + lock_patience;
+    const auto deadline = std::chrono::steady_clock::now() + LOCK_PATIENCE;
     for (;;) {
         UniqueFd fd(platform_openat_locked(
             AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK, FileLock::exclusive, 0));
@@ -190,7 +190,7 @@ void check_name(const std::string &name)
     };
     if (name.empty())
         refuse("is empty");
-    if (name.size() > name_max)
+    if (name.size() > VM_NAME_MAX)
         refuse("is longer than 255 bytes");
     if (name.front() == '-')
         refuse("begins with \"-\"");

@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr size_t record_max = 64 * 1024;
-constexpr std::string_view record_suffix = ".json";
+constexpr size_t RECORD_MAX = 64 * 1024;
+constexpr std::string_view RECORD_SUFFIX = ".json";
 
 // A small regular file whole; none with errno when it is absent, too large or something else.
 std::optional<std::string> read_file(int dir, const std::string &name)
@@ -26,11 +26,11 @@ std::optional<std::string> read_file(int dir, const std::string &name)
     struct stat info;
     if (!fd || fstat(fd.get(), &info) != 0)
         return {};
-    if (!S_ISREG(info.st_mode) || info.st_size > static_cast<off_t>(record_max)) {
+    if (!S_ISREG(info.st_mode) || info.st_size > static_cast<off_t>(RECORD_MAX)) {
         errno = EFBIG;
         return {};
     }
-    std::string text(record_max, '\0');
+    std::string text(RECORD_MAX, '\0');
     size_t length = 0;
     for (ssize_t got; length < text.size(); length += static_cast<size_t>(got)) {
         got = read(fd.get(), text.data() + length, text.size() - length);
@@ -114,9 +114,9 @@ std::vector<Job> JobJournal::load() const
     DirOwner dir(opendir(m_path.c_str()));
     while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
         std::string_view name = entry->d_name;
-        if (name.starts_with('.') || !name.ends_with(record_suffix))
+        if (name.starts_with('.') || !name.ends_with(RECORD_SUFFIX))
             continue;
-        const std::string label(name.substr(0, name.size() - record_suffix.size()));
+        const std::string label(name.substr(0, name.size() - RECORD_SUFFIX.size()));
         auto text = read_file(m_dir.get(), entry->d_name);
         auto job = text ? parse_record(*text, label) : std::nullopt;
         if (job)

@@ -20,7 +20,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto patience = std::chrono::seconds(15);
+constexpr auto PATIENCE = std::chrono::seconds(15);
 
 void pause_briefly()
 {
@@ -112,7 +112,7 @@ int vlaunchd_ensure(std::string &message)
         const int error = errno;
         return fail(error, message, path + ": " + strerror(error));
     }
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + PATIENCE;
     const size_t slash = path.rfind('/');
     if (slash != std::string::npos && slash > 0)
         mkdirat_p(AT_FDCWD, path.substr(0, slash).c_str(), 0755);
