@@ -6,7 +6,7 @@
 #include "hostlib/utils/proc.h"
 #include "hostlib/vms/vms.h"
 #include "platform/unique_fd.h"
-#include "policy/json.h"
+#include "policy/owners.h"
 #include "tarvhv/cli2.h"
 
 #include <QCoreApplication>
@@ -21,8 +21,6 @@
 namespace {
 
 constexpr timeval ANSWER_WAIT{30, 0};
-
-using Json = std::unique_ptr<json, void (*)(json *)>;
 
 TarvError posixError(int code, const char *description)
 {
@@ -45,9 +43,9 @@ int connectToLaunchService(const char *command)
     return cli2_connect(vms_launch_socket(), command);
 }
 
-Json acceptance()
+JsonOwner acceptance()
 {
-    Json request(json_mkobject(), json_delete);
+    JsonOwner request(json_mkobject());
     if (request)
         json_append_str(request.get(), "action", "accept");
     return request;
@@ -81,7 +79,7 @@ bool TarvCLI::acceptEULA(TarvError *error)
         return false;
     }
     errno = 0;
-    Json answer(nullptr, json_delete);
+    JsonOwner answer;
     if (cli2_send_json(connection.get(), acceptance().get()) == 0)
         answer.reset(cli2_recv_json_to(connection.get(), ANSWER_WAIT));
     const int current = errno != 0 ? errno : EPROTO;

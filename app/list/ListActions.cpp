@@ -11,9 +11,8 @@
 #include "app/model/TarvCTL.h"
 #include "app/model/TarvVM.h"
 #include "hostlib/vm/addons.h"
-#include "hostlib/vm/vm.h"
-#include "hostlib/vm/vmlib.h"
-#include "policy/kv.h"
+#include "hostlib/vm/owners.h"
+#include "policy/owners.h"
 
 #include <QFile>
 #include <QPointer>
@@ -27,11 +26,9 @@ namespace {
 // Whether a VM carries the guest add-ons; it reads its disk and runs external tools.
 bool hasAddons(const QByteArray &vmid)
 {
-    const std::unique_ptr<vmlib, decltype(&vmlib_close)> library(vmlib_open(nullptr), &vmlib_close);
-    const std::unique_ptr<vm, decltype(&vm_close)> record(
-        library ? vmlib_get(library.get(), vmid.constData(), nullptr) : nullptr, &vm_close);
-    const std::unique_ptr<kv, decltype(&kv_free)> version(vm_read_addons_version(record.get()),
-                                                          &kv_free);
+    const VmlibOwner library(vmlib_open(nullptr));
+    const VmOwner record(library ? vmlib_get(library.get(), vmid.constData(), nullptr) : nullptr);
+    const KvOwner version(vm_read_addons_version(record.get()));
     return version != nullptr;
 }
 } // namespace

@@ -1,9 +1,8 @@
 #include "app/model/LibraryReader.h"
 
 #include "app/model/statusWord.h"
-#include "hostlib/vm/vm.h"
-#include "hostlib/vm/vmlib.h"
-#include "policy/kv.h"
+#include "hostlib/vm/owners.h"
+#include "policy/owners.h"
 
 #include <QFile>
 
@@ -18,10 +17,6 @@ namespace {
 // How long a pass waits for the next record before it does without those that are missing.
 constexpr int PATIENCE_MS = 300;
 
-using Library = std::unique_ptr<vmlib, decltype(&vmlib_close)>;
-using Record = std::unique_ptr<vm, decltype(&vm_close)>;
-using Tree = std::unique_ptr<kv, decltype(&kv_free)>;
-
 // Why the last read failed, from errno as that read left it.
 QString reason(int error)
 {
@@ -33,7 +28,7 @@ QString reason(int error)
 
 QByteArrayList libraryIdentifiers()
 {
-    const Library library(vmlib_open(nullptr), &vmlib_close);
+    const VmlibOwner library(vmlib_open(nullptr));
     QByteArrayList ids;
     while (const char *id = library ? vmlib_next(library.get()) : nullptr)
         ids.append(id);
@@ -46,13 +41,13 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
     LibraryRecord result;
     result.id = QFile::decodeName(id);
     errno = ENOENT; // stays so where the library itself is gone
-    const Record record(library ? vmlib_get(library, id.constData(), nullptr) : nullptr, &vm_close);
+    const VmOwner record(library ? vmlib_get(library, id.constData(), nullptr) : nullptr);
     if (!record) {
         result.vanished = errno == ENOENT;
         result.problem = reason(errno);
         return result;
     }
-    const Tree config(vm_read_config(record.get()), &kv_free);
+    const KvOwner config(vm_read_config(record.get()));
     if (!config) {
         result.problem = QFile::decodeName(vm_config_path(record.get())) + u": "_s + reason(errno);
         return result;
@@ -60,7 +55,7 @@ LibraryRecord readLibraryRecord(vmlib *library, const QByteArray &id)
     result.name = QString::fromUtf8(kv_get_str(config.get(), "name", ""));
     if (kv_get(config.get(), "state_file"))
         result.status = statusWord(VmStatus::suspended);
-    if (const Tree version(vm_read_version(record.get()), &kv_free);
+    if (const KvOwner version(vm_read_version(record.get()));
         version && kv_type(version.get()) == KV_MAP)
         result.version = QString::fromUtf8(kv_get_str(version.get(), "tag", ""));
     return result;
@@ -105,7 +100,7 @@ void LibraryReader::readRecords(const QByteArrayList &ids)
         m_missing++;
         m_work.run(BackgroundWork::Lane::records,
                    [this, id, place, pass = m_pass]() -> BackgroundWork::Continuation {
-                       const Library library(vmlib_open(nullptr), &vmlib_close);
+                       const VmlibOwner library(vmlib_open(nullptr));
                        const LibraryRecord record = readLibraryRecord(library.get(), id);
                        return [this, place, pass, record] { take(place, pass, record); };
                    });

@@ -5,7 +5,7 @@
 #include "app/model/TarvCTL.h"
 #include "app/model/statusWord.h"
 #include "hostlib/vms/vms.h"
-#include "policy/kv.h"
+#include "policy/owners.h"
 #include "tarvhv/cli2/places.h"
 #include "tarvhv/tarvhv.h"
 
@@ -107,8 +107,7 @@ void TarvVM::setPolicyEnabled(bool enabled)
 
 QString TarvVM::serviceStatus(const QString &vmid)
 {
-    const std::unique_ptr<kv, decltype(&kv_free)> status(vms_status(vmid.toUtf8().constData()),
-                                                         &kv_free);
+    const KvOwner status(vms_status(vmid.toUtf8().constData()));
     if (!status)
         return {};
     return QString::fromUtf8(

@@ -7,8 +7,7 @@
 #include "app/model/TarvCTL.h"
 #include "app/model/TarvVM.h"
 #include "hostlib/config/config.h"
-#include "hostlib/vm/vm.h"
-#include "hostlib/vm/vmlib.h"
+#include "hostlib/vm/owners.h"
 #include "tarvhv/tarvhv.h"
 
 #include <QDesktopServices>
@@ -20,11 +19,10 @@ constexpr int STATE_PRIORITY = 20;
 
 void removeState(const QString &id)
 {
-    const std::unique_ptr<vmlib, void (*)(vmlib *)> library(vmlib_open(nullptr), vmlib_close);
+    const VmlibOwner library(vmlib_open(nullptr));
     if (!library)
         return;
-    const std::unique_ptr<vm, void (*)(vm *)> record(
-        vmlib_get(library.get(), id.toUtf8().constData(), nullptr), vm_close);
+    const VmOwner record(vmlib_get(library.get(), id.toUtf8().constData(), nullptr));
     if (record)
         vm_remove_state(record.get());
 }
