@@ -19,12 +19,9 @@ inline constexpr unsigned CLI2_DEPTH_MAX = 64;
 inline constexpr int CLI2_ERROR_JOB_ENDED = 10;
 
 // Connects to the socket at `path` and, when `command` is not null, sends it as the request line.
-// A socket in /tmp that another user (root aside) serves is treated as not there (ENOENT). The
-// descriptor, or -1 with errno set.
+// A socket that another user (root aside) serves is treated as not there (ENOENT). The descriptor,
+// or -1 with errno set: ETIMEDOUT when the peer takes no connection, or not the request, for 5 s.
 int cli2_connect(const char *path, const char *command);
-// The same for a command with a JSON value, sent in one piece: the form that a command with an
-// optional value needs.
-int cli2_connect_json(const char *path, const char *command, const struct json *tree);
 // Sends all bytes, resuming after signals. 0, or -1 with errno set (no SIGPIPE): ETIMEDOUT when
 // the peer leaves no room for 5 s, EAGAIN at once with MSG_DONTWAIT.
 int cli2_send(int fd, const void *bytes, size_t length, int flags);

@@ -1,6 +1,5 @@
 #include "services/tarvctl/power.h"
 
-#include "platform/process.h"
 #include "platform/watch.h"
 #include "services/notify/notify.h"
 #include "services/settings.h"
@@ -10,6 +9,7 @@
 #include "services/tarvctl/each.h"
 #include "services/tarvctl/service.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/peer.h"
 #include "tarvhv/cli2/places.h"
 
 #include <cerrno>
@@ -17,62 +17,82 @@
 #include <cstring>
 
 #include <poll.h>
-#include <unistd.h>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
-constexpr auto step = std::chrono::milliseconds(30);
 // A supervisor gives up its own ladder well before this.
 constexpr seconds end_patience(60);
 constexpr seconds suspend_patience(900);
-
-void pause_step()
-{
-    check_cancelled();
-    usleep(static_cast<useconds_t>(std::chrono::microseconds(step).count()));
-}
+// The kernel ends a process at once, but for one in the middle of a write to a disk that hangs.
+constexpr seconds kill_patience(10);
 
 seconds stop_patience()
 {
     return stop_wait_setting() + end_patience;
 }
 
-// Whether the launch service has a process for the VM.
-bool has_job(const std::string &id)
+// The process that the launch service has for the VM; 0 when it has none.
+pid_t job_process(const std::string &id)
 {
     const Json answer = service_request("status", place_vm_job(id), seconds(10));
-    return answer_ok(answer) && answer.value("body", Json::object()).contains("pid");
+    return answer_ok(answer) ? answer.value("body", Json::object()).value("pid", pid_t{0}) : 0;
 }
 
-// After a stop or suspend was answered, the supervisor still has to leave.
+// A watch on whoever runs the VM: the launch service's process, else that which serves the VM's
+// socket. None when nobody does.
+UniqueFd watch_runner(const VmRef &ref)
+{
+    UniqueFd watch;
+    if (const pid_t job = job_process(ref.id); job > 0) {
+        watch.reset(platform_watch_process(job));
+    } else {
+        const UniqueFd connection(cli2_connect(place_vm_socket(ref.id).c_str(), nullptr));
+        if (!connection && (errno == ENOENT || errno == ECONNREFUSED))
+            return {};
+        watch.reset(connection ? peer_watch(connection.get()) : -1);
+    }
+    if (!watch && errno != ESRCH)
+        throw Failure(ExitStatus::service,
+                      ref.label() + ": failed to watch its supervisor: " + strerror(errno));
+    return watch;
+}
+
+// Waits for the end of a watched process. False once the deadline has passed.
+bool await_end(const UniqueFd &watch, Clock::time_point deadline)
+{
+    for (pollfd ended = {watch.get(), POLLIN, 0}; poll(&ended, 1, 100) <= 0;) {
+        check_cancelled();
+        if (Clock::now() > deadline)
+            return false;
+    }
+    return true;
+}
+
+// After a stop or suspend was answered, the supervisor still has to leave. Its end is waited for as
+// an event. The launch service tells an end that has happened before it answers a question that
+// came later, so that asking again finds nobody, or the next supervisor.
 void wait_gone(const VmRef &ref)
 {
     const auto deadline = Clock::now() + end_patience;
-    while (query_state(ref.id, false).serves || has_job(ref.id)) {
-        if (Clock::now() > deadline)
+    while (const UniqueFd watch = watch_runner(ref))
+        if (!await_end(watch, deadline))
             throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not end; "
                                                              "tarvctl stop --force ends it");
-        pause_step();
-    }
 }
 
 // Kills whoever serves the VM's socket: a supervisor that is no job of the launch service.
 void kill_server(const VmRef &ref)
 {
     UniqueFd fd(cli2_connect(place_vm_socket(ref.id).c_str(), nullptr));
-    const pid_t pid = fd ? platform_peer_pid(fd.get()) : -1;
-    UniqueFd watch(pid > 0 ? platform_watch_process(pid) : -1);
-    // The connection was made by the very process that is watched, or its pid was reused since and
-    // the socket is dead by now.
-    if (!watch || !query_state(ref.id, false).serves)
+    UniqueFd watch(fd ? peer_watch(fd.get()) : -1);
+    if (!watch)
         return;
     if (platform_watch_signal(watch.get(), SIGKILL) != 0 && errno != ESRCH)
         throw system_failure(ref.label() + ": failed to end its supervisor", errno);
-    pollfd ended = {watch.get(), POLLIN, 0};
-    poll(&ended, 1, 10'000);
+    await_end(watch, Clock::now() + kill_patience);
 }
 
 // The answer of a running VM's supervisor; null when it left without one.
@@ -112,7 +132,7 @@ void stop_one(const VmRef &ref, bool force)
     Library library;
     service_ensure();
     const VmState state = query_state(ref.id, false);
-    if (!state.serves && !has_job(ref.id))
+    if (!state.serves && job_process(ref.id) == 0)
         return stop_idle(library, ref, force);
     if (!force) {
         check_running(ref);
@@ -160,7 +180,7 @@ bool is_suspended(const struct kv *record)
 
 void check_not_running(const VmRef &ref, const std::string &intent)
 {
-    if (query_state(ref.id, false).serves || has_job(ref.id))
+    if (query_state(ref.id, false).serves || job_process(ref.id) != 0)
         throw Failure(ExitStatus::state,
                       ref.label() + ": is running; stop it to " + intent + " it");
 }

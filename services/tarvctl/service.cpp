@@ -1,57 +1,30 @@
 #include "services/tarvctl/service.h"
 
 #include "hostlib/vms/vms.h"
-#include "platform/unique_fd.h"
-#include "policy/json.h"
-#include "policy/owners.h"
 #include "services/tarvctl/cancel.h"
 #include "services/vlaunchd/ondemand.h"
-#include "tarvhv/cli2.h"
+#include "tarvhv/cli2/exchange.h"
 #include "tarvhv/cli2/places.h"
 
 #include <cerrno>
 #include <cstring>
 
-#include <poll.h>
-
 namespace {
 
-Json from_tree(const struct json *tree)
+Exchange question(const std::string &path, const std::string &command, const Json &value,
+                  std::chrono::milliseconds patience)
 {
-    return Json::parse(json_print(tree), nullptr, /*allow_exceptions=*/false);
-}
-
-JsonOwner to_tree(const Json &value)
-{
-    const std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
-    return JsonOwner(json_parse(text.data(), text.size()));
-}
-
-UniqueFd connect_with(const std::string &path, const std::string &command, const Json &value)
-{
-    if (value.is_null())
-        return UniqueFd(cli2_connect(path.c_str(), command.c_str()));
-    JsonOwner tree = to_tree(value);
-    return UniqueFd(tree ? cli2_connect_json(path.c_str(), command.c_str(), tree.get()) : -1);
-}
-
-// One answer, waited for in short steps so that the command can be cancelled meanwhile.
-JsonOwner receive(const UniqueFd &fd, std::chrono::seconds patience)
-{
-    using Clock = std::chrono::steady_clock;
-    pollfd wait = {fd.get(), POLLIN, 0};
-    for (const auto deadline = Clock::now() + patience; poll(&wait, 1, 100) <= 0;) {
-        check_cancelled();
-        if (Clock::now() > deadline) {
-            errno = ETIMEDOUT;
-            return nullptr;
-        }
-    }
-    // Once it begins it comes in one piece.
-    return JsonOwner(cli2_recv_json_to(fd.get(), timeval{.tv_sec = 5, .tv_usec = 0}));
+    const std::string text =
+        value.is_null() ? "" : value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return Exchange(path, exchange_request(command, text), patience);
 }
 
 } // namespace
+
+Json answer_of(const Exchange &exchange)
+{
+    return Json::parse(exchange.answerText(), nullptr, /*allow_exceptions=*/false);
+}
 
 void service_ensure()
 {
@@ -62,26 +35,25 @@ void service_ensure()
 
 Json service_request(const std::string &command, const Json &value, std::chrono::seconds patience)
 {
-    const std::string path = vms_launch_socket();
-    UniqueFd fd = connect_with(path, command, value);
-    JsonOwner answer = fd ? receive(fd, patience) : nullptr;
-    if (!answer)
-        throw Failure(ExitStatus::service, "launch service: " + path + ": " + strerror(errno));
-    return from_tree(answer.get());
+    Exchange exchange = question(vms_launch_socket(), command, value, patience);
+    if (exchange_run(exchange, Exchange::Step::done, check_cancelled) != Exchange::Step::done)
+        throw Failure(ExitStatus::service, std::string("launch service: ") + vms_launch_socket() +
+                                               ": " + strerror(exchange.error()));
+    return answer_of(exchange);
 }
 
 std::optional<Json> vm_request(const std::string &id, const std::string &command, const Json &value,
                                std::chrono::seconds patience)
 {
-    UniqueFd fd = connect_with(place_vm_socket(id), command, value);
-    if (!fd)
+    Exchange exchange = question(place_vm_socket(id), command, value, patience);
+    // A supervisor that ends with the request unread, or that was never there, has no answer to
+    // give.
+    if (exchange_run(exchange, Exchange::Step::done, check_cancelled) == Exchange::Step::done)
+        return answer_of(exchange);
+    if (!exchange.isServed() || exchange.error() == ENOTCONN || exchange.error() == ECONNRESET)
         return {};
-    JsonOwner answer = receive(fd, patience);
-    if (answer)
-        return from_tree(answer.get());
-    if (errno == ENOTCONN || errno == ECONNRESET)
-        return {};
-    throw Failure(ExitStatus::service, place_vm_socket(id) + ": no answer: " + strerror(errno));
+    throw Failure(ExitStatus::service,
+                  place_vm_socket(id) + ": no answer: " + strerror(exchange.error()));
 }
 
 std::string vm_silent_message(const std::string &label, const std::string &id)
@@ -92,7 +64,7 @@ std::string vm_silent_message(const std::string &label, const std::string &id)
 
 bool answer_ok(const Json &answer)
 {
-    return answer.is_object() && answer.value("status", "") == "OK";
+    return answer.is_object() && answer.contains("status") && answer["status"] == "OK";
 }
 
 std::string answer_message(const Json &answer)

@@ -20,6 +20,10 @@ Json service_request(const std::string &command, const Json &value, std::chrono:
 std::optional<Json> vm_request(const std::string &id, const std::string &command, const Json &value,
                                std::chrono::seconds patience);
 
+class Exchange;
+// The answer of an exchange that is done; "discarded" where it is none.
+Json answer_of(const Exchange &exchange);
+
 // That whoever serves a VM's socket stays silent, and what to do about it.
 std::string vm_silent_message(const std::string &label, const std::string &id);
 

@@ -1,4 +1,5 @@
 #include "hostlib/config/config.h"
+#include "platform/watch.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/each.h"
@@ -12,7 +13,7 @@
 #include <cerrno>
 #include <mutex>
 
-#include <unistd.h>
+#include <poll.h>
 
 namespace {
 
@@ -24,9 +25,15 @@ constexpr seconds leaving_patience(20);
 // From the job's start until the guest runs; a large saved state takes its time.
 constexpr seconds running_patience(300);
 
-void pause_step()
+// How long a start is left alone between two questions: a guest takes half a second at least.
+constexpr std::chrono::milliseconds step(30);
+
+// A step of waiting, shorter when the watched process (none: just a step) ends: once.
+void pause_step(UniqueFd &watch)
 {
-    usleep(30'000);
+    pollfd ended = {watch.get(), POLLIN, 0};
+    if (poll(&ended, 1, int(step.count())) > 0)
+        watch.reset();
 }
 
 // The job as the launch service takes it.
@@ -47,14 +54,15 @@ Json job_request(const VmRef &ref, StartMode mode)
             {"environment", environment}};
 }
 
-void launch(const VmRef &ref, StartMode mode)
+// Has the VM's job run. A watch on its process.
+UniqueFd launch(const VmRef &ref, StartMode mode)
 {
     const Json request = job_request(ref, mode);
     const auto deadline = Clock::now() + leaving_patience;
-    for (;; pause_step()) {
+    for (UniqueFd none;; pause_step(none)) {
         const Json answer = service_request("start", request, seconds(30));
         if (answer_ok(answer))
-            return;
+            return UniqueFd(platform_watch_process(answer.at("body").at("pid").get<pid_t>()));
         const int error = answer.value("error", 0);
         const bool leaving = error == EEXIST || error == EBUSY;
         if (!leaving)
@@ -79,10 +87,10 @@ void check_job(const VmRef &ref)
         throw Failure(ExitStatus::failed, ref.label() + ": was stopped while it started");
 }
 
-void await_running(const VmRef &ref)
+void await_running(const VmRef &ref, UniqueFd watch = {})
 {
     const auto deadline = Clock::now() + running_patience;
-    for (;; pause_step()) {
+    for (;; pause_step(watch)) {
         check_cancelled();
         const VmState state = query_state(ref.id, false);
         // One that is being stopped already may never have run.
@@ -112,9 +120,9 @@ void start_one(const VmRef &ref, StartMode mode, bool view)
         return await_running(ref);
     }
     library.read_config(ref);
-    launch(ref, mode);
+    UniqueFd watch = launch(ref, mode);
     try {
-        await_running(ref);
+        await_running(ref, std::move(watch));
     } catch (const Failure &failure) {
         if (failure.status() == ExitStatus::cancelled)
             service_request("remove", place_vm_job(ref.id), seconds(60));

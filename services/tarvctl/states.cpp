@@ -1,99 +1,22 @@
 #include "services/tarvctl/service.h"
 
-#include "platform/socket.h"
-#include "platform/unique_fd.h"
-#include "tarvhv/cli2.h"
-#include "tarvhv/cli2/peer.h"
+#include "tarvhv/cli2/exchange_pool.h"
 #include "tarvhv/cli2/places.h"
 
 #include <cerrno>
-#include <cstring>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+// Supervisors asked at the same time, so that the descriptors of a large library stay few.
+constexpr size_t ASKED_AT_ONCE = 128;
 
-// One supervisor being asked for its status.
-struct Inquiry
+VmState judge(const Exchange &exchange)
 {
-    std::string id;
-    UniqueFd fd;
-    std::string text; // of the answer, so far
-    bool done = false;
-};
-
-// A connection with the request sent, or none when nobody serves the socket. Never waits: a
-// supervisor too busy to take it counts as silent.
-UniqueFd ask(const std::string &id, bool &serves)
-{
-    static constexpr char request[] = "status\r\n";
-    const std::string path = place_vm_socket(id);
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    serves = false;
-    if (path.size() >= sizeof address.sun_path)
-        return {};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    UniqueFd fd(platform_socket_stream());
-    if (!fd || fcntl(fd.get(), F_SETFL, O_NONBLOCK) != 0)
-        return {};
-    if (connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) {
-        serves = errno == EAGAIN; // its queue is full, so somebody holds the socket
-        return {};
-    }
-    if (!peer_is_trusted(fd.get()))
-        return {};
-    serves = true;
-    if (cli2_send(fd.get(), request, sizeof request - 1, MSG_DONTWAIT) != 0)
-        return {};
-    return fd;
-}
-
-void take_bytes(Inquiry &inquiry)
-{
-    char bytes[4096];
-    const ssize_t got = cli2_recv(inquiry.fd.get(), bytes, sizeof bytes, MSG_DONTWAIT);
-    if (got > 0)
-        inquiry.text.append(bytes, static_cast<size_t>(got));
-    // An answer is one line; bytes past the cap are no answer.
-    inquiry.done = (got == 0) || (got < 0 && errno != EAGAIN) || inquiry.text.ends_with("\r\n") ||
-                   inquiry.text.size() > CLI2_MESSAGE_MAX;
-}
-
-void collect(std::vector<Inquiry> &inquiries, Clock::time_point deadline)
-{
-    for (;;) {
-        std::vector<pollfd> waits;
-        std::vector<Inquiry *> asked;
-        for (Inquiry &inquiry : inquiries) {
-            if (!inquiry.done) {
-                waits.push_back({inquiry.fd.get(), POLLIN, 0});
-                asked.push_back(&inquiry);
-            }
-        }
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        if (waits.empty() || left <= 0)
-            return;
-        if (poll(waits.data(), waits.size(), static_cast<int>(left)) < 0 && errno != EINTR)
-            return;
-        for (size_t index = 0; index < waits.size(); ++index)
-            if (waits[index].revents)
-                take_bytes(*asked[index]);
-    }
-}
-
-VmState judge(const Inquiry &inquiry)
-{
-    const Json answer = Json::parse(inquiry.text, nullptr, /*allow_exceptions=*/false);
     VmState state{.status = VmStatus::malfunction, .state = "", .details = nullptr, .serves = true};
-    if (inquiry.done && inquiry.text.empty())
+    if (!exchange.isServed() || exchange.error() == ENOTCONN)
         return {}; // it went away
-    if (!answer_ok(answer))
+    const Json answer = answer_of(exchange);
+    if (exchange.step() != Exchange::Step::done || !answer_ok(answer))
         return state;
     state.status = VmStatus::running;
     state.details = answer.value("body", Json::object());
@@ -126,21 +49,13 @@ std::map<std::string, VmState> query_states(const std::map<std::string, bool> &s
                                             std::chrono::milliseconds patience)
 {
     std::map<std::string, VmState> states;
-    std::vector<Inquiry> inquiries;
-    const auto deadline = Clock::now() + patience;
-    for (const auto &[id, saved] : suspended) {
-        bool serves = false;
-        UniqueFd fd = ask(id, serves);
-        if (fd)
-            inquiries.push_back({id, std::move(fd), "", false});
-        else if (serves)
-            states[id] = {
-                .status = VmStatus::malfunction, .state = "", .details = nullptr, .serves = true};
-    }
-    collect(inquiries, deadline);
-    for (const Inquiry &inquiry : inquiries)
-        if (VmState state = judge(inquiry); state.serves)
-            states[inquiry.id] = std::move(state);
+    ExchangePool pool(ASKED_AT_ONCE);
+    for (const auto &[id, saved] : suspended)
+        pool.add(Exchange(place_vm_socket(id), exchange_request("status"), patience),
+                 [&states, id = id](const Exchange &exchange) { states[id] = judge(exchange); });
+    for (ExchangePool *const all[] = {&pool}; !pool.empty();)
+        if (exchange_turn(all, -1, std::nullopt) != 0)
+            throw system_failure("status of VMs", errno);
 
     const auto ends = exit_statuses();
     for (const auto &[id, saved] : suspended) {

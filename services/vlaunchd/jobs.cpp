@@ -139,6 +139,10 @@ int JobTable::attach(Entry &entry)
         },
         &entry);
     entry.end.reset(source);
+    // An end that has happened is told before a question that came later is answered: who has seen
+    // a process end may rely on its job being known to have ended.
+    if (result >= 0)
+        result = sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
     errno = result < 0 ? -result : 0;
     return result < 0 ? -1 : 0;
 }

@@ -2,8 +2,8 @@
 
 #include "tarvhv/display/ChannelDisplay.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <poll.h>
 
 namespace {
 
@@ -11,21 +11,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds ASYNC_LIMIT{10000};
 constexpr milliseconds SYNC_LIMIT{1000};
-constexpr milliseconds RETRY_AFTER{20}; // a supervisor whose queue of connections is full
-
-// Waits for what a handshake needs. False once the deadline has passed.
-bool wait_for(DisplayHandshake::Step step, int fd, std::chrono::steady_clock::time_point deadline)
-{
-    const auto left =
-        std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0)
-        return false;
-    const bool retry = step == DisplayHandshake::Step::retry;
-    pollfd entry{retry ? -1 : fd, short(step == DisplayHandshake::Step::writing ? POLLOUT : POLLIN),
-                 0};
-    poll(&entry, 1, int(retry ? std::min(left, RETRY_AFTER).count() : left.count()));
-    return true;
-}
 
 } // namespace
 
@@ -33,24 +18,20 @@ DisplayConnector::DisplayConnector(const QString &path, unsigned index, QObject 
                                    Handler handler)
     : QObject(parent),
       m_path(path),
-      m_handshake(path.toStdString(), index),
+      m_handshake(path.toStdString(), index, ASYNC_LIMIT),
       m_handler(std::move(handler))
 {
-    m_deadline.setSingleShot(true);
-    m_again.setSingleShot(true);
-    connect(&m_deadline, &QTimer::timeout, this, [this] { finish(nullptr, ETIMEDOUT); });
-    connect(&m_again, &QTimer::timeout, this, &DisplayConnector::advance);
-    m_deadline.start(ASYNC_LIMIT);
-    m_again.start(0); // the handler is never called before the caller is done
+    m_wake.setSingleShot(true);
+    connect(&m_wake, &QTimer::timeout, this, &DisplayConnector::advance);
+    m_wake.start(0); // the handler is never called before the caller is done
 }
 
 void DisplayConnector::advance()
 {
     if (m_notifier)
-        m_notifier->setEnabled(false); // the handshake closes its socket when it ends
+        m_notifier->setEnabled(false);
     switch (m_handshake.advance()) {
     case DisplayHandshake::Step::retry:
-        m_again.start(RETRY_AFTER);
         break;
     case DisplayHandshake::Step::writing:
         waitFor(QSocketNotifier::Write);
@@ -59,12 +40,13 @@ void DisplayConnector::advance()
         waitFor(QSocketNotifier::Read);
         break;
     case DisplayHandshake::Step::done:
-        finish(std::make_unique<ChannelDisplay>(m_path, *m_handshake.take()), 0);
-        break;
+        return finish(std::make_unique<ChannelDisplay>(m_path, *m_handshake.take()), 0);
     case DisplayHandshake::Step::failed:
-        finish(nullptr, m_handshake.error());
-        break;
+        return finish(nullptr, m_handshake.error());
     }
+    if (const Cli2Deadline wake = m_handshake.wakeAt())
+        m_wake.start(
+            std::max(milliseconds(0), std::chrono::ceil<milliseconds>(*wake - Cli2Clock::now())));
 }
 
 void DisplayConnector::waitFor(QSocketNotifier::Type type)
@@ -81,8 +63,7 @@ void DisplayConnector::waitFor(QSocketNotifier::Type type)
 
 void DisplayConnector::finish(std::unique_ptr<TarvDisplay> display, int error)
 {
-    m_deadline.stop();
-    m_again.stop();
+    m_wake.stop();
     if (m_notifier)
         m_notifier->setEnabled(false);
     deleteLater();
@@ -91,8 +72,7 @@ void DisplayConnector::finish(std::unique_ptr<TarvDisplay> display, int error)
 
 std::unique_ptr<TarvDisplay> TarvDisplayCreate(const QString &path, unsigned index)
 {
-    const auto deadline = std::chrono::steady_clock::now() + SYNC_LIMIT;
-    DisplayHandshake handshake(path.toStdString(), index);
+    DisplayHandshake handshake(path.toStdString(), index, SYNC_LIMIT);
     for (;;) {
         const DisplayHandshake::Step step = handshake.advance();
         if (step == DisplayHandshake::Step::done)
@@ -101,10 +81,7 @@ std::unique_ptr<TarvDisplay> TarvDisplayCreate(const QString &path, unsigned ind
             errno = handshake.error();
             return nullptr;
         }
-        if (!wait_for(step, handshake.fd(), deadline)) {
-            errno = ETIMEDOUT;
-            return nullptr;
-        }
+        cli2_wait(handshake.fd(), handshake.events(), handshake.wakeAt());
     }
 }
 

@@ -25,7 +25,6 @@ private:
     QString m_path;
     DisplayHandshake m_handshake;
     Handler m_handler;
-    QTimer m_deadline;
-    QTimer m_again;
+    QTimer m_wake; // a deadline, or another try
     std::unique_ptr<QSocketNotifier> m_notifier;
 };

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/unique_fd.h"
-#include "tarvhv/cli2/json_end.h"
+#include "tarvhv/cli2/exchange.h"
 #include "tarvhv/display/packets.h"
 
 #include <cstdint>
@@ -21,48 +21,31 @@ struct ScreenAnswer
     UniqueFd channel;
 };
 
-// Connects, asks, reads the answer: advance() does what can be done now.
-//
-//   connecting --(queue of the peer full)--> connecting
-//   connecting -> sending -> receiving -> done
-//   any -> failed
+// Drives the exchange with the supervisor: advance() does what can be done now.
 class DisplayHandshake
 {
 public:
-    enum class Step
-    {
-        retry,   // try again a little later: there is nothing to wait for
-        writing, // wait until fd() can be written
-        reading, // wait until fd() can be read
-        done,
-        failed // error() says why
-    };
+    using Step = Exchange::Step;
 
     // A ":N" at the end of the path does not belong to the socket's name.
-    DisplayHandshake(const std::string &path, unsigned index);
+    DisplayHandshake(const std::string &path, unsigned index, std::chrono::milliseconds patience);
 
     Step advance();
-    int fd() const { return m_socket.get(); }
-    // An errno: ENOENT also for a socket that another user serves, ENODEV when the supervisor
-    // answers that it has no such screen, EPROTO for an answer that makes no sense.
+    int fd() const { return m_exchange.fd(); }
+    short events() const { return m_exchange.events(); }
+    Cli2Deadline wakeAt() const { return m_exchange.wakeAt(); }
+    // An errno: those of an exchange, ENODEV when the supervisor answers that it has no such
+    // screen, EPROTO for an answer that makes no sense, EMSGSIZE for one with too many descriptors.
     int error() const { return m_error; }
     // The screen, once, after `done`.
     std::optional<ScreenAnswer> take();
 
 private:
-    Step connectNow();
-    Step sendNow();
-    Step receiveNow();
-    Step parse();
-    Step fail(int error);
+    // 0, or an errno.
+    int readScreen();
 
-    std::string m_path;
     unsigned m_index;
-    UniqueFd m_socket;
-    std::string m_request; // what is left to send
-    std::string m_answer;
-    JsonEnd m_end;
-    std::vector<UniqueFd> m_descriptors;
+    Exchange m_exchange;
     std::optional<ScreenAnswer> m_screen;
     int m_error = 0;
 };
