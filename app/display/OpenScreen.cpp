@@ -1,6 +1,7 @@
 #include "app/display/OpenScreen.h"
 
 #include "app/display/TarvWindow.h"
+#include "app/kit/PlainText.h"
 
 #include <QScreen>
 #include <QWindow>
@@ -36,17 +37,17 @@ QString OpenScreen::title() const
         return {};
     if (m_display->totalDisplays() < 2)
         return m_display->name();
-    return tr("%1 (display %2)").arg(m_display->name()).arg(m_display->index());
+    return tr("%1 (display %2)").arg(m_display->name(), QString::number(m_display->index()));
 }
 
 void OpenScreen::showIn(TarvWindow *window)
 {
     m_view = window->displayView();
     m_view->setDisplay(m_display.get());
-    window->setWindowTitle(title());
+    window->setWindowTitle(PlainText::forTitle(title()));
     connect(m_view, &TarvDisplayView::pointerGrabChanged, this, [this, window](bool grabbed) {
-        window->setWindowTitle(grabbed ? tr("%1 - Control and Alt release the pointer").arg(title())
-                                       : title());
+        window->setWindowTitle(PlainText::forTitle(
+            grabbed ? tr("%1 - Control and Alt release the pointer").arg(title()) : title()));
     });
     if (!hasPicture())
         return;

@@ -1,9 +1,11 @@
 #include "app/kit/Alert.h"
 
+#include "app/kit/PlainText.h"
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
 
 #include <QCoreApplication>
+#include <QLabel>
 #include <QPointer>
 #include <QPushButton>
 
@@ -44,10 +46,12 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
         box->setIconPixmap(pixmap);
     // Not a window that keeps the application: its end is not that of the last one.
     box->setAttribute(Qt::WA_QuitOnClose, false);
-    // Names of VMs come from files: never taken for markup.
     box->setTextFormat(Qt::PlainText);
-    box->setText(m_message);
-    box->setInformativeText(m_informativeText);
+    box->setText(PlainText::breakable(m_message));
+    box->setInformativeText(PlainText::breakable(m_informativeText));
+    for (QLabel *label : box->findChildren<QLabel *>())
+        if (label->pixmap().isNull())
+            label->setTextFormat(Qt::PlainText); // the format of the box is the message's alone
     const QString cancel = QCoreApplication::translate("Alert", "Cancel");
     QStringList titles = m_buttons;
     if (titles.isEmpty())

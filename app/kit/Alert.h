@@ -9,7 +9,8 @@
 
 // Built, then shown once: as a sheet on a window or modally. The result is ALERT_FIRST_BUTTON for
 // the first button, one more for each further one. The first button is the default; a button named
-// "Cancel" (or the only one) answers to Escape. Without buttons there is one, "OK".
+// "Cancel" (or the only one) answers to Escape. Without buttons there is one, "OK". The texts are
+// shown as they stand, never as markup: names of VMs and messages of other programs are in them.
 class Alert
 {
 public:

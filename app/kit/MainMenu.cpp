@@ -1,5 +1,6 @@
 #include "app/kit/MainMenu.h"
 
+#include "app/kit/PlainText.h"
 #include "app/kit/Responder.h"
 #include "app/kit/WindowController.h"
 
@@ -205,7 +206,7 @@ void MainMenu::listWindows()
         if (!controller || !window->isVisible() ||
             window->property(excludedFromWindowsProperty).toBool())
             continue;
-        QAction *item = m_windowsMenu->addAction(window->windowTitle());
+        QAction *item = m_windowsMenu->addAction(PlainText::forMenu(PlainText::ofTitle(window)));
         item->setProperty("listedWindow", true);
         item->setCheckable(true);
         item->setChecked(window == m_window);

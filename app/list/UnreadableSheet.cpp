@@ -1,5 +1,6 @@
 #include "app/list/UnreadableSheet.h"
 
+#include "app/kit/PlainText.h"
 #include "app/list/VirtualMachineDelegate.h"
 #include "ui_UnreadableSheet.h"
 
@@ -14,8 +15,8 @@ UnreadableSheet::UnreadableSheet(const QMap<QString, QString> &problems, QWidget
         item->setSizeHint(
             0, QSize(fontMetrics().horizontalAdvance(id) + 2 * VirtualMachineDelegate::margin,
                      VirtualMachineDelegate::rowHeight(this)));
-        item->setToolTip(0, id);
-        item->setToolTip(1, reason);
+        item->setToolTip(0, PlainText::forToolTip(id));
+        item->setToolTip(1, PlainText::forToolTip(reason));
     }
     m_ui->problems->resizeColumnToContents(0);
     connect(m_ui->buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -111,7 +111,7 @@ void VirtualMachineDelegate::paint(QPainter *painter, const QStyleOptionViewItem
         cell.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text));
     painter->setFont(cell.font);
     painter->drawText(
-        text, Qt::AlignLeft | Qt::AlignVCenter,
+        text, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
         QFontMetrics(cell.font).elidedText(cell.text, cell.textElideMode, text.width()));
     painter->restore();
     if (!selected && isKeyboardRow(cell.widget, index))

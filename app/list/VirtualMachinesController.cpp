@@ -1,5 +1,6 @@
 #include "app/list/VirtualMachinesController.h"
 
+#include "app/kit/PlainText.h"
 #include "app/model/TarvVM.h"
 
 #include <QCoreApplication>
@@ -161,7 +162,7 @@ QString VirtualMachinesController::text(const Row &row, int column) const
     case NameColumn:
         return row.vm->name().isEmpty() ? row.vm->uuid() : row.vm->name();
     case VersionColumn:
-        return row.vm->version().trimmed(); // a label read from a file ends with its line end
+        return row.vm->shownVersion();
     default:
         return localisedStatus(shownStatus(row));
     }
@@ -178,7 +179,8 @@ QVariant VirtualMachinesController::data(const QModelIndex &index, int role) con
     case Qt::EditRole:
         return index.column() == NameColumn ? row.vm->name() : QVariant();
     case Qt::ToolTipRole:
-        return index.column() == NameColumn ? row.vm->displayName().trimmed() : QVariant();
+        return index.column() == NameColumn ? PlainText::forToolTip(row.vm->displayName())
+                                            : QVariant();
     case Qt::DecorationRole:
         return index.column() == StatusColumn && row.vm->policyEnabled()
                    ? row.vm->displayIconFor(shownStatus(row))

@@ -150,7 +150,7 @@ void TarvVM::setStatus(const QString &status)
 
 QString TarvVM::displayName() const
 {
-    return m_version.isNull() ? m_name : u"%1 (%2)"_s.arg(m_name, m_version);
+    return m_version.isNull() ? m_name : u"%1 (%2)"_s.arg(m_name, shownVersion());
 }
 
 QString TarvVM::displayStatus() const

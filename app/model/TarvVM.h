@@ -41,6 +41,8 @@ public:
     // The version label as stored, a line end included; null when there is none.
     const QString &version() const { return m_version; }
     void setVersion(const QString &version);
+    // The same on one line, for people.
+    QString shownVersion() const { return m_version.simplified(); }
     bool policyEnabled() const { return m_policyEnabled; }
     void setPolicyEnabled(bool enabled);
 
@@ -50,7 +52,7 @@ public:
     // Sets the stored status: the one of a VM that neither runs nor failed. Null: none.
     void setStatus(const QString &status);
 
-    // "name (version)", or the name alone.
+    // "name (version)", or the name alone; on one line as far as the version goes.
     QString displayName() const;
     // The status as a title. Blocks as `status` does.
     QString displayStatus() const;
