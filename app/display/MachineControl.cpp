@@ -5,8 +5,8 @@
 #include "app/kit/Alert.h"
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
+#include "app/model/ControllerRun.h"
 #include "app/model/LongCommand.h"
-#include "app/model/TarvCTL.h"
 
 MachineControl::MachineControl(WindowController *window, const OpenScreen &screen)
     : m_window(window), m_screen(screen)
@@ -22,9 +22,12 @@ void MachineControl::controlVirtualMachineUsingCommand(const QString &command,
                                                        const QString &description,
                                                        const QStringList &options)
 {
-    if (canAct())
-        runLongCommand(*m_window, QStringList{command, m_screen.display()->uuid()} + options,
-                       description);
+    if (!canAct())
+        return;
+    const QString vmid = m_screen.display()->uuid();
+    const QStringList arguments = QStringList{command, vmid} + options;
+    if (!ControllerRun::isUnderWay(commandKind(arguments), vmid))
+        runLongCommand(*m_window, {arguments, description});
 }
 
 void MachineControl::stop()
@@ -55,8 +58,9 @@ void MachineControl::deleteMachine()
     Alert alert(tr("Are you sure you want to delete the VM?"));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));
     alert.beginSheet(m_window->window(), [id = m_screen.display()->uuid()](int result) {
-        if (result == ALERT_FIRST_BUTTON)
-            TarvCTL::executeCommand({QStringLiteral("delete"), QStringLiteral("--yes"), id});
+        const QString kind = QStringLiteral("delete");
+        if (result == ALERT_FIRST_BUTTON && !ControllerRun::isUnderWay(kind, id))
+            TarvCTL::executeCommand({kind, QStringLiteral("--yes"), id});
     });
 }
 

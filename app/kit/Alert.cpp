@@ -86,6 +86,18 @@ int Alert::runModal()
     return result;
 }
 
+QMessageBox *Alert::begin(std::function<void(int)> handler)
+{
+    QMessageBox *box = makeBox(nullptr);
+    box->setWindowModality(Qt::ApplicationModal);
+    QObject::connect(box, &QDialog::finished, box, [box, handler = std::move(handler)](int) {
+        box->deleteLater();
+        handler(resultOf(box));
+    });
+    box->show();
+    return box;
+}
+
 QMessageBox *Alert::beginSheet(QWidget *window, std::function<void(int)> handler)
 {
     QMessageBox *box = makeBox(window);

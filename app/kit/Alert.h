@@ -22,6 +22,9 @@ public:
 
     // Runs a loop of its own until a button is pressed.
     int runModal();
+    // Shows it by itself, in front of all windows, and returns at once with the box, which deletes
+    // itself.
+    QMessageBox *begin(std::function<void(int result)> handler);
     // Shows it on a window and returns at once with the box, which deletes itself. A window that
     // closes answers with SHEET_STOP.
     QMessageBox *beginSheet(QWidget *window, std::function<void(int result)> handler = {});

@@ -128,6 +128,7 @@ MainMenu::MainMenu(QWidget *window) : QMenuBar(window), m_window(window)
             action->setProperty(identifierProperty, QString::fromLatin1(item.identifier));
             action->setShortcut(QKeySequence(QString::fromLatin1(item.shortcut)));
             action->setMenuRole(QAction::NoRole);
+            action->setAutoRepeat(false); // a shortcut that is held is one command
             connect(action, &QAction::triggered, this,
                     [this, action] { Responder::perform(m_window, action); });
         }

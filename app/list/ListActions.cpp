@@ -7,8 +7,8 @@
 #include "app/list/ListContents.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
+#include "app/model/ControllerRun.h"
 #include "app/model/LongCommand.h"
-#include "app/model/TarvCTL.h"
 #include "app/model/TarvVM.h"
 #include "hostlib/vm/addons.h"
 #include "hostlib/vm/owners.h"
@@ -109,45 +109,81 @@ void ListActions::startByAddons(const QString &vmid)
         });
 }
 
+QStringList ListActions::freeFor(const QString &kind, const QStringList &vmids)
+{
+    QStringList result;
+    for (const QString &vmid : vmids)
+        if (!ControllerRun::isUnderWay(kind, vmid))
+            result.append(vmid);
+    return result;
+}
+
 void ListActions::run(ListCommand command)
 {
-    if (std::exchange(m_preparing, true))
+    const Request request{command, selectedIdentifiers()};
+    if (m_requests.contains(request))
+        return; // asked for twice before it began
+    m_requests.append(request);
+    prepareNext();
+}
+
+void ListActions::prepareNext()
+{
+    if (m_busy || m_requests.isEmpty())
         return;
-    const QStringList vmids = selectedIdentifiers();
-    m_contents->gatherStatuses(vmids, [this, vmids, command](const QSet<QString> &) {
-        m_preparing = false;
-        const VirtualMachinesController *machines = m_contents->machines();
-        QStringList taken;
-        for (const QString &vmid : vmids)
-            if (takesVM(command, machines->shownStatus(machines->find(vmid))))
-                taken.append(vmid);
-        const ListCommandForm form = listCommandForm(command);
-        runUnderSheet(form.command, form.title, taken, form.options);
+    m_busy = true;
+    const Request request = m_requests.first();
+    m_contents->gatherStatuses(request.vmids, [this, request](const QSet<QString> &) {
+        m_requests.removeOne(request);
+        runPrepared(request);
     });
+}
+
+void ListActions::runPrepared(const Request &request)
+{
+    const VirtualMachinesController *machines = m_contents->machines();
+    QStringList taken;
+    for (const QString &vmid : request.vmids)
+        if (takesVM(request.command, machines->shownStatus(machines->find(vmid))))
+            taken.append(vmid);
+    const ListCommandForm form = listCommandForm(request.command);
+    const QString kind = commandKind(QStringList(form.command) + form.options);
+    runUnderSheet(form.command, form.title, freeFor(kind, taken), form.options);
 }
 
 void ListActions::runUnderSheet(const QString &command, const QString &description,
                                 const QStringList &virtualMachines, const QStringList &options)
 {
+    const auto goOn = [self = QPointer(this)] {
+        if (!self)
+            return;
+        self->m_busy = false;
+        self->prepareNext();
+    };
     if (virtualMachines.isEmpty())
-        return;
-    runLongCommand(*m_window, longCommandArguments(command, options, virtualMachines), description,
-                   [contents = QPointer(m_contents)] {
-                       if (contents)
-                           contents->reload();
-                   });
+        return goOn();
+    m_busy = true;
+    LongCommand run{longCommandArguments(command, options, virtualMachines), description};
+    run.succeeded = [contents = QPointer(m_contents)] {
+        if (contents)
+            contents->reload();
+    };
+    run.sheetDidEnd = goOn;
+    runLongCommand(*m_window, std::move(run));
 }
 
 void ListActions::copyRow()
 {
-    if (const TarvVM *vm = vmOfRow())
+    const TarvVM *vm = vmOfRow();
+    if (vm && !ControllerRun::isUnderWay(u"clone"_s, vm->uuid()))
         runUnderSheet(u"clone"_s, copyTitle(), {vm->uuid(), uniqueNameFor(vm->name())},
                       {u"--copy"_s});
 }
 
 void ListActions::cloneRow()
 {
-    if (const TarvVM *vm = vmOfRow())
+    const TarvVM *vm = vmOfRow();
+    if (vm && !ControllerRun::isUnderWay(u"clone"_s, vm->uuid()))
         TarvCTL::executeCommand({u"clone"_s, vm->uuid(), uniqueNameFor(vm->name())});
 }
 
@@ -158,22 +194,25 @@ void ListActions::renameRow()
 
 void ListActions::deleteSelected()
 {
-    const QStringList arguments = deleteArguments(selectedIdentifiers());
-    if (arguments.isEmpty())
+    const QStringList vmids = selectedIdentifiers();
+    if (vmids.isEmpty())
         return;
     QStringList names;
     for (const TarvVM *vm : selected())
         names.append(vm->name().isEmpty() ? vm->uuid() : vm->name()); // as its row says
     Alert alert(deleteQuestion(names));
     alert.addButton(tr("Delete")).addButton(tr("Cancel"));
-    alert.beginSheet(m_window->window(), [this, arguments](int result) {
+    alert.beginSheet(m_window->window(), [this, vmids](int result) {
         if (result == ALERT_FIRST_BUTTON)
-            runDelete(arguments);
+            runDelete(vmids);
     });
 }
 
-void ListActions::runDelete(const QStringList &arguments)
+void ListActions::runDelete(const QStringList &vmids)
 {
+    const QStringList arguments = deleteArguments(freeFor(u"delete"_s, vmids));
+    if (arguments.isEmpty())
+        return;
     TarvCTL::executeCommand(
         arguments, std::nullopt,
         [contents = QPointer(m_contents)](const QJsonValue &, const auto &error) {

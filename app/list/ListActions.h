@@ -48,14 +48,29 @@ public:
                        const QStringList &virtualMachines, const QStringList &options);
 
 private:
+    // A command that was asked for, on the VMs that were selected then.
+    struct Request
+    {
+        ListCommand command;
+        QStringList vmids;
+        bool operator==(const Request &) const = default;
+    };
+
     TarvVM *vmOfRow() const; // null without a selected row
     QStringList selectedIdentifiers() const;
+    // Of these, the VMs that such a command is not under way for.
+    static QStringList freeFor(const QString &kind, const QStringList &vmids);
     void startByAddons(const QString &vmid);
-    void runDelete(const QStringList &arguments);
+    void prepareNext();
+    void runPrepared(const Request &request);
+    void runDelete(const QStringList &vmids);
 
     WindowController *m_window;
     VirtualMachinesTable *m_table;
     ListContents *m_contents;
     QSet<QString> m_starting; // double-clicked, add-ons version being read
-    bool m_preparing = false; // a command waits for the statuses of its VMs
+    // Commands under a sheet come one after the other: while one waits for the statuses of its VMs
+    // or shows its sheet, further ones wait.
+    QList<Request> m_requests;
+    bool m_busy = false;
 };

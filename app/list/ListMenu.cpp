@@ -14,7 +14,7 @@ struct MenuItem
     const char *key = ""; // of the table, told beside the title
 };
 constexpr MenuItem MENU_ITEMS[] = {
-    {QT_TRANSLATE_NOOP("ListMenu", "Start"), "openDocument:", "Return"},
+    {QT_TRANSLATE_NOOP("ListMenu", "Start"), "openDocument:"},
     {QT_TRANSLATE_NOOP("ListMenu", "Force Start"), "forceStartVirtualMachine:"},
     {QT_TRANSLATE_NOOP("ListMenu", "Start in Recovery"), "recoverVirtualMachine:"},
     {nullptr, nullptr},

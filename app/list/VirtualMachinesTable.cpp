@@ -35,6 +35,21 @@ protected:
     }
 };
 
+bool isCommandKey(int key)
+{
+    switch (key) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+    case Qt::Key_Delete:
+    case Qt::Key_Backspace:
+    case Qt::Key_Escape:
+    case Qt::Key_F2:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 VirtualMachinesTable::VirtualMachinesTable(QWidget *parent) : QTableView(parent)
@@ -112,6 +127,8 @@ void VirtualMachinesTable::keyPressEvent(QKeyEvent *event)
         // The editor leaves the Return that ends it to its parents.
         return QTableView::keyPressEvent(event);
     }
+    if (event->isAutoRepeat() && isCommandKey(event->key()))
+        return; // a key that is held is one command
     switch (event->key()) {
     case Qt::Key_Return:
     case Qt::Key_Enter:

@@ -56,6 +56,13 @@ ControllerLaunch controllerLaunch(const QStringList &arguments,
     return launch;
 }
 
+QString commandKind(const QStringList &arguments)
+{
+    const QString force = QStringLiteral("--force");
+    const QString command = arguments.value(0);
+    return arguments.contains(force) ? command + QLatin1Char(' ') + force : command;
+}
+
 pid_t spawnController(const ControllerLaunch &launch, int output)
 {
     const std::string program = launch.program.toLocal8Bit().toStdString();

@@ -23,5 +23,9 @@ struct ControllerLaunch
 ControllerLaunch controllerLaunch(const QStringList &arguments,
                                   const std::optional<QMap<QString, QString>> &environment);
 
+// What a command does, whatever its options: its first word, and whether it uses force, since that
+// is another thing than to ask.
+QString commandKind(const QStringList &arguments);
+
 // Starts the child with its standard output on a descriptor. Its pid, or -1 with errno set.
 pid_t spawnController(const ControllerLaunch &launch, int output);

@@ -1,11 +1,13 @@
 #include "app/model/ControllerRun.h"
 
+#include "app/kit/NotificationCenter.h"
 #include "platform/watch.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QObject>
 
+#include <algorithm>
 #include <mutex>
 #include <set>
 #include <system_error>
@@ -88,6 +90,7 @@ std::shared_ptr<ControllerRun> ControllerRun::launch(const ControllerLaunch &lau
     UniqueFd input(ends[1]);
     std::shared_ptr<ControllerRun> run(new ControllerRun);
     run->m_ended = std::move(ended);
+    run->m_arguments = launch.arguments;
     run->m_pid = spawnController(launch, input.get());
     if (run->m_pid < 0)
         return nullptr;
@@ -107,6 +110,21 @@ std::shared_ptr<ControllerRun> ControllerRun::launch(const ControllerLaunch &lau
     return run;
 }
 
+size_t ControllerRun::underWay()
+{
+    const std::lock_guard lock(followed().mutex);
+    return followed().runs.size();
+}
+
+bool ControllerRun::isUnderWay(const QString &kind, const QString &vmid)
+{
+    const std::lock_guard lock(followed().mutex);
+    return std::any_of(followed().runs.begin(), followed().runs.end(), [&](const auto &run) {
+        return commandKind(run->m_arguments) == kind &&
+               run->m_arguments.contains(vmid, Qt::CaseInsensitive);
+    });
+}
+
 void ControllerRun::follow(const std::shared_ptr<ControllerRun> &run, UniqueFd output,
                            const Reader &reader)
 {
@@ -124,6 +142,7 @@ void ControllerRun::follow(const std::shared_ptr<ControllerRun> &run, UniqueFd o
             removeFollowed(run);
             if (const Ended ended = std::exchange(run->m_ended, nullptr))
                 ended();
+            NotificationCenter::defaultCenter().post(CONTROLLER_RUN_DID_END);
         },
         Qt::QueuedConnection);
 }

@@ -5,19 +5,25 @@
 // still follows. Whoever launched it holds a share, with which it can signal the child, and forgets
 // it when the end is of no interest any more; the share may be dropped at any time.
 //
-// When the application object goes, ends are delivered no more: a child that still runs then runs
-// on by itself, with nobody at the other end of its output.
+// A quit waits for the runs under way, or leaves them to themselves if the user prefers that (see
+// app/shell/Termination.h). When the application object goes, ends are delivered no more: a child
+// that still runs then runs on by itself, with nobody at the other end of its output.
 #pragma once
 
 #include "app/model/ControllerLaunch.h"
 #include "platform/unique_fd.h"
 
 #include <QByteArray>
+#include <QString>
+#include <QStringList>
 
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <sys/types.h>
+
+// Posted on the main thread after each end, once whoever followed the run has been told of it.
+inline const QString CONTROLLER_RUN_DID_END = QStringLiteral("ControllerRunDidEnd");
 
 // Used on the main thread.
 class ControllerRun
@@ -30,6 +36,12 @@ public:
     // Null with errno set when the program can't be started.
     static std::shared_ptr<ControllerRun> launch(const ControllerLaunch &launch, Reader reader,
                                                  Ended ended);
+
+    // How many runs have not been delivered their end.
+    static size_t underWay();
+    // Whether one of them carries out such a command (see commandKind) on a VM. A key that is held
+    // or a second click must not give a VM the same command twice.
+    static bool isUnderWay(const QString &kind, const QString &vmid);
 
     pid_t pid() const { return m_pid; }
     bool isRunning() const { return m_running; }
@@ -47,6 +59,7 @@ private:
     QByteArray readOutput(int output) const;
     void reap();
 
+    QStringList m_arguments;
     pid_t m_pid = -1;
     UniqueFd m_watch; // readable once the child has ended; names the process that pid once was
     // Written by the run's thread. The status is there before the run counts as ended.

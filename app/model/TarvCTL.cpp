@@ -117,6 +117,8 @@ void TarvCTL::fail(const TarvError &error, const CompletionHandler &handler)
         if (self)
             self->release();
     };
+    if (m_present && m_present(error))
+        return dismissed();
     Alert alert(error.description);
     alert.setCritical();
     QWidget *keyWindow = WindowController::keyWindow();
@@ -177,13 +179,14 @@ int32_t TarvCTL::exitStatus() const
     return m_run ? m_run->exitStatus() : 0;
 }
 
-void TarvCTL::executeCommand(const QStringList &arguments,
-                             const std::optional<Environment> &environment,
-                             CompletionHandler handler)
+TarvCTL *TarvCTL::executeCommand(const QStringList &arguments,
+                                 const std::optional<Environment> &environment,
+                                 CompletionHandler handler)
 {
     auto *runner = new TarvCTL;
     runner->m_ownsItself = true;
     runner->execute(arguments, environment, std::move(handler));
+    return runner;
 }
 
 bool TarvCTL::isEulaAccepted()

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <sys/types.h>
+#include <utility>
 
 class ControllerRun;
 
@@ -28,7 +29,8 @@ struct TarvError
 };
 
 // Made, used and destroyed on the main thread. A runner that is destroyed while its command runs
-// kills it; one made by a class operation lives until its command has ended.
+// kills it; one made by a class operation lives until its command has ended, whatever window asked
+// for it, and is not destroyed when the application ends: its command then runs on by itself.
 class TarvCTL : public QObject
 {
     Q_OBJECT
@@ -66,10 +68,14 @@ public:
     int standardError() const { return m_standardError; }
     void setStandardError(int fd) { m_standardError = fd; }
 
-    // The same with a runner that lives until its command has ended.
-    static void executeCommand(const QStringList &arguments,
-                               const std::optional<Environment> &environment = std::nullopt,
-                               CompletionHandler handler = {});
+    // Who shows a failure instead of the alert; false leaves it to the alert.
+    using FailurePresenter = std::function<bool(const TarvError &error)>;
+    void setFailurePresenter(FailurePresenter presenter) { m_present = std::move(presenter); }
+
+    // The same with a runner that lives until its command has ended or was detached.
+    static TarvCTL *executeCommand(const QStringList &arguments,
+                                   const std::optional<Environment> &environment = std::nullopt,
+                                   CompletionHandler handler = {});
 
     // Whether the agreement has been accepted for this computer.
     static bool isEulaAccepted();
@@ -80,6 +86,7 @@ private:
     bool m_silent = false;
     bool m_ownsItself = false;
     int m_standardError = -1;
+    FailurePresenter m_present;
 
     void ended(const QJsonObject &answer, const QString &command, const CompletionHandler &handler);
     void failToLaunch(const QString &reason, int error, const CompletionHandler &handler);

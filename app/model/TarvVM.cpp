@@ -1,6 +1,7 @@
 #include "app/model/TarvVM.h"
 
 #include "app/kit/BackgroundWork.h"
+#include "app/model/ControllerRun.h"
 #include "app/model/ListIcons.h"
 #include "app/model/TarvCTL.h"
 #include "app/model/statusWord.h"
@@ -47,8 +48,12 @@ TarvVM::DisplayOpener &displayOpener()
 
 void runController(const QString &vmid, StartMode mode)
 {
+    const QString command = u"start"_s;
+    // A VM that is being started or deleted is not started (again).
+    if (ControllerRun::isUnderWay(command, vmid) || ControllerRun::isUnderWay(u"delete"_s, vmid))
+        return;
     const QString option = QString::fromLatin1(start_mode_flags(mode));
-    TarvCTL::executeCommand({u"start"_s, option, vmid}, std::nullopt,
+    TarvCTL::executeCommand({command, option, vmid}, std::nullopt,
                             [](const QJsonValue &, const auto &) {});
 }
 

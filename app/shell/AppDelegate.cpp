@@ -35,7 +35,10 @@ QString identifierOf(const QVariant &object)
 } // namespace
 
 AppDelegate::AppDelegate(AppParts parts, QObject *parent)
-    : QObject(parent), m_parts(std::move(parts)), m_displays(m_parts), m_termination(m_parts)
+    : QObject(parent),
+      m_parts(std::move(parts)),
+      m_displays(m_parts),
+      m_termination(m_parts, [this] { return !m_displays.isIdle(); })
 {
 }
 
@@ -159,7 +162,7 @@ void AppDelegate::virtualMachineDidStop(const Notification &notification)
     const QString id = identifierOf(notification.object);
     if (!id.isNull())
         m_parts.setVMStatus(id, notification.userInfo.contains(QStringLiteral("Error")) ? 1 : 0);
-    m_termination.virtualMachineDidStop();
+    m_termination.somethingDidEnd();
 }
 
 void AppDelegate::applicationOpenFile(const QString &name, std::function<void(bool)> answer)
@@ -242,6 +245,11 @@ bool AppDelegate::applicationOpenUntitledFile()
 bool AppDelegate::applicationShouldTerminateAfterLastWindowClosed() const
 {
     return m_parts.runningVMs() == 0;
+}
+
+void AppDelegate::lastWindowDidClose()
+{
+    m_termination.lastWindowDidClose();
 }
 
 bool AppDelegate::applicationShouldTerminate()

@@ -38,6 +38,8 @@ public:
 
     bool applicationShouldTerminate();
     bool applicationShouldTerminateAfterLastWindowClosed() const;
+    // Ends the application, or lets it end once nothing is under way any more.
+    void lastWindowDidClose();
     bool applicationShouldOpenUntitledFile() const;
     bool applicationOpenUntitledFile();
     bool applicationSupportsSecureRestorableState() const { return true; }

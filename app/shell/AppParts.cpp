@@ -10,11 +10,14 @@
 #include "hostlib/vm/owners.h"
 #include "tarvhv/tarvhv.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
+#include <QFile>
 
 namespace {
 
 // Ahead of every refresh of the list.
+constexpr int START_PRIORITY = 10;
 constexpr int STATE_PRIORITY = 20;
 
 void removeState(const QString &id)
@@ -27,9 +30,25 @@ void removeState(const QString &id)
         vm_remove_state(record.get());
 }
 
+// The identifier as the library spells it. One that comes in other letters from outside is the same
+// VM, which must not be started a second time under another name.
+QString spelledByLibrary(const QString &id)
+{
+    const VmlibOwner library(vmlib_open(nullptr));
+    while (const char *each = library ? vmlib_next(library.get()) : nullptr)
+        if (const QString known = QFile::decodeName(each);
+            known.compare(id, Qt::CaseInsensitive) == 0)
+            return known;
+    return id;
+}
+
+// Reads the library first: not on the main thread.
 void startVM(const QString &id, int options)
 {
-    TarvVM(id).start(options);
+    const auto find = [id, options]() -> BackgroundWork::Continuation {
+        return [known = spelledByLibrary(id), options] { TarvVM(known).start(options); };
+    };
+    BackgroundWork::shared().run(BackgroundWork::Lane::records, find, START_PRIORITY);
 }
 
 } // namespace
@@ -61,5 +80,6 @@ AppParts applicationParts()
         config_set_path("addons_image", path.toLocal8Bit().constData());
     };
     parts.openInBrowser = [](const QUrl &url) { return QDesktopServices::openUrl(url); };
+    parts.exit = [] { QCoreApplication::exit(0); };
     return parts;
 }

@@ -31,6 +31,7 @@ struct AppParts
     std::function<void(const QString &id, int status)> setVMStatus; // of its last end
     std::function<void(const QString &path)> setAddonsImage;
     std::function<bool(const QUrl &url)> openInBrowser;
+    std::function<void()> exit; // ends the event loop
 };
 
 // The real parts of the application, put together.

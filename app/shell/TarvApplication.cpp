@@ -54,6 +54,13 @@ bool isModified(const QKeyEvent *event)
     return event->modifiers() != Qt::NoModifier || isModifierKey(event->key());
 }
 
+// Keys that press a button. Held down, they would go on to answer the next question, or start what
+// the focus comes to next.
+bool isAnswerKey(int key)
+{
+    return key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Escape;
+}
+
 } // namespace
 
 TarvApplication::TarvApplication(int &argc, char **argv) : QApplication(argc, argv)
@@ -71,10 +78,7 @@ void TarvApplication::setDelegate(AppDelegate *delegate)
 {
     m_delegate = delegate;
     Responder::setApplicationDelegate(delegate);
-    connect(this, &QGuiApplication::lastWindowClosed, delegate, [delegate] {
-        if (delegate->applicationShouldTerminateAfterLastWindowClosed())
-            delegate->terminate(nullptr);
-    });
+    connect(this, &QGuiApplication::lastWindowClosed, delegate, &AppDelegate::lastWindowDidClose);
 }
 
 bool TarvApplication::notify(QObject *receiver, QEvent *event)
@@ -85,8 +89,14 @@ bool TarvApplication::notify(QObject *receiver, QEvent *event)
     // Key events come to the window first, which then gives them to its focus widget.
     auto *window = qobject_cast<QWindow *>(receiver);
     auto *key = static_cast<QKeyEvent *>(event);
-    QWidget *display = window && isModified(key) ? displayWindowOf(window) : nullptr;
-    if (!display || WindowController::attachedSheet(display))
+    QWidget *display = window ? displayWindowOf(window) : nullptr;
+    if (display && WindowController::attachedSheet(display))
+        display = nullptr;
+    if (!display && window && key->isAutoRepeat() && isAnswerKey(key->key())) {
+        event->accept();
+        return true;
+    }
+    if (!display || !isModified(key))
         return QApplication::notify(receiver, event);
     if (type == QEvent::ShortcutOverride) {
         event->accept();

@@ -18,8 +18,9 @@ public:
     // Who decides about quitting, and has the application's actions.
     void setDelegate(AppDelegate *delegate);
 
-    // A key with modifiers on a display window without a sheet does not reach shortcuts: it goes to
-    // the window. Paste is performed before it and Copy 200 ms after it, on press and release.
+    // Return and Escape count once however long they are held, but for the guest. A key with
+    // modifiers on a display window without a sheet does not reach shortcuts: it goes to the
+    // window. Paste is performed before it and Copy 200 ms after it, on press and release.
     bool notify(QObject *receiver, QEvent *event) override;
 
 protected:

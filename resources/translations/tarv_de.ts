@@ -557,6 +557,21 @@
         <source>Quit Tarv</source>
         <translation>Tarv beenden</translation>
     </message>
+    <message numerus="yes">
+        <source>Tarv quits when %n command(s) have finished.</source>
+        <translation>
+            <numerusform>Tarv wird beendet, sobald %n Befehl fertig ist.</numerusform>
+            <numerusform>Tarv wird beendet, sobald %n Befehle fertig sind.</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>A command that is left to itself runs on.</source>
+        <translation>Ein Befehl, der sich selbst überlassen wird, läuft weiter.</translation>
+    </message>
+    <message>
+        <source>Quit Now</source>
+        <translation>Sofort beenden</translation>
+    </message>
 </context>
 <context>
     <name>UnreadableSheet</name>

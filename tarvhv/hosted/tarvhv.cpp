@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <vector>
 
+#include <strings.h>
+
 const char *const TarvVMDidStartNotification = "com.quelda.tarvhv.notification.start";
 const char *const TarvVMDidStopNotification = "com.quelda.tarvhv.notification.stop";
 
@@ -81,7 +83,7 @@ int TarvHVStartVM(const char *id, int32_t options)
     }
     Hosted &all = hosted();
     if (std::any_of(all.machines.begin(), all.machines.end(),
-                    [id](const auto &each) { return each->id() == id; })) {
+                    [id](const auto &each) { return strcasecmp(each->id().c_str(), id) == 0; })) {
         errno = EALREADY;
         return -1;
     }

@@ -1,4 +1,5 @@
 #include "app/kit/NotificationCenter.h"
+#include "app/kit/PlainText.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/model/TarvVM.h"
 #include "app/shell/ServiceNotifications.h"
@@ -95,6 +96,21 @@ TEST_F(Reload, leavesUnreadableVMsOutAndSaysWhy)
     reload();
     EXPECT_EQ(names(), QStringList({u"good"_s, u"mended"_s}));
     EXPECT_TRUE(line->isHidden());
+}
+
+TEST_F(Reload, namesAndVersionsAreShownAsTheyStand)
+{
+    const QString id = addVM(u"<img src='/fifo'>"_s);
+    writeVM(id, "localversion", "12.4\n");
+    open();
+    const auto *list = m_controller->virtualMachinesController();
+    const auto text = [&](int column, int role) {
+        return list->index(row(id), column).data(role).toString();
+    };
+    const QString name = u"<img src='/fifo'> (12.4)"_s;
+    EXPECT_EQ(text(VirtualMachinesController::NameColumn, Qt::ToolTipRole),
+              PlainText::forToolTip(name));
+    EXPECT_EQ(text(VirtualMachinesController::VersionColumn, Qt::DisplayRole), u"12.4"_s);
 }
 
 TEST_F(Reload, aLockedConfigurationHidesNoOtherVM)

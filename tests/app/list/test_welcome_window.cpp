@@ -1,8 +1,10 @@
 #include "app/kit/MainMenu.h"
+#include "app/kit/NotificationCenter.h"
 #include "app/kit/Responder.h"
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/list/WelcomeWindowCloseButton.h"
+#include "app/model/ControllerRun.h"
 #include "app/model/TarvVM.h"
 #include "app/progress/LongRunningOperationWindowController.h"
 #include "app/progress/ProgressIndicator.h"
@@ -107,6 +109,83 @@ TEST_F(WelcomeWindowTest, keysActOnTheSelection)
     EXPECT_EQ(table()->selectedRows(), QList<int>({2}));
     QTest::keyClick(table(), Qt::Key_Home, Qt::ShiftModifier);
     EXPECT_EQ(table()->selectedRows(), QList<int>({0, 1, 2}));
+}
+
+TEST_F(WelcomeWindowTest, aKeyThatIsHeldIsOneCommand)
+{
+    int opened = 0;
+    TarvVM::setDisplayOpener([&](const QString &, int) { opened++; });
+    const auto press = [this](int key, bool again) {
+        QKeyEvent event(QEvent::KeyPress, key, {}, {}, again);
+        QApplication::sendEvent(table(), &event);
+    };
+    table()->setFocus();
+    select({m_running, m_suspended}); // several are opened, each time they are asked for
+    press(Qt::Key_Return, /*again=*/false);
+    for (int i = 0; i < 5; i++)
+        press(Qt::Key_Return, /*again=*/true);
+    ASSERT_TRUE(waitUntil([&] { return opened > 0; }));
+    EXPECT_FALSE(QTest::qWaitFor([&] { return opened > 1; }, 300));
+    for (const int key : {Qt::Key_Delete, Qt::Key_Backspace, Qt::Key_F2, Qt::Key_Escape})
+        press(key, /*again=*/true);
+    EXPECT_FALSE(WindowController::attachedSheet(window()));
+    EXPECT_FALSE(table()->findChild<QLineEdit *>(u"nameEditor"_s));
+    EXPECT_EQ(table()->selectedRows().size(), 2);
+    for (const QAction *item : MainMenu::of(window())->findChildren<QAction *>())
+        EXPECT_TRUE(item->shortcut().isEmpty() || !item->autoRepeat()) << qPrintable(item->text());
+}
+
+TEST_F(WelcomeWindowTest, aVMGetsOneCommandOfAKindAtATime)
+{
+    holdController();
+    const auto start = [this] { TarvVM(m_stopped).start(StartMode::normal, u"stopped"_s); };
+    start();
+    start();
+    EXPECT_EQ(ControllerRun::underWay(), 1u);
+    select({m_suspended});
+    m_controller->cloneVirtualMachine();
+    m_controller->cloneVirtualMachine();
+    m_controller->copyVirtualMachine();
+    EXPECT_EQ(ControllerRun::underWay(), 2u);
+    for (int i = 0; i < 2; i++) {
+        m_controller->delete_();
+        QDialog *question = WindowController::attachedSheet(window());
+        ASSERT_TRUE(question);
+        question->findChild<QPushButton *>(u"alertButton1"_s)->click();
+    }
+    EXPECT_EQ(ControllerRun::underWay(), 3u);
+    TarvVM(m_suspended).start(StartMode::normal, u"suspended"_s);
+    EXPECT_EQ(ControllerRun::underWay(), 3u) << "it is being deleted";
+}
+
+TEST_F(WelcomeWindowTest, aSecondCommandWaitsForTheFirstAndOutlivesItsWindow)
+{
+    holdController();
+    supervise(m_stopped, Supervisor::silent);
+    select({m_running, m_stopped});
+    m_controller->suspendVirtualMachine();
+    m_controller->stopVirtualMachine();
+    m_controller->stopVirtualMachine();
+    m_controller->forceStopVirtualMachine();
+    ASSERT_TRUE(waitForRecorded(1));
+    EXPECT_EQ(window()->findChildren<QDialog *>().size(), 1) << "one sheet at a time";
+    letControllerGo();
+    ASSERT_TRUE(waitForRecorded(3));
+    EXPECT_EQ(recorded(), QStringList({u"suspend "_s + m_running, u"stop "_s + m_running,
+                                       u"stop --force "_s + m_running}));
+    ASSERT_TRUE(waitUntil([] { return ControllerRun::underWay() == 0; }));
+
+    holdController();
+    m_controller->stopVirtualMachine();
+    ASSERT_TRUE(waitForRecorded(4));
+    m_controller.reset();
+    EXPECT_EQ(ControllerRun::underWay(), 1u);
+    int ended = 0;
+    QObject context;
+    NotificationCenter::defaultCenter().addObserver(&context, CONTROLLER_RUN_DID_END,
+                                                    [&](const Notification &) { ended++; });
+    letControllerGo();
+    EXPECT_TRUE(waitUntil([&] { return ended == 1; }));
 }
 
 TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)

@@ -1,6 +1,7 @@
 // What every menu action and model operation runs the controller with, to the byte: the recording
 // controller stands in for it.
 #include "app/display/TarvWindowController.h"
+#include "app/model/ControllerRun.h"
 #include "app/model/TarvVM.h"
 #include "platform/process.h"
 #include "tests/app/fixtures/list_fixture.h"
@@ -101,7 +102,8 @@ TEST_F(CommandLines, areTheStatedOnes)
         actual.sort();
         EXPECT_EQ(actual, environment) << line;
         ASSERT_TRUE(waitUntil([&] {
-            return !WindowController::attachedSheet(m_controller->window()) &&
+            return ControllerRun::underWay() == 0 &&
+                   !WindowController::attachedSheet(m_controller->window()) &&
                    !WindowController::attachedSheet(screen->window());
         })) << line;
     }

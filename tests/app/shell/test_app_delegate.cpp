@@ -1,5 +1,7 @@
 #include "app/kit/MainMenu.h"
 #include "app/kit/NotificationCenter.h"
+#include "app/model/ControllerRun.h"
+#include "app/model/TarvCTL.h"
 #include "app/shell/AppDelegate.h"
 #include "tarvhv/tarvhv.h"
 #include "tests/app/fixtures/shell_fixture.h"
@@ -82,6 +84,7 @@ protected:
         };
         parts.setAddonsImage = [this](const QString &path) { calls << u"addons "_s + path; };
         parts.openInBrowser = [](const QUrl &) { return true; };
+        parts.exit = [this] { calls << u"exit"_s; };
         return parts;
     }
 
@@ -224,4 +227,66 @@ TEST_F(AppDelegateTest, asksBeforeItEndsRunningVMs)
     EXPECT_TRUE(delegate->requestTermination());
     EXPECT_TRUE(delegate->requestTermination()) << "asked once";
     EXPECT_EQ(calls, QStringList{u"end"_s});
+}
+
+TEST_F(AppDelegateTest, endsWithItsLastWindowOnceNothingIsUnderWay)
+{
+    finishLaunching();
+    const auto ends = [this] { return waitUntil([this] { return calls.contains(u"exit"_s); }); };
+    const auto vmEnds = [this] {
+        running = 0;
+        NotificationCenter::defaultCenter().post(QString::fromUtf8(TarvVMDidStopNotification),
+                                                 vmid);
+    };
+    running = 1;
+    vmEnds();
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "no window was there yet";
+    running = 1;
+    delegate->lastWindowDidClose();
+    EXPECT_FALSE(calls.contains(u"exit"_s));
+    delegate->showWelcomeWindow(nullptr);
+    vmEnds();
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "a window is open again";
+    delegate->welcomeController()->close();
+    delegate->lastWindowDidClose();
+    EXPECT_TRUE(ends());
+
+    calls.clear();
+    delegate = std::make_unique<AppDelegate>(parts());
+    holdController();
+    TarvCTL::executeCommand({u"suspend"_s, vmid});
+    delegate->lastWindowDidClose();
+    ASSERT_TRUE(waitUntil([] { return !recordedArguments().isEmpty(); }));
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "a command runs";
+    letControllerGo();
+    EXPECT_TRUE(ends());
+}
+
+TEST_F(AppDelegateTest, aQuitWaitsForCommandsOrLeavesThemToThemselves)
+{
+    holdController();
+    TarvCTL::executeCommand({u"delete"_s, vmid});
+    answerAlert(2);
+    EXPECT_TRUE(delegate->requestTermination());
+    EXPECT_TRUE(delegate->requestTermination()) << "asked once";
+    ASSERT_TRUE(waitUntil([this] { return !alertText.isEmpty(); }));
+    EXPECT_EQ(alertText, u"Tarv quits when 1 command(s) have finished."_s);
+    letControllerGo();
+    ASSERT_TRUE(waitUntil([] { return ControllerRun::underWay() == 0; }));
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "taken back";
+
+    holdController();
+    TarvCTL::executeCommand({u"delete"_s, vmid});
+    EXPECT_TRUE(delegate->requestTermination());
+    letControllerGo();
+    EXPECT_TRUE(waitUntil([this] { return calls.contains(u"exit"_s); })) << "waited for";
+
+    calls.clear();
+    delegate = std::make_unique<AppDelegate>(parts());
+    holdController();
+    TarvCTL::executeCommand({u"delete"_s, vmid});
+    answerAlert(1);
+    EXPECT_TRUE(delegate->requestTermination());
+    EXPECT_TRUE(waitUntil([this] { return calls.contains(u"exit"_s); }));
+    EXPECT_EQ(ControllerRun::underWay(), 1u) << "it runs on";
 }

@@ -1,4 +1,5 @@
 #include "app/display/TarvWindow.h"
+#include "app/kit/Alert.h"
 #include "app/kit/MenuItemForEvent.h"
 #include "app/kit/WindowController.h"
 #include "app/shell/TarvApplication.h"
@@ -110,6 +111,28 @@ TEST_F(KeyboardRoutingTest, otherShortcutsAreTheGuestsUnlessASheetIsUp)
     controller.beginSheet(&sheet, {});
     QTest::keyClick(window, Qt::Key_V, Qt::ControlModifier);
     EXPECT_EQ(seen().count(u"paste"_s), 0);
+}
+
+TEST_F(KeyboardRoutingTest, aHeldReturnAnswersOneQuestionButRepeatsInTheGuest)
+{
+    const auto hold = [](QWindow *receiver) {
+        for (int i = 0; i < 3; i++) {
+            QKeyEvent event(QEvent::KeyPress, Qt::Key_Return, {}, u"\r"_s, /*autorep=*/true);
+            QCoreApplication::sendEvent(receiver, &event);
+        }
+    };
+    hold(window);
+    EXPECT_EQ(seen().count(u"press Return"_s), 3);
+    int answered = 0;
+    QMessageBox *alert =
+        Alert(u"?"_s).addButton(u"Delete"_s).beginSheet(controller.window(), [&](int) {
+            answered++;
+        });
+    ASSERT_TRUE(QTest::qWaitForWindowActive(alert));
+    hold(alert->windowHandle());
+    EXPECT_EQ(answered, 0);
+    QTest::keyClick(alert->windowHandle(), Qt::Key_Return);
+    EXPECT_EQ(answered, 1);
 }
 
 TEST_F(KeyboardRoutingTest, copyComesAfterTheKeyOnPressAndRelease)
