@@ -23,6 +23,8 @@ Owner take_over(kv *value, const kv *tree)
 Owner release(kv *child)
 {
     kv *const parent = child->parent;
+    if (child->key && parent->index)
+        parent->index->erase(*child->key);
     Owner owner = std::move(*child->place);
     parent->children.erase(child->place);
     owner->parent = nullptr;
@@ -33,6 +35,10 @@ kv *find_key(const kv *tree, std::string_view key)
 {
     if (!tree)
         return nullptr;
+    if (tree->index) {
+        const auto found = tree->index->find(key);
+        return found != tree->index->end() ? found->second : nullptr;
+    }
     for (const Owner &child : tree->children)
         if (child->key == key)
             return child.get();
@@ -68,8 +74,28 @@ int put(kv *tree, const char *key, Owner value)
     value->form.key_style = old->form.key_style;
     value->parent = tree;
     value->place = old->place;
-    *old->place = std::move(value);
+    if (tree->index) {
+        tree->index->erase(*old->key);
+        tree->index->emplace(*value->key, value.get());
+    }
+    *value->place = std::move(value);
     return 0;
+}
+
+// A mapping with fewer members is searched as fast without an index.
+constexpr size_t INDEX_FROM = 32;
+
+void add_to_index(kv *tree, kv *child)
+{
+    if (tree->index && child->key)
+        tree->index->emplace(*child->key, child);
+    if (tree->index || tree->children.size() < INDEX_FROM)
+        return;
+    auto index = std::make_unique<std::unordered_map<std::string_view, kv *>>();
+    for (const Owner &each : tree->children)
+        if (each->key)
+            index->emplace(*each->key, each.get());
+    tree->index = std::move(index);
 }
 
 kv *invalid()
@@ -85,6 +111,8 @@ kv *kv_adopt(kv *tree, kv::Owner node)
     tree->children.push_back(std::move(node));
     child->parent = tree;
     child->place = std::prev(tree->children.end());
+    if (tree->type == KV_MAP)
+        add_to_index(tree, child);
     return child;
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 // How a node was written in the document it was loaded from. The styles are libyaml's numbers; 0
 // leaves the choice to the writer.
@@ -35,6 +36,10 @@ struct kv
     const char *constant = nullptr;  // the text of KV_CONST
     int64_t number = 0;
     KvForm form;
+
+    // The children of a large mapping by their keys, which stand in the children. It is kept by
+    // those who change the tree, so that threads can look up at once.
+    std::unique_ptr<std::unordered_map<std::string_view, kv *>> index; // null while it is small
 
     kv *parent = nullptr;
     Children::iterator place; // among the parent's children

@@ -5,6 +5,7 @@
 
 #include "platform/host.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +41,19 @@ ConfigEntry *find_or_log(const char *key)
     return entry;
 }
 
+std::string image_path()
+{
+    std::string list;
+    for (const char *key : {"img_path", "img_lib_dir", "tag_lib_dir"}) {
+        const char *path = config_get_path(key);
+        // A plain search, on purpose: a path that another one begins with is left out too.
+        if (path == nullptr || list.find(path) != std::string::npos)
+            continue;
+        list += (list.empty() ? "" : ":") + std::string(path);
+    }
+    return list;
+}
+
 bool is_one_of(const char *text, std::initializer_list<const char *> words)
 {
     for (const char *word : words)
@@ -70,15 +84,22 @@ const char *config_get_str(const char *key)
 
 const char *config_entry_get_path(ConfigEntry *entry)
 {
-    if (entry->path != nullptr)
-        return entry->path;
-    if (std::strncmp(entry->value, "~/", 2) == 0) {
-        entry->path = static_cast<char *>(std::malloc(PATH_SIZE));
-        if (entry->path != nullptr)
-            std::snprintf(entry->path, PATH_SIZE, "%s%s", home_dir(), entry->value + 1);
-        return entry->path;
-    }
-    return *entry->value != '\0' ? entry->value : nullptr;
+    // Threads look paths up at once. One is shown to the others only when it is whole; of two that
+    // were made at the same time the first stays, since it may be in use already.
+    const std::atomic_ref<char *> shared(entry->path);
+    char *path = shared.load();
+    if (path != nullptr)
+        return path;
+    if (std::strncmp(entry->value, "~/", 2) != 0)
+        return *entry->value != '\0' ? entry->value : nullptr;
+    char *made = static_cast<char *>(std::malloc(PATH_SIZE));
+    if (made == nullptr)
+        return nullptr;
+    std::snprintf(made, PATH_SIZE, "%s%s", home_dir(), entry->value + 1);
+    if (shared.compare_exchange_strong(path, made))
+        return made;
+    std::free(made);
+    return path;
 }
 
 const char *config_get_path(const char *key)
@@ -134,26 +155,13 @@ void config_set_path(const char *key, const char *text)
 
 int config_get_platform()
 {
-    static int platform = 0;
-    if (platform == 0)
-        platform = platform_host_is_arm64() == 1 ? 2 : 1;
+    static const int platform = platform_host_is_arm64() == 1 ? 2 : 1;
     return platform;
 }
 
 const char *config_img_path()
 {
-    static std::string *list;
-    if (list == nullptr) {
-        list = new std::string;
-        for (const char *key : {"img_path", "img_lib_dir", "tag_lib_dir"}) {
-            const char *path = config_get_path(key);
-            // A plain search, on purpose: a path that another one begins with is left out too.
-            if (path == nullptr || list->find(path) != std::string::npos)
-                continue;
-            if (!list->empty())
-                *list += ':';
-            *list += path;
-        }
-    }
+    // Never destroyed: threads may outlive the end of main().
+    static const auto *const list = new std::string(image_path());
     return list->empty() ? nullptr : list->c_str();
 }

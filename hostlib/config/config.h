@@ -1,5 +1,6 @@
 // Settings: one table of keys from a search list of INI files, with environment overrides. Built
-// on the first lookup, which must happen before there is a second thread; never rebuilt.
+// on the first lookup, which must happen before there is a second thread; never rebuilt. From then
+// on any thread may look up, but none may replace a path meanwhile.
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,7 @@
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -31,8 +32,9 @@ using TableOwner = std::unique_ptr<ConfigTable, Closer<config_table_free>>;
 bool read_file(int fd, std::string &text)
 {
     char chunk[8192];
-    while (text.size() < FILE_CAP) {
-        const ssize_t count = read(fd, chunk, sizeof chunk);
+    // One byte past the cap tells a file of just that size from a longer one.
+    while (text.size() <= FILE_CAP) {
+        const ssize_t count = read(fd, chunk, std::min(sizeof chunk, FILE_CAP + 1 - text.size()));
         if (count == 0)
             return true;
         if (count < 0 && errno == EINTR)
@@ -41,6 +43,7 @@ bool read_file(int fd, std::string &text)
             return false;
         text.append(chunk, size_t(count));
     }
+    text.resize(FILE_CAP);
     errno = EFBIG;
     return false;
 }
@@ -79,8 +82,13 @@ UniqueFd open_element(const char *path)
     if (std::strncmp(path, "~/", 2) != 0)
         return UniqueFd(platform_openat_locked(AT_FDCWD, path, O_RDONLY, FileLock::shared, 0));
     const int home = home_fd();
-    if (home == -1)
+    if (home == -1) {
+        const int error = errno;
+        dprintf(log_fd, "config: %s is passed over: home directory \"%s\": %s\r\n", path,
+                home_dir(), std::strerror(error));
+        errno = error;
         return {};
+    }
     return UniqueFd(platform_openat_locked(home, path + 2, O_RDONLY, FileLock::shared, 0));
 }
 

@@ -1,6 +1,9 @@
 #include "hostlib/utils/home_path.h"
 #include "hostlib/utils/utils.h"
 
+#include "platform/unique_fd.h"
+
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -24,17 +27,20 @@ const char *find_home()
 
 const char *home_dir()
 {
-    static const char *dir;
-    if (dir == nullptr)
-        dir = find_home();
+    static const char *const dir = find_home();
     return dir != nullptr ? dir : "";
 }
 
 int home_fd()
 {
-    static int fd = -1;
-    if (fd == -1)
-        fd = open(home_dir(), O_RDONLY | O_CLOEXEC);
+    static std::atomic<int> home = -1;
+    int fd = home;
+    if (fd != -1)
+        return fd;
+    // What could not be opened is tried again with the next call.
+    UniqueFd opened(open(home_dir(), O_RDONLY | O_CLOEXEC));
+    if (!opened || home.compare_exchange_strong(fd, opened.get()))
+        return opened.release();
     return fd;
 }
 

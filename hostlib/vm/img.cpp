@@ -4,6 +4,7 @@
 #include "hostlib/vm/line.h"
 #include "hostlib/vm/owners.h"
 #include "platform/file.h"
+#include "platform/new_file.h"
 #include "platform/unique_fd.h"
 
 #include <algorithm>
@@ -21,7 +22,6 @@ namespace {
 // The queue: one name a line, oldest first. It is replaced as a whole, so that a crash leaves the
 // old one or the new one; who reads or replaces it holds the lock of the library directory.
 constexpr const char *QUEUE_NAME = ".removal-queue";
-constexpr const char *NEW_QUEUE_NAME = ".removal-queue.new";
 constexpr size_t QUEUE_MAX = 65536; // names
 
 using Names = std::vector<std::string>;
@@ -61,27 +61,12 @@ int load(int library, Names *names)
     return ferror(stream.get()) ? -1 : 0;
 }
 
-int write_names(int library, const Names &names)
-{
-    UniqueFd fd(openat(library, NEW_QUEUE_NAME, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    FileOwner stream(fd ? fdopen(fd.get(), "wb") : nullptr);
-    if (!stream)
-        return -1;
-    fd.release();
-    for (const std::string &name : names)
-        fprintf(stream.get(), "%s\n", name.c_str());
-    return fflush(stream.get()) == 0 && fsync(fileno(stream.get())) == 0 ? 0 : -1;
-}
-
 int store(int library, const Names &names)
 {
-    if (write_names(library, names) != 0 ||
-        renameat(library, NEW_QUEUE_NAME, library, QUEUE_NAME) != 0) {
-        const int saved = errno;
-        unlinkat(library, NEW_QUEUE_NAME, 0);
-        return failed(saved);
-    }
-    return fsync(library);
+    std::string text;
+    for (const std::string &name : names)
+        text += name + "\n";
+    return platform_replace_file(library, QUEUE_NAME, text, 0600, FileMakers::one);
 }
 
 // A relative name stays inside the library.
@@ -141,6 +126,8 @@ int img_purge(bool (*in_use)(const char *name, void *arg), void *arg)
         else if (needed || errno != ENOENT)
             kept.push_back(name);
     }
+    // Names that are needed no more go from the queue after their images: a purge that is cut short
+    // here finds them again, and finds their images gone.
     if (kept.size() != names.size() && store(library.get(), kept) != 0)
         return -1;
     return removed;

@@ -11,6 +11,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -32,6 +33,21 @@ int cut(int fd, off_t length)
     if (result == 0)
         errno = saved;
     return result;
+}
+
+// Opens a file of a record and waits for its lock, but never for its opening: a fifo that stands in
+// the place of a record would hold up everybody who lists the library. ENOTSUP for what is no file.
+UniqueFd open_record(int dirfd, const char *name, int flags, FileLock lock)
+{
+    UniqueFd fd(openat(dirfd, name, flags | O_NONBLOCK | O_CLOEXEC, 0644));
+    struct stat found;
+    if (!fd || fstat(fd.get(), &found) != 0)
+        return {};
+    if (!S_ISREG(found.st_mode)) {
+        errno = S_ISDIR(found.st_mode) ? EISDIR : ENOTSUP;
+        return {};
+    }
+    return platform_lock(fd.get(), lock) == 0 ? std::move(fd) : UniqueFd();
 }
 
 // Takes the space for `length` bytes, first from the file system, then by line ends behind the old
@@ -78,8 +94,7 @@ Rewrite create(int dirfd, const char *name, std::string_view text)
 
 Rewrite rewrite_existing(int dirfd, const char *name, int flags, std::string_view text)
 {
-    const UniqueFd fd(
-        platform_openat_locked(dirfd, name, flags | O_CLOEXEC, FileLock::exclusive, 0644));
+    const UniqueFd fd = open_record(dirfd, name, flags, FileLock::exclusive);
     if (!fd)
         return Rewrite::unopened;
     if (replace_text(fd.get(), text) != 0)
@@ -93,7 +108,7 @@ Rewrite rewrite_existing(int dirfd, const char *name, int flags, std::string_vie
 
 FileOwner vm_open_locked(int dirfd, const char *name)
 {
-    UniqueFd fd(platform_openat_locked(dirfd, name, O_RDONLY | O_CLOEXEC, FileLock::shared, 0));
+    UniqueFd fd = open_record(dirfd, name, O_RDONLY, FileLock::shared);
     FileOwner stream(fd ? fdopen(fd.get(), "rb") : nullptr);
     if (stream)
         fd.release();

@@ -2,22 +2,27 @@
 
 #include "hostlib/utils/utils.h"
 #include "hostlib/vm/img.h"
+#include "hostlib/vm/keep_comments.h"
 #include "hostlib/vm/owners.h"
 #include "hostlib/vm/rewrite.h"
 #include "platform/unique_fd.h"
 #include "policy/owners.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <unistd.h>
 
 namespace {
 
 constexpr const char *STATE_KEY = "state_file";
 constexpr const char *STATE_NAME = "state.yaml";
+// A longer configuration is no configuration to its reader either.
+constexpr size_t TEXT_MAX = size_t(4) << 20;
 
 KvOwner load_yaml(FILE *stream)
 {
@@ -38,6 +43,50 @@ int serialize(const struct kv *config, std::string *text)
     while (const size_t length = fread(chunk, 1, sizeof chunk, temporary.get()))
         text->append(chunk, length);
     return ferror(temporary.get()) ? -1 : 0;
+}
+
+// What a text holds, written anew; "" when it is no configuration.
+std::string written_anew(const std::string &text)
+{
+    std::string result, copy = text; // which stays as it is: the stream is for reading
+    const FileOwner stream(copy.empty() ? nullptr : fmemopen(copy.data(), copy.size(), "r"));
+    const KvOwner config(stream ? load_yaml(stream.get()) : nullptr);
+    return config && serialize(config.get(), &result) == 0 ? result : "";
+}
+
+// A text of the writer without the comments above its first key, which have no meaning.
+std::string_view below_header(std::string_view text)
+{
+    while (text.starts_with('#') || text.starts_with('\n'))
+        text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+    return text;
+}
+
+std::string read_text(struct vm *vm, const char *name)
+{
+    std::string text;
+    const FileOwner stream = vm_open_locked(vm->dirfd, name);
+    char chunk[4096];
+    while (const size_t length = stream ? fread(chunk, 1, sizeof chunk, stream.get()) : 0)
+        if (text.append(chunk, length).size() > TEXT_MAX)
+            return "";
+    return text;
+}
+
+// People write comments into configurations: those of the file stay, and so do its lines where the
+// configuration did not change. Of a file that is new, or no configuration, nothing is kept.
+std::string with_comments(struct vm *vm, const char *name, const std::string &after)
+{
+    const int saved = errno;
+    const std::string file = read_text(vm, name), before = written_anew(file);
+    errno = saved;
+    if (before.empty())
+        return after;
+    const std::string kept = keep_comments({file, before, after}, [&](const std::string &text) {
+        return below_header(written_anew(text)) == below_header(after);
+    });
+    errno = saved;
+    return kept;
 }
 
 int write_failed(const char *what, const char *name)
@@ -92,7 +141,7 @@ int vm_write_config(struct vm *vm, const struct kv *config)
     const char *name = vm_config_path(vm);
     if (!name)
         return -1;
-    switch (vm_rewrite(vm->dirfd, name, text)) {
+    switch (vm_rewrite(vm->dirfd, name, with_comments(vm, name, text))) {
     case Rewrite::unopened:
         return write_failed("open", name);
     case Rewrite::unwritten:

@@ -4,6 +4,7 @@
 #include "hostlib/vm/line.h"
 #include "hostlib/vm/owners.h"
 #include "hostlib/vm/rewrite.h"
+#include "platform/new_file.h"
 #include "policy/owners.h"
 
 #include <cerrno>
@@ -56,7 +57,9 @@ struct kv *vm_read_version(struct vm *vm)
 int vm_write_version(struct vm *vm, const struct kv *version)
 {
     if (!version)
-        return unlinkat(vm->dirfd, VERSION_NAME, 0);
+        return unlinkat(vm->dirfd, VERSION_NAME, 0) == 0
+                   ? platform_sync_directory_of(vm->dirfd, VERSION_NAME)
+                   : -1;
     const char *text =
         kv_type(version) == KV_MAP ? kv_get_str(version, "tag", nullptr) : kv_str(version, nullptr);
     if (!text) {

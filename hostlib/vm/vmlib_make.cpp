@@ -4,6 +4,7 @@
 #include "hostlib/utils/utils.h"
 #include "hostlib/vm/img.h"
 #include "hostlib/vm/vmlib_handle.h"
+#include "platform/new_file.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -31,10 +32,12 @@ struct vm *make_failed(const char *path, const char *what)
     return nullptr;
 }
 
-// An identifier that would lead to the library itself, or out of it.
-bool is_no_vm(const char *id)
+// Whether a text names one entry of a directory. What is removed is never the library itself, nor
+// anything outside of it: "./", "a/.." and the tag ".." would lead there.
+bool is_one_name(const char *text)
 {
-    return !id || !id[0] || strcmp(id, ".") == 0 || strcmp(id, "..") == 0;
+    return text && text[0] && !strchr(text, '/') && strcmp(text, ".") != 0 &&
+           strcmp(text, "..") != 0;
 }
 
 // The length of the log directory's path; 0 or less without one.
@@ -78,19 +81,25 @@ struct vm *vmlib_create(struct vmlib *lib, const char *id, const char *tag)
         return make_failed(lib->path.c_str(), "open");
     if (mkdirat_p(lib->fd(), path.data(), 0755) != 0 && errno != EEXIST)
         return make_failed(path.data(), "create");
+    // What has just been made has its name on the disk, whatever becomes of it.
+    if (platform_sync_directory_of(lib->fd(), path.data()) != 0)
+        return make_failed(path.data(), "sync");
     return vmlib_open_vm(lib, path.data(), tag);
 }
 
 int vmlib_delete(struct vmlib *lib, const char *id, const char *tag)
 {
-    if (is_no_vm(id)) {
+    if (!is_one_name(id) || (tag && !is_one_name(tag))) {
         errno = EINVAL;
         return -1;
     }
     const VmlibPath vm_path = vmlib_join(id, tag);
     const VmlibPath path = vmlib_join(lib->path.c_str(), vm_path.data());
-    const int result = rmdirat(AT_FDCWD, path.data());
+    int result = rmdirat(AT_FDCWD, path.data());
     // The mark of a deleted VM: what the purge finds no more use for may go.
+    // The record is gone for good before anything that it named may go.
+    if (result == 0)
+        result = platform_sync_directory_of(AT_FDCWD, path.data());
     if (result == 0)
         img_unlink("<stb>");
     if (tag || config_get_long("delete_logs") == 0)

@@ -35,9 +35,15 @@ int64_t as_unsigned_bits(double number)
 
 void add_children(struct kv *tree, const struct json *node)
 {
-    for (struct json *child = json_first_child(node); child; child = json_next(child))
-        if (struct kv *value = kv_from_json(child))
+    const bool in_list = json_kind(node) == JSON_ARRAY;
+    for (struct json *child = json_first_child(node); child; child = json_next(child)) {
+        struct kv *value = kv_from_json(child);
+        // In a list the items behind it keep their places.
+        if (!value && in_list)
+            value = kv_new_type(KV_NONE);
+        if (value)
             kv_set(tree, json_name(child), value);
+    }
 }
 
 struct kv *new_container(uint32_t type, const struct json *node)

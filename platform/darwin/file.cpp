@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/param.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,6 +39,17 @@ int platform_openat_locked(int dirfd, const char *path, int flags, FileLock lock
     if (!fd || (at_open != flags && ftruncate(fd.get(), 0) != 0))
         return -1;
     return fd.release();
+}
+
+int platform_lock(int fd, FileLock lock)
+{
+    if (lock == FileLock::none)
+        return 0;
+    int result;
+    do
+        result = flock(fd, lock == FileLock::exclusive ? LOCK_EX : LOCK_SH);
+    while (result != 0 && errno == EINTR);
+    return result;
 }
 
 int platform_fd_path(int fd, char *buffer, size_t size)

@@ -32,6 +32,11 @@ int platform_openat_locked(int dirfd, const char *path, int flags, FileLock lock
     return fd.release();
 }
 
+int platform_lock(int fd, FileLock lock)
+{
+    return take_lock(fd, lock, /*wait=*/true);
+}
+
 int platform_fd_path(int fd, char *buffer, size_t size)
 {
     char link[32];

@@ -2,6 +2,7 @@
 
 #include "hostlib/config/config.h"
 #include "platform/file.h"
+#include "platform/new_file.h"
 #include "services/tarvctl/cancel.h"
 
 #include <algorithm>
@@ -88,6 +89,8 @@ KvOwner Library::read_config(const VmRef &ref)
         const std::string fault = kv_yaml_error();
         throw Failure(ExitStatus::input, file + ": " + (fault.empty() ? "not YAML" : fault));
     }
+    if (errno == ENOTSUP)
+        throw Failure(ExitStatus::input, file + ": is not a file");
     throw system_failure(file, errno);
 }
 
@@ -154,8 +157,9 @@ void Library::remove(const VmRef &ref)
     errno = 0;
     vmlib_delete(m_lib.get(), ref.id.c_str(), nullptr);
     const int error = errno;
-    if (access((m_path + "/" + ref.id).c_str(), F_OK) == 0)
-        throw system_failure("failed to delete " + ref.label(), error);
+    const std::string path = m_path + "/" + ref.id;
+    if (access(path.c_str(), F_OK) == 0 || platform_sync_directory_of(AT_FDCWD, path.c_str()) != 0)
+        throw system_failure("failed to delete " + ref.label(), error ? error : errno);
 }
 
 UniqueFd Library::lock()

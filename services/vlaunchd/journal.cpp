@@ -106,6 +106,8 @@ void JobJournal::remove(const std::string &label)
 {
     unlinkat(m_dir.get(), (label + ".json").c_str(), 0);
     remove_report(label);
+    // A job that was removed must not come back with a loss of power, as one that failed.
+    platform_sync_directory_of(m_dir.get(), label.c_str());
 }
 
 std::vector<Job> JobJournal::load() const

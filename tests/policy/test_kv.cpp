@@ -48,4 +48,23 @@ TEST(Kv, findsByExactKeyFirstAndByPathElse)
     EXPECT_STREQ(kv_get_str(nullptr, "a.b", "default"), "default");
 }
 
+// A peer may send as many members as fit into a message. With a search through all the others for
+// each of them this takes minutes.
+TEST(Kv, findsAmongManyKeysWithoutASearch)
+{
+    constexpr int MEMBERS = 150'000;
+    const KvOwner tree(kv_new_type(KV_MAP));
+    const auto key = [](int i) { return "k" + std::to_string(i); };
+    for (int i = 0; i < MEMBERS; ++i)
+        ASSERT_EQ(kv_set_type(tree.get(), key(i).c_str(), i, KV_INT), 0);
+    for (int i = 0; i < MEMBERS; i += 2)
+        ASSERT_EQ(kv_set_type(tree.get(), key(i).c_str(), -i, KV_INT), 0);
+    for (int i = 0; i < MEMBERS; i += 3)
+        kv_free(kv_detach(tree.get(), key(i).c_str()));
+    EXPECT_EQ(kv_count(tree.get()), MEMBERS - (MEMBERS + 2) / 3);
+    for (int i = 0; i < MEMBERS; ++i)
+        ASSERT_EQ(kv_get_int(tree.get(), key(i).c_str(), 1), i % 3 == 0 ? 1 : i % 2 == 0 ? -i : i);
+    EXPECT_STREQ(kv_key(kv_first(tree.get())), "k1");
+}
+
 } // namespace

@@ -18,6 +18,8 @@ enum class FileLock
 // else it is waited for. With O_TRUNC the file is emptied only once the lock is held. `mode` is
 // used with O_CREAT. The descriptor is close-on-exec. -1 with errno set.
 int platform_openat_locked(int dirfd, const char *path, int flags, FileLock lock, mode_t mode);
+// Takes a lock on an open file; it is waited for, whoever holds it. 0, or -1 with errno set.
+int platform_lock(int fd, FileLock lock);
 // The path of an open file, cut at `size` - 1 bytes. 0, or -1 with errno set.
 int platform_fd_path(int fd, char *buffer, size_t size);
 // Reserves `size` bytes for a file without changing its length, so that writing them can't fail

@@ -4,10 +4,13 @@
 
 #include "platform/host.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -150,8 +153,66 @@ TEST(config, ends_the_process_when_settings_can_not_be_read)
     EXPECT_EQ(status_of("~/absent:~/file"), 1);
     EXPECT_EQ(status_of("/dev/zero:" + home.path("file")), 1);
     EXPECT_EQ(log.text(), "config: /dev/zero: File too large\r\n");
+    // A file of just the cap is read whole, and nothing is said.
+    std::string whole = "[tarv]\na = 7\n";
+    whole.resize(1 << 20, '\n');
+    home.write("whole", whole);
+    EXPECT_EQ(status_of(home.path("whole")), 7);
+    EXPECT_EQ(log.text(), "config: /dev/zero: File too large\r\n");
+    home.write("longer", whole + "\n");
+    EXPECT_EQ(status_of(home.path("longer")), 7);
+    EXPECT_NE(log.text().find("/longer: File too large\r\n"), std::string::npos);
     EXPECT_EQ(status_of(home.path("file") + "/below"), 78);
     EXPECT_NE(log.text().find("failed to read config: Not a directory"), std::string::npos);
+}
+
+TEST(config, says_when_there_is_no_home_directory)
+{
+    const ScratchDirectory home;
+    home.write("file", "[tarv]\na = 1\n");
+    const Capture log(2);
+    EXPECT_EQ(in_home(home,
+                      [&] {
+                          setenv("HOME", "/nowhere", 1);
+                          setenv("TARV_CONFIG_PATH", ("~/file:" + home.path("file")).c_str(), 1);
+                          return int(config_get_long("a"));
+                      }),
+              1);
+    EXPECT_EQ(log.text(), "config: ~/file is passed over: home directory \"/nowhere\": No such "
+                          "file or directory\r\n");
+}
+
+// Each thread finds whole paths, and all of them the same.
+TEST(config, hands_out_paths_to_threads_at_once)
+{
+    const ScratchDirectory home;
+    std::string file = "[tarv]\n";
+    constexpr int KEYS = 200;
+    for (int i = 0; i < KEYS; i++)
+        file += "k" + std::to_string(i) + " = ~/" + std::string(200, 'x') + "\n";
+    home.write(".tarv/settings.ini", file);
+    const std::string expected = home.path(std::string(200, 'x'));
+    EXPECT_EQ(in_home(home,
+                      [&] {
+                          config_find(nullptr);
+                          std::atomic<int> waiting = 8, wrong = 0;
+                          std::vector<std::thread> threads;
+                          for (int t = 0; t < 8; t++)
+                              threads.emplace_back([&] {
+                                  for (waiting--; waiting > 0;)
+                                      ;
+                                  for (int i = 0; i < KEYS; i++) {
+                                      const std::string key = "k" + std::to_string(i);
+                                      const char *path = config_get_path(key.c_str());
+                                      wrong += path == nullptr || path != expected ||
+                                               path != config_get_path(key.c_str());
+                                  }
+                              });
+                          for (std::thread &thread : threads)
+                              thread.join();
+                          return wrong.load() != 0;
+                      }),
+              0);
 }
 
 TEST(config, asks_the_installer_for_the_version_of_the_add_ons)

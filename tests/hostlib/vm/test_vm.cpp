@@ -5,7 +5,9 @@
 #include "tests/hostlib/vm/home.h"
 
 #include <cerrno>
+#include <functional>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 
@@ -80,6 +82,57 @@ TEST_F(Record, rewritesWhatItReadAndNothingElse)
     EXPECT_EQ(vm_write_config(vm.get(), nullptr), -1);
     EXPECT_TRUE(Home::get().takeLog().starts_with("vm: failed to serialize configuration: "));
     EXPECT_EQ(name_of(vm.get()), "a");
+}
+
+// What people write beside a configuration stays when a program changes the configuration.
+TEST_F(Record, keepsCommentsAndLinesThatDidNotChange)
+{
+    const struct
+    {
+        std::string before;
+        std::function<void(struct kv *)> change;
+        std::string after;
+    } cases[] = {
+        {"# head\nname: a # mine\n\n# memory\nram:   {size: 1}\n# end\n",
+         [](struct kv *tree) { kv_set_type(tree, "state_file", "s", KV_STRING); },
+         "# head\nname: a # mine\n\n# memory\nram:   {size: 1}\nstate_file: s\n# end\n"},
+        {"name: a\n# the state\nstate_file: s\n# end\n",
+         [](struct kv *tree) { kv_free(kv_detach(tree, "state_file")); },
+         "name: a\n# the state\n# end\n"},
+        {"name: a\ndisks:\n  # first\n  - file: x # old\n  # second\n  - file: y\n",
+         [](struct kv *tree) { kv_set_type(kv_find(tree, "disks[0]"), "file", "z", KV_STRING); },
+         "name: a\ndisks:\n  # first\n- file: z\n  # second\n- file: y\n"},
+        {"# a\nname: a\n# b\nboot: disk\n",
+         [](struct kv *tree) { kv_free(kv_detach(tree, "name")); }, "# a\n# b\nboot: disk\n"},
+        {"note: |\n  one\n  # no comment\nname: a\n",
+         [](struct kv *tree) { kv_set_type(tree, "note", "two", KV_STRING); },
+         "note: two\n  # no comment\nname: a\n"},
+        {"long: 'one\n  two'\n# lost\nname: a\n",
+         [](struct kv *tree) { kv_set_type(tree, "name", "b", KV_STRING); },
+         "long: 'one two'\nname: b\n"},
+    };
+    const VmOwner vm = open();
+    for (const auto &each : cases) {
+        write_file(dir / "config.yaml", each.before);
+        const KvOwner config(vm_read_config(vm.get()));
+        each.change(config.get());
+        ASSERT_EQ(vm_write_config(vm.get(), config.get()), 0);
+        EXPECT_EQ(read_file(dir / "config.yaml"), each.after) << each.before;
+    }
+}
+
+// A fifo has no end, and its opening waits for a writer that nobody has promised.
+TEST_F(Record, isNotHeldUpByAFifoInItsPlace)
+{
+    ASSERT_EQ(mkfifo((dir / "config.yaml").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((dir / "localversion").c_str(), 0600), 0);
+    const VmOwner vm = open();
+    EXPECT_EQ(vm_read_config(vm.get()), nullptr);
+    EXPECT_EQ(errno, ENOTSUP);
+    EXPECT_EQ(vm_read_version(vm.get()), nullptr);
+    const KvOwner config(kv_new_type(KV_MAP));
+    EXPECT_EQ(vm_write_config(vm.get(), config.get()), -1);
+    EXPECT_EQ(vm_write_state(vm.get(), "s"), -1);
 }
 
 TEST_F(Record, readsAndWritesItsVersionAsBytes)

@@ -103,7 +103,12 @@ TEST_F(Vmlib, deletesWithTheResultThatLogsGive)
     EXPECT_EQ(vmlib_delete(lib.get(), "b", nullptr), -1);
     EXPECT_FALSE(fs::exists(queue));
     EXPECT_EQ(vmlib_delete(lib.get(), "", nullptr), -1);
-    EXPECT_EQ(vmlib_delete(lib.get(), "..", nullptr), -1);
+    // What is no single name leads elsewhere.
+    for (const char *id : {"..", ".", "./", "a/..", "a/", "/", "a/1.0/../.."})
+        EXPECT_EQ(vmlib_delete(lib.get(), id, nullptr), -1) << id;
+    for (const char *tag : {"", ".", "..", "../b", "1.0/..", "1.0/../../a"})
+        EXPECT_EQ(vmlib_delete(lib.get(), "a", tag), -1) << tag;
+    EXPECT_TRUE(fs::exists(dir / "a" / "1.0" / "config.yaml"));
 
     config_find("delete_logs")->value[0] = '1';
     EXPECT_EQ(vmlib_delete(lib.get(), "a", "1.0"), 0);
