@@ -46,10 +46,9 @@ void GuestResolution::askForWindow()
     const TarvDisplayView *view = m_screen.view();
     if (!display || !view)
         return;
-    const QSizeF size =
-        view->backingAlignedRect(view->bounds()).size() * guestScale(m_screen.guest());
-    m_askedSize = QSize(int(size.width()), int(size.height()));
-    display->setWidth(uint32_t(size.width()), uint32_t(size.height()), display->hdpi());
+    m_askedSize = pixelsOf(view->backingAlignedRect(view->bounds()).size(), m_screen.guest());
+    display->setWidth(uint32_t(m_askedSize.width()), uint32_t(m_askedSize.height()),
+                      display->hdpi());
 }
 
 void GuestResolution::toggleHiDPI()
@@ -57,12 +56,8 @@ void GuestResolution::toggleHiDPI()
     TarvDisplay *display = m_screen.display();
     if (!display)
         return;
-    const auto width = uint32_t(display->width());
-    const auto height = uint32_t(display->height());
-    if (display->hdpi())
-        display->setWidth(width / 2, height / 2, false);
-    else
-        display->setWidth(width * 2, height * 2, true);
+    const GuestScreen other = otherDensity(m_screen.guest());
+    display->setWidth(uint32_t(other.width), uint32_t(other.height), other.hdpi);
 }
 
 void GuestResolution::choose(WindowController *window)

@@ -60,11 +60,22 @@ QSizeF guestContent(const GuestScreen &guest, double scale)
     return {guest.width / scale, guest.height / scale};
 }
 
-bool guestFills(const GuestScreen &guest, QSizeF bounds)
+QSize pixelsOf(QSizeF bounds, const GuestScreen &guest)
 {
     const double scale = guestScale(guest);
-    return guest.width == int(bounds.width() * scale) &&
-           guest.height == int(bounds.height() * scale);
+    return {int(bounds.width() * scale), int(bounds.height() * scale)};
+}
+
+bool guestFills(const GuestScreen &guest, QSizeF bounds)
+{
+    return pixelsOf(bounds, guest) == QSize(guest.width, guest.height);
+}
+
+GuestScreen otherDensity(const GuestScreen &guest)
+{
+    if (guest.hdpi)
+        return {guest.width / 2, guest.height / 2, false};
+    return {int(uint32_t(guest.width) * 2), int(uint32_t(guest.height) * 2), true};
 }
 
 int roundLength(double length)
@@ -125,4 +136,42 @@ QSizeF constrainedFrame(const GuestScreen &guest, ResizeMode mode, QSizeF curren
         content =
             scaledContent(guest, content, currentFrame.width() != proposedFrame.width(), space);
     return QSizeF(roundLength(content.width()), roundLength(content.height())) + space.extra;
+}
+
+ResizeLimits resizeLimits(const GuestScreen &guest, ResizeMode mode, const WindowSpace &space)
+{
+    switch (mode) {
+    case ResizeMode::fixed:
+        return {};
+    case ResizeMode::live:
+        return {CONTENT_MINIMUM, {}, {}};
+    case ResizeMode::scaled:
+        break;
+    }
+    // At most the guest's own size or what the screen holds. At least what dragging either side may
+    // come to: the least size limits the dragged one, and the other follows it below.
+    const QSizeF whole = guestContent(guest, guestScale(guest));
+    const QSizeF largest = scaledContent(guest, whole, /*widthDragged=*/true, space);
+    const QSizeF least = whole.scaled(CONTENT_MINIMUM, Qt::KeepAspectRatio);
+    return {least.boundedTo(largest), largest, {guest.width, guest.height}};
+}
+
+FullScreenStep fullScreenStep(const GuestScreen &guest, QSizeF screenFrame, bool isFullScreen,
+                              bool prefersLiveResize, bool allowsLiveResize)
+{
+    const double scale = guestScale(guest);
+    const bool fits =
+        screenFrame.width() * scale == guest.width && screenFrame.height() * scale == guest.height;
+    if (isFullScreen || prefersLiveResize || fits)
+        return FullScreenStep::toggle;
+    return allowsLiveResize ? FullScreenStep::ask : FullScreenStep::refuse;
+}
+
+PresentationOptions fullScreenOptions(PresentationOptions proposed, bool hidesMenuBar)
+{
+    if ((proposed & PRESENT_FULL_SCREEN) == 0 || !hidesMenuBar)
+        return proposed;
+    constexpr PresentationOptions BARS = PRESENT_AUTO_HIDE_DOCK | PRESENT_HIDE_DOCK |
+                                         PRESENT_AUTO_HIDE_MENU_BAR | PRESENT_HIDE_MENU_BAR;
+    return (proposed & ~BARS) | PRESENT_HIDE_DOCK | PRESENT_HIDE_MENU_BAR;
 }
