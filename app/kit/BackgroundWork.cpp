@@ -36,9 +36,8 @@ void settleWhatWorkersShare()
 // tools that read a guest's disk do not give way: somebody waits for the VM.
 WorkerLane &laneOf(BackgroundWork::Lane lane)
 {
-    static auto *const lanes = new std::array<WorkerLane, 4>{{
+    static auto *const lanes = new std::array<WorkerLane, 3>{{
         {16, /*giveWay=*/true}, // records
-        {32, /*giveWay=*/true}, // supervisors
         {4, /*giveWay=*/true},  // launchService
         {8, /*giveWay=*/false}, // guests
     }};
@@ -119,6 +118,12 @@ void BackgroundWork::run(Lane lane, Work work, int priority)
                 mailbox->add(std::move(continuation));
         },
         priority);
+}
+
+BackgroundWork::Post BackgroundWork::poster() const
+{
+    return
+        [mailbox = m_mailbox](Continuation continuation) { mailbox->add(std::move(continuation)); };
 }
 
 BackgroundWork &BackgroundWork::shared()

@@ -18,7 +18,6 @@ public:
     enum class Lane
     {
         records,       // files of the VM library
-        supervisors,   // VM service sockets
         launchService, // the launch service's socket
         guests,        // disks and firmware variables, read with external tools
     };
@@ -30,6 +29,11 @@ public:
 
     // Queues work; a higher priority goes first within its lane.
     void run(Lane lane, Work work, int priority = 0);
+
+    // What other threads hand their results over by, as work does. It may be called on any thread
+    // and outlive the BackgroundWork; then it drops what it is given.
+    using Post = std::function<void(Continuation)>;
+    Post poster() const;
 
     // One that lives as long as the program, for work whose asker may be gone when it is done.
     static BackgroundWork &shared();

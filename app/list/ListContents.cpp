@@ -17,7 +17,7 @@ ListContents::ListContents(QObject *parent)
 {
     connect(&m_library, &LibraryReader::libraryRead, this, &ListContents::takeLibrary);
     connect(&m_library, &LibraryReader::lateRecordRead, this, &ListContents::takeLateRecord);
-    connect(&m_statuses, &StatusReader::statusRead, m_machines,
+    connect(&m_statuses, &StatusPoller::statusRead, m_machines,
             &VirtualMachinesController::setAnswer);
     m_changesGather.setSingleShot(true);
     connect(&m_changesGather, &QTimer::timeout, this, [this] {
@@ -47,7 +47,7 @@ void ListContents::readStatuses()
         m_statuses.ask(vm->uuid());
 }
 
-void ListContents::gatherStatuses(const QStringList &vmids, StatusReader::Done done)
+void ListContents::gatherStatuses(const QStringList &vmids, StatusPoller::Done done)
 {
     m_statuses.gather(vmids, std::move(done));
 }

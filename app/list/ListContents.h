@@ -2,7 +2,7 @@
 #pragma once
 
 #include "app/model/LibraryReader.h"
-#include "app/model/StatusReader.h"
+#include "app/model/StatusPoller.h"
 
 #include <QMap>
 #include <QObject>
@@ -30,8 +30,8 @@ public:
     void reloadSoon();
     // Asks for all statuses again.
     void readStatuses();
-    // The statuses of some VMs, fresh where these answer in time; see StatusReader::gather.
-    void gatherStatuses(const QStringList &vmids, StatusReader::Done done);
+    // The statuses of some VMs, fresh where these answer in time; see StatusPoller::gather.
+    void gatherStatuses(const QStringList &vmids, StatusPoller::Done done);
 
 Q_SIGNALS:
     // A pass over the library has been merged.
@@ -46,7 +46,7 @@ private:
 
     VirtualMachinesController *m_machines;
     LibraryReader m_library;
-    StatusReader m_statuses;
+    StatusPoller m_statuses;
     QTimer m_changesGather; // runs for a while after a reload that a change caused
     bool m_changed = false; // a change came while it ran
     QMap<QString, QString> m_problems;

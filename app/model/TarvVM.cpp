@@ -3,6 +3,7 @@
 #include "app/kit/BackgroundWork.h"
 #include "app/model/ControllerRun.h"
 #include "app/model/ListIcons.h"
+#include "app/model/StatusAsker.h"
 #include "app/model/TarvCTL.h"
 #include "app/model/statusWord.h"
 #include "hostlib/vms/vms.h"
@@ -119,15 +120,11 @@ QString TarvVM::serviceStatus(const QString &vmid)
         kv_get_str(status.get(), "status", vm_status_word(VmStatus::malfunction)));
 }
 
-bool TarvVM::hasFailed(const QString &vmid)
+bool TarvVM::hasFailedHere(const QString &vmid)
 {
-    {
-        LocalStatuses &all = localStatuses();
-        const std::lock_guard lock(all.mutex);
-        if (all.statuses.value(vmid.toLower()) != 0)
-            return true;
-    }
-    return vms_exit_status(vmid.toUtf8().constData()) != 0;
+    LocalStatuses &all = localStatuses();
+    const std::lock_guard lock(all.mutex);
+    return all.statuses.value(vmid.toLower()) != 0;
 }
 
 QString TarvVM::status() const
@@ -136,7 +133,9 @@ QString TarvVM::status() const
         return statusWord(VmStatus::stopped);
     if (const QString service = serviceStatus(m_uuid); !service.isNull())
         return service;
-    return hasFailed(m_uuid) ? statusWord(VmStatus::failed) : restingStatus();
+    return hasFailedHere(m_uuid) || vms_exit_status(m_uuid.toUtf8().constData()) != 0
+               ? statusWord(VmStatus::failed)
+               : restingStatus();
 }
 
 QString TarvVM::restingStatus() const
@@ -204,16 +203,16 @@ bool TarvVM::isEqual(const TarvVM *other) const
 
 void TarvVM::start(StartMode mode)
 {
-    const auto ask = [vmid = m_uuid, stored = m_storedStatus,
-                      mode]() -> BackgroundWork::Continuation {
-        QString status = vmid.isEmpty() ? QString() : serviceStatus(vmid);
-        if (status.isNull() && stored == statusWord(VmStatus::running) && !hasFailed(vmid))
-            status = stored;
-        return [vmid, mode, running = status == statusWord(VmStatus::running)] {
+    if (m_uuid.isEmpty())
+        return startOrShow(m_uuid, mode, /*running=*/false);
+    const auto told = [post = BackgroundWork::shared().poster(), vmid = m_uuid,
+                       stored = m_storedStatus, mode](const QString &status) {
+        const QString known = status.isNull() ? stored : status;
+        post([vmid, mode, running = known == statusWord(VmStatus::running)] {
             startOrShow(vmid, mode, running);
-        };
+        });
     };
-    BackgroundWork::shared().run(BackgroundWork::Lane::supervisors, ask, START_PRIORITY);
+    askStatus(m_uuid, START_PRIORITY, told);
 }
 
 void TarvVM::start(StartMode mode, const QString &status)

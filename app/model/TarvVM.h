@@ -66,9 +66,8 @@ public:
 
     // What the VM's supervisor says; null when it does not run. Any thread; up to 5 s.
     static QString serviceStatus(const QString &vmid);
-    // Whether its last run ended badly, as far as known here or to the launch service. Any thread;
-    // it waits for the launch service.
-    static bool hasFailed(const QString &vmid);
+    // Whether its last run in this process's care ended badly. Any thread.
+    static bool hasFailedHere(const QString &vmid);
 
     // The same object, or an equal identifier, ignoring case: a text, a QUuid or another TarvVM.
     bool isEqual(const QVariant &object) const;

@@ -2,6 +2,7 @@
 
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
+#include "hostlib/vms/questions.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
 #include "policy/owners.h"
@@ -20,7 +21,8 @@
 namespace {
 
 // How long a service may take to answer a question about a VM, and to acknowledge a stop.
-constexpr timeval answer_timeout{5, 0};
+constexpr std::chrono::seconds ANSWER_PATIENCE{5};
+constexpr timeval answer_timeout{ANSWER_PATIENCE.count(), 0};
 constexpr timeval stop_timeout{30, 0};
 
 // The request that names the VM's job: a quoted label of at most `Size` - 1 characters.
@@ -30,22 +32,15 @@ std::string quoted_label(const char *id)
     return ("\"" + place_vm_job(id) + "\"").substr(0, Size - 1);
 }
 
-// A connection that asks the launch service about the VM's job; none, logged and with errno set,
-// where `task` fails for want of the service. `LabelSize` as with quoted_label.
-template <size_t LabelSize>
-UniqueFd ask_launch_service(const char *id, const char *command, const char *task)
+void log_unavailable(int error)
 {
-    UniqueFd fd(vconnect(command));
-    if (!fd) {
-        const int error = errno;
-        dprintf(log_fd, "vms: %s: failed to %s: connection failed: %s\r\n", id, task,
-                strerror(error));
-        errno = error;
-        return fd;
-    }
-    const std::string label = quoted_label<LabelSize>(id);
-    cli2_send(fd.get(), label.data(), label.size(), 0);
-    return fd;
+    dprintf(log_fd, "vms: %s: vlaunchd service unavailable: %s\r\n", vms_launch_socket(),
+            strerror(error));
+}
+
+void log_unasked(const char *id, const char *task, int error)
+{
+    dprintf(log_fd, "vms: %s: failed to %s: connection failed: %s\r\n", id, task, strerror(error));
 }
 
 // What an answer says went wrong. `error` is the errno of reading it.
@@ -100,8 +95,7 @@ int vconnect(const char *command)
     const int fd = cli2_connect(vms_launch_socket(), command);
     if (fd < 0) {
         const int error = errno;
-        dprintf(log_fd, "vms: %s: vlaunchd service unavailable: %s\r\n", vms_launch_socket(),
-                strerror(error));
+        log_unavailable(error);
         errno = error;
     }
     return fd;
@@ -116,20 +110,27 @@ int vms_connect(const char *id, const char *command)
     return cli2_connect(place_vm_socket(id).c_str(), command);
 }
 
-struct kv *vms_status(const char *id)
+Exchange vms_status_question(const char *id)
 {
-    UniqueFd fd(vms_connect(id, "status"));
-    KvOwner status(fd ? kv_new_type(KV_MAP) : nullptr);
+    return Exchange(place_vm_socket(id), exchange_request("status"), ANSWER_PATIENCE);
+}
+
+struct kv *vms_status_of(const char *id, Exchange &ended)
+{
+    // One that has no room for another connection is there, and too busy to say how it is.
+    if (!ended.isServed())
+        return nullptr;
+    KvOwner status(kv_new_type(KV_MAP));
     if (!status)
         return nullptr;
-    set_process(status.get(), fd.get(), id);
-    const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
-    fd.reset();
+    if (ended.fd() >= 0)
+        set_process(status.get(), ended.fd(), id);
+    const JsonOwner answer = ended.takeAnswer();
     if (!answer) {
         // The VM ended between accepting and answering.
-        if (errno == ENOTCONN || errno == ENOENT)
+        if (ended.error() == ENOTCONN || ended.error() == ENOENT)
             return nullptr;
-        set_malfunction(status.get(), id, strerror(errno));
+        set_malfunction(status.get(), id, strerror(ended.error()));
     } else if (strcasecmp(json_find_str(answer.get(), "status", "ERROR"), "OK") != 0) {
         set_malfunction(status.get(), id, json_find_str(answer.get(), "message", "unknown"));
     } else {
@@ -139,24 +140,47 @@ struct kv *vms_status(const char *id)
     return status.release();
 }
 
+struct kv *vms_status(const char *id)
+{
+    if (!id)
+        return nullptr;
+    Exchange exchange = vms_status_question(id);
+    exchange_run(exchange);
+    return vms_status_of(id, exchange);
+}
+
+Exchange vms_exit_status_question(const char *id)
+{
+    return Exchange(vms_launch_socket(), exchange_request("status", quoted_label<128>(id)),
+                    ANSWER_PATIENCE);
+}
+
+int vms_exit_status_of(const char *id, Exchange &ended)
+{
+    if (!ended.isSent()) {
+        log_unavailable(ended.error());
+        log_unasked(id, "request status", ended.error());
+        errno = ended.error();
+        return -1;
+    }
+    const JsonOwner answer = ended.takeAnswer();
+    // Unlike in vms_status, "OK" is compared with its case.
+    if (strcmp(json_find_str(answer.get(), "status", ""), "OK") != 0 &&
+        json_find_int64(answer.get(), "error", 0) != CLI2_ERROR_JOB_ENDED)
+        dprintf(log_fd, "vms: %s: failed to get status: %s\r\n", id,
+                reason(answer.get(), ended.error()));
+    return static_cast<int>(json_find_int64(answer.get(), "body.status", 0));
+}
+
 int vms_exit_status(const char *id)
 {
     if (!id) {
         errno = ECHILD;
         return -1;
     }
-    UniqueFd fd = ask_launch_service<128>(id, "status", "request status");
-    if (!fd)
-        return -1;
-    errno = 0;
-    const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
-    const int error = errno;
-    fd.reset();
-    // Unlike in vms_status, "OK" is compared with its case.
-    if (strcmp(json_find_str(answer.get(), "status", ""), "OK") != 0 &&
-        json_find_int64(answer.get(), "error", 0) != CLI2_ERROR_JOB_ENDED)
-        dprintf(log_fd, "vms: %s: failed to get status: %s\r\n", id, reason(answer.get(), error));
-    return static_cast<int>(json_find_int64(answer.get(), "body.status", 0));
+    Exchange exchange = vms_exit_status_question(id);
+    exchange_run(exchange);
+    return vms_exit_status_of(id, exchange);
 }
 
 int vms_wait(const char *id, unsigned timeout_s)
@@ -182,9 +206,15 @@ int vms_stop(const char *id)
         errno = ESRCH;
         return -1;
     }
-    UniqueFd fd = ask_launch_service<1024>(id, "remove", "remove job");
-    if (!fd)
+    UniqueFd fd(vconnect("remove"));
+    if (!fd) {
+        const int error = errno;
+        log_unasked(id, "remove job", error);
+        errno = error;
         return -1;
+    }
+    const std::string label = quoted_label<1024>(id);
+    cli2_send(fd.get(), label.data(), label.size(), 0);
     errno = 0;
     const JsonOwner answer(cli2_recv_json(fd.get()));
     const int error = errno;

@@ -1,4 +1,4 @@
-// Asks for the statuses of VMs off the main thread.
+// Keeps the questions for the statuses of VMs in order, on the main thread; StatusAsker asks them.
 #pragma once
 
 #include "app/kit/BackgroundWork.h"
@@ -15,12 +15,12 @@
 
 // Many VMs are asked at once, each at most once at a time. One whose supervisor was slow to answer
 // is asked after the others.
-class StatusReader : public QObject
+class StatusPoller : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit StatusReader(QObject *parent = nullptr);
+    explicit StatusPoller(QObject *parent = nullptr);
 
     // Asks for a VM's status. While a question is under way, another follows it, however often.
     void ask(const QString &vmid);
@@ -46,8 +46,6 @@ private:
         Done done;
     };
 
-    void askService(const QString &vmid);
-    void askLaunchService(const QString &vmid);
     void answer(const QString &vmid, const QString &status);
     void settle(const QString &vmid);
     void finish(const std::shared_ptr<Gathering> &gathering);
