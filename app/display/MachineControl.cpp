@@ -6,6 +6,7 @@
 #include "app/kit/SheetCodes.h"
 #include "app/kit/WindowController.h"
 #include "app/model/ControllerRun.h"
+#include "app/model/ForceStopOffer.h"
 #include "app/model/LongCommand.h"
 
 MachineControl::MachineControl(WindowController *window, const OpenScreen &screen)
@@ -26,8 +27,14 @@ void MachineControl::controlVirtualMachineUsingCommand(const QString &command,
         return;
     const QString vmid = m_screen.display()->uuid();
     const QStringList arguments = QStringList{command, vmid} + options;
-    if (!ControllerRun::isUnderWay(commandKind(arguments), vmid))
-        runLongCommand(*m_window, {arguments, description});
+    if (ControllerRun::isUnderWay(commandKind(arguments), vmid))
+        return;
+    LongCommand run{arguments, description};
+    if (command == QLatin1String("stop") && options.isEmpty())
+        run.failed = forceStopOffer(m_window, [vmid] {
+            TarvCTL::executeCommand({QStringLiteral("stop"), vmid, QStringLiteral("--force")});
+        });
+    runLongCommand(*m_window, std::move(run));
 }
 
 void MachineControl::stop()

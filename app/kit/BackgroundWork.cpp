@@ -18,6 +18,9 @@ namespace {
 // How long the main thread runs continuations before it looks after events again.
 constexpr int SLICE_MS = 8;
 
+constexpr char BOOT_RECORD_VARIABLE[] = "TARV_DO_NOT_EXIT_ON_BASE_MISS";
+bool g_owns_boot_record_variable = false; // main thread
+
 // Settings expand a path when it is first asked for, and the environment must not change while
 // another thread reads it: both are settled before the first worker runs.
 void settleWhatWorkersShare()
@@ -26,7 +29,10 @@ void settleWhatWorkersShare()
         for (ConfigEntry *entry = config_find(nullptr); entry; entry = entry->next)
             config_entry_get_path(entry);
         // Read and else set by the reader of boot records.
-        setenv("TARV_DO_NOT_EXIT_ON_BASE_MISS", "1", /*overwrite=*/0);
+        if (!getenv(BOOT_RECORD_VARIABLE)) {
+            g_owns_boot_record_variable = true;
+            setenv(BOOT_RECORD_VARIABLE, "1", /*overwrite=*/1);
+        }
         return true;
     }();
     (void)settled;
@@ -108,6 +114,11 @@ BackgroundWork::~BackgroundWork()
     const std::lock_guard lock(m_mailbox->mutex);
     delete std::exchange(m_mailbox->receiver, nullptr);
     m_mailbox->finished.swap(dropped);
+}
+
+QByteArrayList BackgroundWork::ownVariables()
+{
+    return g_owns_boot_record_variable ? QByteArrayList{BOOT_RECORD_VARIABLE} : QByteArrayList();
 }
 
 void BackgroundWork::run(Lane lane, Work work, int priority)

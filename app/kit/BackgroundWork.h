@@ -1,6 +1,8 @@
 // Work that may block, done off the main thread, with its result handed back to the main thread.
 #pragma once
 
+#include <QByteArrayList>
+
 #include <functional>
 #include <memory>
 
@@ -34,6 +36,9 @@ public:
     // and outlive the BackgroundWork; then it drops what it is given.
     using Post = std::function<void(Continuation)>;
     Post poster() const;
+
+    // Variables that are in this process's environment for the workers alone. Main thread.
+    static QByteArrayList ownVariables();
 
     // One that lives as long as the program, for work whose asker may be gone when it is done.
     static BackgroundWork &shared();

@@ -4,8 +4,9 @@
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/SheetCodes.h"
 
+#include <QAbstractButton>
 #include <QApplication>
-#include <QEvent>
+#include <QKeyEvent>
 
 namespace {
 
@@ -139,6 +140,30 @@ void WindowController::setExcludedFromWindowsMenu(bool excluded)
         m_window->setProperty(MainMenu::excludedFromWindowsProperty, excluded);
 }
 
+// A window manager may give the keyboard to a window that was clicked although its sheet blocks it.
+void WindowController::giveKeysToSheet()
+{
+    QDialog *top = attachedSheet(m_window);
+    while (QDialog *sheet = attachedSheet(top))
+        top = sheet;
+    if (top)
+        QMetaObject::invokeMethod(
+            top, [top] { top->activateWindow(); }, Qt::QueuedConnection);
+}
+
+// Return presses the button that has the focus, as in a dialog. Keys come to the window when none
+// of its widgets wanted them.
+bool WindowController::pressFocusedButton(const QKeyEvent *event)
+{
+    auto *button = qobject_cast<QAbstractButton *>(m_window->focusWidget());
+    const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    if (!button || !isReturn || qobject_cast<QDialog *>(m_window))
+        return false;
+    if (!event->isAutoRepeat())
+        button->click();
+    return true;
+}
+
 bool WindowController::eventFilter(QObject *object, QEvent *event)
 {
     if (object != m_window)
@@ -155,6 +180,7 @@ bool WindowController::eventFilter(QObject *object, QEvent *event)
         break;
     case QEvent::WindowActivate:
         lastKeyWindow() = m_window;
+        giveKeysToSheet();
         windowDidBecomeKey();
         break;
     case QEvent::WindowDeactivate:
@@ -163,6 +189,8 @@ bool WindowController::eventFilter(QObject *object, QEvent *event)
     case QEvent::Resize:
         windowDidResize();
         break;
+    case QEvent::KeyPress:
+        return pressFocusedButton(static_cast<QKeyEvent *>(event));
     default:
         break;
     }

@@ -9,6 +9,8 @@
 
 #include <functional>
 
+class QKeyEvent;
+
 // Posted when a window is about to close, before its controller is told; the object is the window
 // (a QWidget *).
 inline const QString WINDOW_WILL_CLOSE = QStringLiteral("WindowWillClose");
@@ -73,5 +75,8 @@ protected:
     bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
+    void giveKeysToSheet();
+    bool pressFocusedButton(const QKeyEvent *event);
+
     QPointer<QWidget> m_window;
 };

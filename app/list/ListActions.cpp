@@ -8,6 +8,7 @@
 #include "app/list/VirtualMachinesController.h"
 #include "app/list/VirtualMachinesTable.h"
 #include "app/model/ControllerRun.h"
+#include "app/model/ForceStopOffer.h"
 #include "app/model/LongCommand.h"
 #include "app/model/TarvVM.h"
 #include "hostlib/vm/addons.h"
@@ -169,7 +170,29 @@ void ListActions::runUnderSheet(const QString &command, const QString &descripti
             contents->reload();
     };
     run.sheetDidEnd = goOn;
+    if (command == u"stop"_s && options.isEmpty())
+        run.failed = forceStopOffer(m_window, [self = QPointer(this), virtualMachines] {
+            if (self)
+                self->forceStop(virtualMachines);
+            else
+                TarvCTL::executeCommand(
+                    longCommandArguments(u"stop"_s, {u"--force"_s}, virtualMachines));
+        });
     runLongCommand(*m_window, std::move(run));
+}
+
+// Of those that were asked to stop, the ones that still run.
+void ListActions::forceStop(const QStringList &vmids)
+{
+    m_contents->gatherStatuses(vmids, [this, vmids](const QSet<QString> &) {
+        const VirtualMachinesController *machines = m_contents->machines();
+        QStringList running;
+        for (const QString &vmid : vmids)
+            if (takesVM(ListCommand::stop, machines->shownStatus(machines->find(vmid))))
+                running.append(vmid);
+        const ListCommandForm form = listCommandForm(ListCommand::forceStop);
+        runUnderSheet(form.command, form.title, running, form.options);
+    });
 }
 
 void ListActions::copyRow()

@@ -63,6 +63,7 @@ private:
     void startByAddons(const QString &vmid);
     void prepareNext();
     void runPrepared(const Request &request);
+    void forceStop(const QStringList &vmids);
     void runDelete(const QStringList &vmids);
 
     WindowController *m_window;

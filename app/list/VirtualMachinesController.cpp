@@ -72,7 +72,10 @@ void VirtualMachinesController::addObjects(std::vector<std::unique_ptr<TarvVM>> 
 void VirtualMachinesController::watch(TarvVM *vm)
 {
     const auto changed = [this, vm] { rowChanged(vm); };
-    connect(vm, &TarvVM::nameChanged, this, changed);
+    connect(vm, &TarvVM::nameChanged, this, [this, changed] {
+        changed();
+        rearrangeObjects();
+    });
     connect(vm, &TarvVM::versionChanged, this, changed);
     connect(vm, &TarvVM::statusChanged, this, changed);
     connect(vm, &TarvVM::policyEnabledChanged, this, changed);

@@ -1,6 +1,7 @@
 #include "app/list/WelcomeWindow.h"
 
 #include <QAction>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QWindow>
 
@@ -26,6 +27,14 @@ bool WelcomeWindow::validateMenuItem(QAction *item) const
 void WelcomeWindow::performClose(QObject *)
 {
     close();
+}
+
+void WelcomeWindow::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape && !event->isAutoRepeat())
+        Q_EMIT escapePressed();
+    else
+        QMainWindow::keyPressEvent(event);
 }
 
 void WelcomeWindow::mousePressEvent(QMouseEvent *event)

@@ -20,6 +20,11 @@ public:
     // Closes the window at once: nothing is asked and no close button is needed.
     Q_INVOKABLE void performClose(QObject *sender = nullptr);
 
+Q_SIGNALS:
+    // Escape, with the focus anywhere but in a text.
+    void escapePressed();
+
 protected:
+    void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
 };

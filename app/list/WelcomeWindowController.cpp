@@ -30,6 +30,7 @@ WelcomeWindowController::WelcomeWindowController()
     auto *window = new WelcomeWindow;
     m_ui->setupUi(window);
     setWindow(window);
+    connect(window, &WelcomeWindow::escapePressed, this, [this] { cancelOperation(); });
     MainMenu::installIn(window);
     // The rooms look at the selection, which there is once the table has a model.
     m_ui->virtualMachinesTableView->setModel(m_contents->machines());

@@ -1,5 +1,6 @@
 #include "app/model/ControllerLaunch.h"
 
+#include "app/kit/BackgroundWork.h"
 #include "hostlib/config/config.h"
 #include "platform/child.h"
 #include "platform/process.h"
@@ -20,6 +21,8 @@ QMap<QByteArray, QByteArray> ownEnvironment()
         if (equals > 0)
             map.insert(text.left(equals), text.mid(equals + 1));
     }
+    for (const QByteArray &name : BackgroundWork::ownVariables())
+        map.remove(name);
     return map;
 }
 

@@ -22,7 +22,6 @@
 
 namespace {
 
-constexpr qsizetype OUTPUT_MAX = 16 * 1024 * 1024;
 // A command's own children may hold its output open; they are not waited for.
 constexpr int AFTER_END_MS = 2000;
 
@@ -67,14 +66,16 @@ void removeFollowed(const std::shared_ptr<ControllerRun> &run)
 }
 
 // False at the end of the stream.
-bool readSome(int fd, QByteArray *output)
+bool readSome(int fd, QByteArray *output, bool *whole)
 {
     char buffer[16384];
     const ssize_t count = read(fd, buffer, sizeof buffer);
     if (count < 0)
         return errno == EINTR || errno == EAGAIN;
-    if (count > 0 && output->size() < OUTPUT_MAX)
+    if (output->size() + count <= ControllerRun::OUTPUT_MAX)
         output->append(buffer, count);
+    else
+        *whole = false;
     return count > 0;
 }
 
@@ -128,11 +129,12 @@ bool ControllerRun::isUnderWay(const QString &kind, const QString &vmid)
 void ControllerRun::follow(const std::shared_ptr<ControllerRun> &run, UniqueFd output,
                            const Reader &reader)
 {
-    const QByteArray text = run->readOutput(output.get());
+    bool whole = true;
+    const QByteArray text = run->readOutput(output.get(), &whole);
     output.reset();
     run->reap();
     if (reader)
-        reader(text);
+        reader(text, whole);
     const std::lock_guard lock(followed().mutex);
     if (!followed().receiver)
         return;
@@ -147,7 +149,7 @@ void ControllerRun::follow(const std::shared_ptr<ControllerRun> &run, UniqueFd o
         Qt::QueuedConnection);
 }
 
-QByteArray ControllerRun::readOutput(int output) const
+QByteArray ControllerRun::readOutput(int output, bool *whole) const
 {
     QByteArray text;
     pollfd watched[] = {{output, POLLIN, 0}, {m_watch.get(), POLLIN, 0}};
@@ -162,7 +164,7 @@ QByteArray ControllerRun::readOutput(int output) const
             ended = true;
             watched[1].fd = -1;
         }
-        if (watched[0].revents && !readSome(output, &text))
+        if (watched[0].revents && !readSome(output, &text, whole))
             break;
     }
     return text;

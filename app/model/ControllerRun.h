@@ -29,8 +29,10 @@ inline const QString CONTROLLER_RUN_DID_END = QStringLiteral("ControllerRunDidEn
 class ControllerRun
 {
 public:
-    // Called on the run's thread with all of standard output, before `Ended` on the main thread.
-    using Reader = std::function<void(const QByteArray &output)>;
+    // Called on the run's thread with standard output, before `Ended` on the main thread. What is
+    // past OUTPUT_MAX is read and dropped, so that the child is not held up: then it is not whole.
+    using Reader = std::function<void(const QByteArray &output, bool whole)>;
+    static constexpr qsizetype OUTPUT_MAX = 16 * 1024 * 1024; // bytes
     using Ended = std::function<void()>;
 
     // Null with errno set when the program can't be started.
@@ -56,7 +58,7 @@ private:
     ControllerRun() = default;
     static void follow(const std::shared_ptr<ControllerRun> &run, UniqueFd output,
                        const Reader &reader);
-    QByteArray readOutput(int output) const;
+    QByteArray readOutput(int output, bool *whole) const;
     void reap();
 
     QStringList m_arguments;

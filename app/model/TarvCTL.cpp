@@ -20,8 +20,13 @@ namespace {
 
 constexpr int ABORT_AFTER_MS = 5000;
 
-QJsonObject parseAnswer(const QByteArray &output)
+QJsonObject parseAnswer(const QByteArray &output, bool whole)
 {
+    if (!whole) {
+        appLog("ctl", QStringLiteral("failed to parse the response: larger than %1 bytes")
+                          .arg(ControllerRun::OUTPUT_MAX));
+        return {};
+    }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(output, &error);
     if (error.error != QJsonParseError::NoError)
@@ -57,7 +62,8 @@ void TarvCTL::execute(const QStringList &arguments, const std::optional<Environm
     // Written by the run's thread before the end is posted, read after it.
     const auto answer = std::make_shared<QJsonObject>();
     m_run = ControllerRun::launch(
-        launch, [answer](const QByteArray &output) { *answer = parseAnswer(output); },
+        launch,
+        [answer](const QByteArray &output, bool whole) { *answer = parseAnswer(output, whole); },
         [this, answer, command, handler] { ended(*answer, command, handler); });
     if (!m_run) {
         const int error = errno;

@@ -56,6 +56,7 @@ void AppDelegate::applicationWillFinishLaunching(SingleInstance *instance)
         if (self)
             self->viewDisplay(path, index);
     });
+    m_instance = instance;
     m_termination.setInstance(instance);
     if (!instance)
         return;
@@ -80,7 +81,11 @@ void AppDelegate::applicationDidFinishLaunching()
     center.addObserver(this, WINDOW_WILL_CLOSE, [this](const Notification &closing) {
         windowWillClose(closing.object.value<QWidget *>());
     });
-    m_services = std::make_unique<ServiceNotifications>();
+    m_services = std::make_unique<ServiceNotifications>(m_instance ? m_instance->connection()
+                                                                   : QDBusConnection::sessionBus());
+    if (m_instance)
+        connect(m_instance, &SingleInstance::connectionChanged, this,
+                [this] { m_services->use(m_instance->connection()); });
     center.addObserver(this, QString::fromUtf8(TarvVMDidStartNotification),
                        [this](const Notification &started) { virtualMachineDidStart(started); });
     center.addObserver(this, QString::fromUtf8(TarvVMDidStopNotification),
@@ -172,13 +177,12 @@ void AppDelegate::applicationOpenFile(const QString &name, std::function<void(bo
             answer(false);
         return;
     }
-    m_displays.create(name, integerValue(name.section(QLatin1Char(':'), 1, 1)),
-                      [answer = std::move(answer)](bool opened) {
-                          if (!opened)
-                              Alert(tr("Failed to open display")).addButton(tr("Close")).runModal();
-                          if (answer)
-                              answer(opened);
-                      });
+    m_displays.create(name, displayIndexOf(name), [answer = std::move(answer)](bool opened) {
+        if (!opened)
+            Alert(tr("Failed to open display")).addButton(tr("Close")).runModal();
+        if (answer)
+            answer(opened);
+    });
 }
 
 void AppDelegate::getUrl(const QString &url)

@@ -78,6 +78,7 @@ private:
     Owned m_welcome;
     Owned m_creation;
     Owned m_eula;
+    QPointer<SingleInstance> m_instance;
     std::unique_ptr<ServiceNotifications> m_services;
 
     void windowWillClose(const QWidget *window);

@@ -97,6 +97,11 @@ std::optional<UrlRequest> parseUrlRequest(const QString &text)
     return request;
 }
 
+int displayIndexOf(const QString &name)
+{
+    return integerValue(name.section(QLatin1Char('/'), -1).section(QLatin1Char(':'), 1, 1));
+}
+
 int integerValue(const QString &text)
 {
     // strtol takes what this needs: white space, a sign, digits, and stops at anything else.

@@ -28,5 +28,8 @@ struct UrlRequest
 // name replaces an earlier. None for what is no "tarv:" URL.
 std::optional<UrlRequest> parseUrlRequest(const QString &text);
 
+// The display index of a name "path:index"; 0 without one. A colon in a folder's name is none of
+// the index: a relative path gets the name of every folder above it.
+int displayIndexOf(const QString &name);
 // The number that a text starts with, 0 without one.
 int integerValue(const QString &text);

@@ -9,6 +9,7 @@
 #include "app/shell/AppDelegate.h"
 #include "app/shell/Arguments.h"
 #include "app/shell/QuitSignals.h"
+#include "app/shell/SessionBus.h"
 #include "app/shell/SingleInstance.h"
 #include "app/shell/TarvApplication.h"
 #include "hostlib/config/config.h"
@@ -89,7 +90,10 @@ Appearance::Scheme wantedScheme()
 int runApplication(TarvApplication &application, const StartArguments &arguments,
                    AppParts (*parts)())
 {
-    SingleInstance instance;
+    const SessionBus bus;
+    SingleInstance instance(bus.connection());
+    QObject::connect(&bus, &SessionBus::reconnected, &instance,
+                     [&bus, &instance] { instance.use(bus.connection()); });
     if (instance.claim() == SingleInstance::Role::second) {
         QString error;
         if (instance.handOver(arguments.open, &error))

@@ -10,7 +10,19 @@ constexpr const char *MEMBERS[] = {"start", "stop", "create", "delete", "change"
 
 } // namespace
 
-ServiceNotifications::ServiceNotifications(QDBusConnection bus, QObject *parent) : QObject(parent)
+ServiceNotifications::ServiceNotifications(const QDBusConnection &bus, QObject *parent)
+    : QObject(parent)
+{
+    listen(bus);
+}
+
+void ServiceNotifications::use(const QDBusConnection &bus)
+{
+    listen(bus);
+    NotificationCenter::defaultCenter().post(VM_SERVICE_DID_CHANGE);
+}
+
+void ServiceNotifications::listen(QDBusConnection bus)
 {
     // Signals of the bus are connected by the slot's name; there is no typed form.
     for (const char *member : MEMBERS)

@@ -12,8 +12,13 @@ class ServiceNotifications : public QObject
     Q_OBJECT
 
 public:
-    explicit ServiceNotifications(QDBusConnection bus = QDBusConnection::sessionBus(),
-                                  QObject *parent = nullptr);
+    explicit ServiceNotifications(const QDBusConnection &bus, QObject *parent = nullptr);
+    // Listens on another connection, after the bus was lost. What happened meanwhile counts as one
+    // change.
+    void use(const QDBusConnection &bus);
+
+private:
+    void listen(QDBusConnection bus);
 
 private Q_SLOTS:
     void received(const QDBusMessage &message);

@@ -125,6 +125,15 @@ SingleInstance::Role SingleInstance::claim()
     return m_owner ? Role::first : Role::second;
 }
 
+void SingleInstance::use(const QDBusConnection &bus)
+{
+    m_bus = bus;
+    m_owner = false; // the name went with the old connection
+    if (claim() == Role::second)
+        appLog("tarv", QStringLiteral("another Tarv was started while the session bus was lost"));
+    Q_EMIT connectionChanged();
+}
+
 bool SingleInstance::handOver(const QList<QUrl> &urls, QString *error)
 {
     const QString method = urls.isEmpty() ? QStringLiteral("Activate") : QStringLiteral("Open");

@@ -25,6 +25,9 @@ public:
     ~SingleInstance() override;
 
     Role claim();
+    QDBusConnection connection() const { return m_bus; }
+    // Goes on with another connection, after the bus was lost: claims the name there.
+    void use(const QDBusConnection &bus);
     // Gives the name up: the next start is a first one.
     void release();
     // Asks the running application to open these, or to come to the front when there are none.
@@ -32,6 +35,8 @@ public:
     bool handOver(const QList<QUrl> &urls, QString *error);
 
 Q_SIGNALS:
+    // Another connection is in use; signals have to be connected to anew.
+    void connectionChanged();
     void activationRequested();
     void openRequested(const QList<QUrl> &urls);
     // An action of the desktop entry.

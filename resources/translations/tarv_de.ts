@@ -93,6 +93,17 @@
     </message>
 </context>
 <context>
+    <name>ForceStopOffer</name>
+    <message>
+        <source>Wait</source>
+        <translation>Warten</translation>
+    </message>
+    <message>
+        <source>Force Stop</source>
+        <translation>Stoppen erzwingen</translation>
+    </message>
+</context>
+<context>
     <name>LibraryReader</name>
     <message>
         <source>Another program keeps its files locked.</source>

@@ -11,7 +11,13 @@ public:
     ~PrivateBus();
     QString address() const { return m_address; } // empty when there is no bus
 
+    void stop();
+    // At the same address.
+    void startAgain();
+
 private:
+    void start(const QStringList &more);
+
     QProcess m_daemon;
     QString m_address;
 };

@@ -8,11 +8,13 @@
 #include "app/model/TarvVM.h"
 #include "app/progress/LongRunningOperationWindowController.h"
 #include "app/progress/ProgressIndicator.h"
+#include "tarvhv/cli2/exit_status.h"
 #include "tests/app/fixtures/list_fixture.h"
 
 #include <QApplication>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QTest>
@@ -186,6 +188,78 @@ TEST_F(WelcomeWindowTest, aSecondCommandWaitsForTheFirstAndOutlivesItsWindow)
                                                     [&](const Notification &) { ended++; });
     letControllerGo();
     EXPECT_TRUE(waitUntil([&] { return ended == 1; }));
+}
+
+TEST_F(WelcomeWindowTest, aGuestThatStaysOnIsWaitedForOrForced)
+{
+    setController(u"print {\"message\":\"still on\"}\nexit %1\n"_s.arg(EXIT_GUEST_STAYS_ON));
+    const auto ask = [this](int runs) {
+        select({m_running, m_stopped});
+        m_controller->stopVirtualMachine();
+        EXPECT_TRUE(waitForRecorded(runs));
+        QMessageBox *box = nullptr;
+        EXPECT_TRUE(waitUntil([&] {
+            box = qobject_cast<QMessageBox *>(WindowController::attachedSheet(window()));
+            return box != nullptr;
+        }));
+        return box;
+    };
+    const auto press = [](const QMessageBox *box, const char *title) {
+        for (QAbstractButton *button : box->buttons())
+            if (button->text() == QLatin1String(title))
+                return button->click();
+        ADD_FAILURE() << "no button " << title;
+    };
+    QMessageBox *box = ask(1);
+    ASSERT_TRUE(box);
+    EXPECT_EQ(box->text(), u"still on"_s);
+    EXPECT_EQ(box->defaultButton()->text(), u"Wait"_s);
+    press(box, "Wait");
+    ASSERT_TRUE(waitUntil([this] { return !window()->findChild<QDialog *>(); }));
+    EXPECT_EQ(recorded().size(), 1) << "waiting runs nothing";
+    box = ask(2);
+    ASSERT_TRUE(box);
+    setController(u"print {\"body\":{}}\n"_s);
+    press(box, "Force Stop");
+    ASSERT_TRUE(waitForRecorded(3));
+    EXPECT_EQ(recorded().last(), u"stop --force "_s + m_running);
+}
+
+TEST_F(WelcomeWindowTest, buttonsTakeReturnAndLeaveEscapeToTheList)
+{
+    select({m_stopped});
+    auto *start = window()->findChild<QPushButton *>(u"startButton"_s);
+    ASSERT_TRUE(waitUntil([&] { return start->isEnabled(); }));
+    start->setFocus();
+    QTest::keyClick(start, Qt::Key_Return);
+    ASSERT_TRUE(waitForRecorded(1));
+    EXPECT_EQ(recorded().last(), u"start -fv "_s + m_stopped);
+    QTest::keyClick(start, Qt::Key_Escape);
+    EXPECT_TRUE(table()->selectedRows().isEmpty());
+    for (const QAction *item : window()->findChild<QMenu *>(u"virtualMachineMenu"_s)->actions())
+        EXPECT_NE(item->shortcut(), QKeySequence(Qt::Key_Return)) << "it is a double-click";
+}
+
+TEST_F(WelcomeWindowTest, aSheetGetsTheKeyboardBack)
+{
+    select({m_stopped});
+    m_controller->delete_();
+    QDialog *sheet = WindowController::attachedSheet(window());
+    ASSERT_TRUE(sheet && QTest::qWaitForWindowActive(sheet));
+    // As a window manager may, for a click on the list.
+    window()->activateWindow();
+    QEvent activated(QEvent::WindowActivate);
+    QApplication::sendEvent(window(), &activated);
+    EXPECT_TRUE(waitUntil([&] { return QApplication::activeWindow() == sheet; }));
+}
+
+TEST_F(WelcomeWindowTest, aRenamedVMMovesToItsPlace)
+{
+    ASSERT_EQ(row(m_running), 0);
+    select({m_running});
+    m_controller->virtualMachinesController()->find(m_running)->setName(u"zero"_s);
+    EXPECT_TRUE(waitUntil([this] { return row(m_running) == 2; }));
+    EXPECT_EQ(table()->selectedRows(), QList<int>({2})) << "it stays selected";
 }
 
 TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)

@@ -1,3 +1,4 @@
+#include "app/model/ControllerRun.h"
 #include "app/model/TarvCTL.h"
 #include "platform/process.h"
 #include "tests/app/fixtures/shell_fixture.h"
@@ -63,6 +64,15 @@ TEST_F(TarvCTLTest, handsOverTheBodyOfAnAnswerLargerThanAPipe)
     EXPECT_EQ(runner->processIdentifier(), -1);
     EXPECT_EQ(runner->exitStatus(), 0);
     EXPECT_FALSE(runner->isRunning());
+}
+
+TEST_F(TarvCTLTest, anAnswerThatIsTooLargeIsSaidToBe)
+{
+    setController(u"flood %1\nprint {\"body\": 1}\nexit 0\n"_s.arg(ControllerRun::OUTPUT_MAX));
+    run({u"list"_s});
+    ASSERT_TRUE(waitForOutcome());
+    EXPECT_TRUE(outcome->body.isUndefined());
+    EXPECT_TRUE(log().contains("larger than 16777216 bytes"_L1)) << log().toStdString();
 }
 
 TEST_F(TarvCTLTest, aGivenEnvironmentReplacesTheInheritedOne)

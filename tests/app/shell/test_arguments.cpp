@@ -20,6 +20,15 @@ TEST(Arguments, urlsStayAsTheyAreAndFilesBecomeAbsolute)
     EXPECT_TRUE(error.contains("--nonsense"_L1));
 }
 
+TEST(Arguments, findsTheDisplayIndexBehindThePath)
+{
+    const std::pair<const char *, int> cases[] = {{"p", 0},       {"p:2", 2},    {"p:2:3", 2},
+                                                  {"p:x", 0},     {"/a:3/p", 0}, {"/a:3/p:4", 4},
+                                                  {"/a/p:-1", -1}};
+    for (const auto &[name, index] : cases)
+        EXPECT_EQ(displayIndexOf(QLatin1String(name)), index) << name;
+}
+
 TEST(Arguments, readsUrlRequests)
 {
     using Map = QMap<QString, QString>;

@@ -1,8 +1,12 @@
 #include "app/agreement/AdministratorRight.h"
+#include "app/kit/NotificationCenter.h"
+#include "app/shell/ServiceNotifications.h"
+#include "app/shell/SessionBus.h"
 #include "app/shell/SingleInstance.h"
 #include "tests/app/fixtures/shell_fixture.h"
 
 #include <QDBusArgument>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 
@@ -74,6 +78,42 @@ TEST_F(SessionBusTest, runsAloneWithoutABus)
     EXPECT_EQ(alone.claim(), SingleInstance::Role::alone);
     EXPECT_TRUE(log().contains("no session bus"_L1));
     QDBusConnection::disconnectFromBus(u"none"_s);
+}
+
+TEST_F(SessionBusTest, takesALostBusUpAgainWithItsNameAndSignals)
+{
+    SessionBus session(bus.address().section(u",guid="_s, 0, 0));
+    SingleInstance instance(session.connection());
+    ASSERT_EQ(instance.claim(), SingleInstance::Role::first);
+    ServiceNotifications services(session.connection());
+    int again = 0;
+    QObject::connect(&session, &SessionBus::reconnected, &session, [&] {
+        again++;
+        instance.use(session.connection());
+        services.use(session.connection());
+    });
+    int changes = 0;
+    int stops = 0;
+    QObject context;
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.addObserver(&context, VM_SERVICE_DID_CHANGE, [&](const Notification &) { changes++; });
+    center.addObserver(&context, VM_SERVICE_DID_STOP, [&](const Notification &) { stops++; });
+    for (int round = 1; round <= 2; round++) {
+        bus.stop();
+        ASSERT_TRUE(waitUntil([&] { return log().count("session bus is lost"_L1) == round; }));
+        bus.startAgain();
+        ASSERT_TRUE(waitUntil([&] { return again == round; }));
+        EXPECT_EQ(changes, round) << "what happened meanwhile";
+        QDBusConnection other = connect(round == 1 ? "other1" : "other2");
+        EXPECT_TRUE(other.interface()->isServiceRegistered(u"com.quelda.Tarv"_s));
+        SingleInstance second(other);
+        EXPECT_EQ(second.claim(), SingleInstance::Role::second);
+        other.send(QDBusMessage::createSignal(u"/com/quelda/tarvhv"_s,
+                                              u"com.quelda.tarvhv.notification"_s, u"stop"_s)
+                   << u"id"_s);
+        EXPECT_TRUE(waitUntil([&] { return stops == round; }));
+    }
+    EXPECT_EQ(log().count("session bus is back"_L1), 2);
 }
 
 TEST_F(SessionBusTest, theAdministratorRightIsPolkitsAnswer)
