@@ -1,3 +1,4 @@
+#include "hostlib/vm/used_state.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
@@ -130,6 +131,12 @@ void Cloning::copy_state()
     const std::string file = config_text(m_theirs.get(), "state_file");
     if (file.empty())
         return;
+    // The source's guest has gone on from it: above the disks that are cloned it would destroy
+    // them.
+    if (vm_state_used(m_library.open(m_source).get(), file.c_str()) != 0) {
+        kv_free(kv_detach(m_ours.get(), "state_file"));
+        return;
+    }
     m_progress.begin_step(0.97);
     copy_file(image_path(file), m_stage.add_image("state"),
               [this](double part) { m_progress.report(part); });

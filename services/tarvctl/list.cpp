@@ -47,9 +47,12 @@ std::string status_text(const VmState &state, const Row &row)
 {
     if (!row.fault.empty() && !state.serves)
         return coloured("unreadable", 31);
-    const std::string text = state.status == VmStatus::running && !state.state.empty()
-                                 ? state.state
-                                 : vm_status_word(state.status);
+    std::string text = state.status == VmStatus::running && !state.state.empty()
+                           ? state.state
+                           : vm_status_word(state.status);
+    if (state.details.is_object() && state.details.contains("progress") &&
+        state.details["progress"].is_number_integer())
+        text += " " + std::to_string(state.details["progress"].get<int64_t>()) + " %";
     if (state.status == VmStatus::running)
         return coloured(text, 32);
     return state.status == VmStatus::failed || state.status == VmStatus::malfunction

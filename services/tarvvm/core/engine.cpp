@@ -20,7 +20,11 @@ ServiceFailure Engine::start(const EngineHost &host, StartMode mode, Begin begin
     UniqueFd agent_unread(fcntl(channels.engine_agent.get(), F_DUPFD_CLOEXEC, 0));
     const Launch launch = engine_launch(m_machine, host, options);
     m_log.line("starting " + engine_launch_line(launch));
-    m_process = EngineProcess::start(m_loop, launch, &channels, m_log, m_handlers.ended);
+    m_process =
+        EngineProcess::start(m_loop, launch, &channels, m_log, [this](const EngineEnd &end) {
+            m_qmp->drain();
+            m_handlers.ended(end);
+        });
     if (!m_process)
         return ServiceFailure::of(launch.program);
     m_qmp = std::make_unique<Qmp>(m_loop, std::move(channels.monitor), monitorHandlers());

@@ -29,7 +29,7 @@ public:
         std::function<void(const std::string &name, const json *data)> event;
         // Once: the monitor is closed. As a rule the engine is ending.
         std::function<void(const std::string &reason)> closed;
-        // Once, after its last words.
+        // Once, after its last words and all that its monitor had said.
         std::function<void(const EngineEnd &end)> ended;
     };
     enum class Begin

@@ -2,8 +2,11 @@
 
 #include "hostlib/vm/img.h"
 #include "hostlib/vm/owners.h"
+#include "hostlib/vm/used_state.h"
 #include "hostlib/vm/vm.h"
 #include "hostlib/vm/vmlib.h"
+#include "platform/file.h"
+#include "platform/unique_fd.h"
 #include "services/engine/trees.h"
 #include "services/tarvvm/machine/state_files.h"
 
@@ -76,6 +79,12 @@ VmPreparation VmRecord::prepare()
         return failed(EX_UNAVAILABLE, error);
     if (!engine_host_make_nvram(result.machine, result.host, &error))
         return failed(EX_CANTCREAT, error);
+    const int used = vm_state_used(m_vm.get(), result.machine.state_file.c_str());
+    if (used < 0)
+        return failed(EX_UNAVAILABLE, ServiceFailure::of(directory + "/state.used").text);
+    result.state_used = used == 1;
+    if (!result.state_used)
+        vm_unmark_state(m_vm.get()); // of a state that is gone
     m_images_dir = result.host.images_dir;
     state_sweep_drafts(m_images_dir, m_id);
     sweepStates(result.machine.state_file);
@@ -84,9 +93,14 @@ VmPreparation VmRecord::prepare()
 
 ServiceFailure VmRecord::writeState(const std::string &name)
 {
-    if (vm_write_state(m_vm.get(), name.c_str()) != 0)
-        return ServiceFailure::of("the state can't be recorded");
-    return {};
+    if (vm_write_state(m_vm.get(), name.c_str()) == 0)
+        return {};
+    const ServiceFailure failure = ServiceFailure::of("the state can't be recorded");
+    // The new text may stand there without being safe on the disk.
+    const KvTree found(vm_read_state(m_vm.get()));
+    if (found && name == kv_get_str(found.get(), "state_file", ""))
+        vm_remove_state(m_vm.get());
+    return failure;
 }
 
 bool VmRecord::removeState(const std::string &name)
@@ -102,7 +116,20 @@ bool VmRecord::removeState(const std::string &name)
     if (name.find('/') == std::string::npos && !isNeeded(name))
         unlinkat(img_libfd(), name.c_str(), 0);
     sweepStates("");
+    vm_unmark_state(m_vm.get()); // last: a mark without a state does no harm
     return true;
+}
+
+ServiceFailure VmRecord::markUsed(const std::string &name)
+{
+    if (vm_mark_state_used(m_vm.get(), name.c_str()) == 0)
+        return {};
+    return ServiceFailure::of("it can't be marked as used: state.used");
+}
+
+ServiceFailure VmRecord::unmark()
+{
+    return vm_unmark_state(m_vm.get()) == 0 ? ServiceFailure() : ServiceFailure::of("state.used");
 }
 
 // A configuration that can't be read may be one that names it.
@@ -110,7 +137,14 @@ bool VmRecord::names(const std::string &id, const char *tag, const std::string &
 {
     errno = 0;
     const std::unique_ptr<vm, Close> version(vmlib_get(m_library.get(), id.c_str(), tag));
-    const KvTree config(version ? vm_read_config(version.get()) : nullptr);
+    const char *file = version ? vm_config_path(version.get()) : nullptr;
+    // The lock is taken first, without waiting, and held while the record is read: another VM's
+    // record may be locked by anybody, for as long as it likes, and this VM's start is not to wait.
+    const UniqueFd lock(file ? platform_openat_locked(vm_dir(version.get()), file,
+                                                      O_RDONLY | O_NONBLOCK | O_CLOEXEC,
+                                                      FileLock::shared, 0)
+                             : -1);
+    const KvTree config(lock ? vm_read_config(version.get()) : nullptr);
     return config ? state == kv_get_str(config.get(), "state_file", "") : errno != ENOENT;
 }
 

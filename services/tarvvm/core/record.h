@@ -17,6 +17,7 @@ struct VmPreparation
 {
     Machine machine;
     EngineHost host;
+    bool state_used = false; // a guest has gone on from the saved state that the record names
     ServiceFailure failure;
     int status = 0;
 };
@@ -42,9 +43,12 @@ public:
     VmPreparation prepare();
     // Names the saved state in the record.
     ServiceFailure writeState(const std::string &name);
-    // Takes a saved state out of the record and removes its file. False when the record still
-    // names it.
+    // Takes a saved state out of the record, then removes its file, then its mark. False when the
+    // record still names it. A record that names another one keeps that.
     bool removeState(const std::string &name);
+    // Marks a saved state as used, on the disk: no start reads it again.
+    ServiceFailure markUsed(const std::string &name);
+    ServiceFailure unmark();
 
 private:
     void sweepStates(const std::string &kept);

@@ -42,7 +42,7 @@ void Supervisor::onPrepared(VmPreparation prepared)
 
 bool Supervisor::isResuming() const
 {
-    return m_mode != StartMode::recovery && !m_vm.machine.state_file.empty();
+    return m_mode != StartMode::recovery && !m_vm.machine.state_file.empty() && !m_vm.state_used;
 }
 
 ServiceFailure Supervisor::startEngine()
@@ -58,9 +58,18 @@ ServiceFailure Supervisor::startEngine()
     m_room = std::make_unique<RoomWait>(m_loop, m_run, m_engine->qmp(), m_log);
     m_saved_state = std::make_unique<SavedState>(m_loop, *m_worker, m_record, m_log,
                                                  m_vm.machine.state_file, images);
-    m_suspension = std::make_unique<Suspension>(m_engine->migration(), *m_worker, m_record, images);
+    m_suspension = std::make_unique<Suspension>(m_engine->migration(), *m_worker, m_record, images,
+                                                m_vm.machine.state_file);
+    if (m_vm.state_used)
+        m_log.line(usedStateNote());
     awaitEngine();
     return {};
+}
+
+std::string Supervisor::usedStateNote() const
+{
+    return "the saved state " + m_vm.machine.state_file +
+           " was used by an earlier run, which did not get to removing it: the VM boots afresh";
 }
 
 Engine::Handlers Supervisor::engineHandlers()
@@ -72,6 +81,8 @@ Engine::Handlers Supervisor::engineHandlers()
             return; // a stop came in between
         if (isResuming())
             resume();
+        else if (!m_vm.machine.state_file.empty() && !m_vm.state_used)
+            useState(); // it boots without it, and the disks change all the same
         else
             release();
     };
@@ -97,8 +108,9 @@ void Supervisor::awaitEngine()
 }
 
 // The order of a resume: the state is read into a machine that has its screens and its cables
-// already, then the guest is connected to the sizes that came with it, and only then it runs. The
-// state is kept until it does, since a start that fails before must be able to be repeated.
+// already, then the guest is connected to the sizes that came with it. That QEMU has answered
+// proves that it lives, so the state is marked as used, and only when the mark is on the disk the
+// guest runs. A start that fails before keeps the state, so that it can be repeated.
 void Supervisor::resume()
 {
     m_run.step(RunEvent::loadBegun);
@@ -108,7 +120,17 @@ void Supervisor::resume()
         if (failure || m_run.state() != RunState::resuming)
             return;
         m_engine->keepSizes();
-        release();
+        useState();
+    });
+}
+
+void Supervisor::useState()
+{
+    m_saved_state->use([this](const ServiceFailure &failure) {
+        if (failure)
+            giveUp(failure.text, KILL_GRACE_MS);
+        else
+            release();
     });
 }
 
@@ -125,6 +147,7 @@ void Supervisor::onRunning()
     if (!m_run.step(RunEvent::guestRuns))
         return;
     m_start_deadline.reset();
+    m_saved_state->guestRan();
     m_log.line("running, engine's process " + std::to_string(m_engine->process().pid()));
     m_usage.begin(Usage::Clock::now());
     m_saved_state->drop();
@@ -138,6 +161,8 @@ void Supervisor::onEvent(const std::string &name, const json *data)
         m_log.line(std::string("the guest is off: ") + json_find_str(data, "reason", "no reason"));
         // The engine ends by itself now; the ladder sees to it that it does.
         force();
+    } else if (name == "RESUME") {
+        m_saved_state->guestRan();
     } else if (name == "BLOCK_IO_ERROR") {
         m_room->onDiskError(data);
     } else if (name == "GUEST_PANICKED") {

@@ -33,10 +33,31 @@ void SavedState::load(Migration &migration, Done done)
         done(ServiceFailure::of(path));
 }
 
+void SavedState::use(Done done)
+{
+    m_mark_asked = true;
+    const bool taken =
+        m_worker.run([record = m_record, name = m_name] { return record->markUsed(name); }, done);
+    if (!taken)
+        done({EBUSY, "it can't be marked as used: too much waits for the disk"});
+}
+
+void SavedState::takeBack(Done done)
+{
+    const bool taken = m_worker.run([record = m_record] { return record->unmark(); },
+                                    [this, done](const ServiceFailure &failure) {
+                                        m_mark_asked = bool(failure);
+                                        done(failure);
+                                    });
+    if (!taken)
+        done({EBUSY, "too much waits for the disk"});
+}
+
 void SavedState::drop()
 {
     if (m_name.empty())
         return;
+    // It never outlives the run: it goes with this object, and before a suspend names another one.
     const auto retry = [this] {
         m_log.line("the record still names the saved state; it is tried again");
         m_retry = event_timer(m_loop, RETRY_MS, [this] { drop(); });

@@ -1,8 +1,16 @@
-// The saved state that a start finds in the record: read into the machine, then dropped.
+// The saved state that a start finds in the record: read into the machine, used, dropped.
 //
-// The state is dropped once the guest runs, since its disks differ from then on from what the state
-// was saved with. A start that fails before keeps it. A supervisor that is killed in between leaves
-// the record naming it.
+// A state may be run from once: the guest's disks change with its first instruction, and old memory
+// above changed disks destroys them. So each step is on the disk before the next one begins:
+//
+//   1. the state is read into the machine, and QEMU has answered that it is whole
+//   2. the state is marked as used
+//   3. the guest is let run
+//   4. the state's name leaves the record, then its file goes, then the mark
+//
+// Killed before 2, the next start resumes. Killed after 2, it finds the mark and boots afresh; it
+// can't know whether the guest ran. An attempt that failed between 2 and 3 and whose guest provably
+// never ran takes the mark back.
 #pragma once
 
 #include "services/failure.h"
@@ -31,6 +39,17 @@ public:
     const std::string &name() const { return m_name; }
     // Reads it into a machine that waits for one.
     void load(Migration &migration, Done done);
+    // Marks it as used.
+    void use(Done done);
+    // QEMU says that the guest runs. It says so before the guest's first instruction.
+    void guestRan() { m_ran = true; }
+    // It is marked, or about to be, and the guest has not run. To be asked once the engine has
+    // ended and all that it said was read.
+    bool isUnspent() const { return m_mark_asked && !m_ran; }
+    // A state from which a guest has run; the next start boots afresh.
+    bool isSpent() const { return m_mark_asked; }
+    // Takes the mark back.
+    void takeBack(Done done);
     // Takes it out of the record and removes its file; tried again until the record is free.
     void drop();
     // No more tries: the record is about to name another one.
@@ -42,5 +61,7 @@ private:
     std::shared_ptr<VmRecord> m_record;
     VmLog &m_log;
     std::string m_name, m_directory;
+    bool m_mark_asked = false; // the mark may be on the disk
+    bool m_ran = false;
     EventSource m_retry;
 };

@@ -107,6 +107,10 @@ JsonTree Supervisor::describe()
     json_append_int64(body.get(), "engine_pid", m_engine ? m_engine->process().pid() : -1);
     if (m_run.state() == RunState::waitingForRoom)
         json_append_str(body.get(), "notice", m_run.reason().c_str());
+    if (const auto progress = m_suspension ? m_suspension->progress() : std::nullopt)
+        json_append_int64(body.get(), "progress", *progress);
+    if (m_vm.state_used)
+        json_append_str(body.get(), "note", usedStateNote().c_str());
     const DisplayServer *displays = m_engine ? m_engine->displays() : nullptr;
     JsonTree screens = displays ? displays->describe() : JsonTree(json_mkarray());
     json_append(body.get(), "displays", screens.release());
@@ -120,17 +124,26 @@ void Supervisor::notify(const char *member)
 
 // ---- the end ------------------------------------------------------------------------------------
 
-// A state that is whole comes to its own end without the engine, and is waited for. Otherwise the
-// record could name a state of which everybody was told that there is none.
+// What the disk still has to do is waited for, so that what everybody is told is what the record
+// says. A state that is whole is recorded without the engine. And where QEMU has gone without
+// having said that the guest runs, which it says before the first instruction, the guest provably
+// never ran: the mark of the state that it was to go on from is taken back.
 void Supervisor::onEngineEnd(const EngineEnd &end)
 {
-    if (!m_suspension->isRecording()) {
+    const bool unspent = m_saved_state->isUnspent();
+    if (!m_suspension->isRecording() && !unspent) {
         conclude(end);
         return;
     }
     m_engine_end = end;
     m_record_deadline =
         event_timer(m_loop, uint64_t(DISK_PATIENCE.count()), [this] { conclude(*m_engine_end); });
+    if (unspent)
+        m_saved_state->takeBack([this](const ServiceFailure &failure) {
+            if (failure)
+                m_log.line("the saved state stays marked as used: " + failure.text);
+            conclude(*m_engine_end);
+        });
 }
 
 void Supervisor::conclude(const EngineEnd &end)
@@ -139,7 +152,7 @@ void Supervisor::conclude(const EngineEnd &end)
         return; // the record was waited for long enough
     const std::string failure =
         run_verdict({m_run, end, m_ladder->reached() == Rung::kill, m_suspension->isRecorded(),
-                     isResuming() ? m_vm.machine.state_file : ""});
+                     isResuming() ? m_vm.machine.state_file : "", m_saved_state->isSpent()});
     m_run.step(RunEvent::engineEnded);
     if (failure.empty())
         m_log.line("ended");

@@ -66,7 +66,9 @@ private:
     Engine::Handlers engineHandlers();
     void awaitEngine();
     bool isResuming() const;
+    std::string usedStateNote() const;
     void resume();
+    void useState();
     void release();
     void onRunning();
     void onEvent(const std::string &name, const json *data);
@@ -100,5 +102,5 @@ private:
     std::unique_ptr<SavedState> m_saved_state;
     std::unique_ptr<Suspension> m_suspension;
     EventSource m_start_deadline, m_record_deadline;
-    std::optional<EngineEnd> m_engine_end; // while a state is still on its way to the disk
+    std::optional<EngineEnd> m_engine_end; // while a state or its mark is on its way to the disk
 };

@@ -1,5 +1,6 @@
 #include "services/tarvvm/core/suspension.h"
 
+#include <algorithm>
 #include <unistd.h>
 #include <utility>
 
@@ -10,11 +11,12 @@ const ServiceFailure BUSY{EBUSY, "too much waits for the disk"};
 } // namespace
 
 Suspension::Suspension(Migration &migration, Worker &worker, std::shared_ptr<VmRecord> record,
-                       std::string directory)
+                       std::string directory, std::string avoided)
     : m_migration(migration),
       m_worker(worker),
       m_record(std::move(record)),
-      m_directory(std::move(directory))
+      m_directory(std::move(directory)),
+      m_avoided(std::move(avoided))
 {
 }
 
@@ -26,7 +28,7 @@ Suspension::~Suspension()
 void Suspension::begin(Done done)
 {
     m_done = std::move(done);
-    m_name = state_name_now(m_record->id());
+    m_name = state_name_now(m_directory, m_record->id(), m_avoided);
     m_draft = std::make_shared<StateDraft>(state_begin(m_directory, m_record->id()));
     if (m_draft->failure) {
         finish(std::exchange(m_draft, nullptr)->failure);
@@ -74,6 +76,14 @@ void Suspension::record()
         });
     if (!taken)
         finish(BUSY); // the file, which nothing names, is swept by the next supervisor
+}
+
+std::optional<int64_t> Suspension::progress() const
+{
+    if (m_recording)
+        return 99;
+    const auto written = m_migration.progress();
+    return written ? std::optional(std::min<int64_t>(*written, 99)) : std::nullopt;
 }
 
 void Suspension::cancel()

@@ -27,9 +27,9 @@ class Suspension
 public:
     using Done = std::function<void(const ServiceFailure &failure)>;
 
-    // `directory` is the image library.
+    // `directory` is the image library, `avoided` the name of the state that the run began with.
     Suspension(Migration &migration, Worker &worker, std::shared_ptr<VmRecord> record,
-               std::string directory);
+               std::string directory, std::string avoided);
     ~Suspension(); // drops a file that was not finished
     Suspension(const Suspension &) = delete;
     Suspension &operator=(const Suspension &) = delete;
@@ -41,6 +41,8 @@ public:
     void cancel();
     // The state is being put on the disk: the engine is not needed for it.
     bool isRecording() const { return m_recording; }
+    // Percent; none while nothing is being suspended. What is left after 99 is the disk's.
+    std::optional<int64_t> progress() const;
     // The record names the state.
     bool isRecorded() const { return m_recorded; }
     // The state's name in the image library.
@@ -55,7 +57,7 @@ private:
     Migration &m_migration;
     Worker &m_worker;
     std::shared_ptr<VmRecord> m_record;
-    std::string m_directory;
+    std::string m_directory, m_avoided;
     std::string m_name;
     std::shared_ptr<StateDraft> m_draft; // while QEMU writes it
     bool m_recording = false;

@@ -24,5 +24,7 @@ std::string run_verdict(const RunVerdict &verdict)
         return failure;
     if (reached == RunState::resuming)
         failure = "the saved state " + verdict.state_file + " can't be resumed: " + failure;
+    if (verdict.state_spent)
+        return failure + " (the saved state is used up; the next start boots afresh)";
     return failure + " (the saved state is kept; tarvctl start --recovery boots without it)";
 }

@@ -8,11 +8,12 @@
 
 struct RunVerdict
 {
-    Run run;                // as it was before its end
-    EngineEnd end;          // of the engine
-    bool killed = false;    // by the ladder's last rung
-    bool suspended = false; // the state is safe
-    std::string state_file; // the saved state that was to be resumed; empty: none was
+    Run run;                  // as it was before its end
+    EngineEnd end;            // of the engine
+    bool killed = false;      // by the ladder's last rung
+    bool suspended = false;   // the state is safe
+    std::string state_file;   // the saved state that was to be resumed; empty: none was
+    bool state_spent = false; // and the guest may have run from it
 };
 
 // A sentence for people; empty when the run ended as was asked, or as the guest did.

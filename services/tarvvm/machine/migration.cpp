@@ -15,6 +15,7 @@ constexpr uint64_t POLL_MS = 50;
 void Migration::save(int file, Done done)
 {
     m_qmp.execute("stop");
+    m_progress = 0;
     begin("migrate", file, std::move(done));
 }
 
@@ -55,6 +56,9 @@ void Migration::poll()
 void Migration::judge(const json *result, const std::string &error)
 {
     const std::string status = json_find_str(result, "status", "");
+    const int64_t total = json_find_int64(result, "ram.total", 0);
+    if (m_progress && total > 0)
+        m_progress = 100 - json_find_int64(result, "ram.remaining", 0) * 100 / total;
     if (!result)
         finish(error);
     else if (status == "failed" || status == "cancelled")
@@ -74,6 +78,7 @@ void Migration::cancel()
 void Migration::finish(const std::string &error)
 {
     m_poll.reset();
+    m_progress.reset();
     if (const Done done = std::exchange(m_done, nullptr))
         done({0, error});
 }

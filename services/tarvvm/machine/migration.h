@@ -5,7 +5,9 @@
 #include "services/loop/event.h"
 #include "services/tarvvm/machine/qmp.h"
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 class Migration
@@ -23,6 +25,8 @@ public:
     // Reads a state into a machine that was started to wait for one. A failure may come as QEMU's
     // end instead, and then `done` is told that it is gone.
     void load(int file, Done done);
+    // Percent of the memory that was written; while one is being saved.
+    std::optional<int64_t> progress() const { return m_progress; }
     // `done` is not called any more. QEMU is not told: it is about to be ended.
     void cancel();
 
@@ -36,4 +40,5 @@ private:
     Qmp &m_qmp;
     EventSource m_poll;
     Done m_done;
+    std::optional<int64_t> m_progress;
 };

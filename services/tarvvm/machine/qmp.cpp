@@ -91,15 +91,15 @@ void Qmp::flush()
     watch();
 }
 
-void Qmp::receive()
+bool Qmp::receive()
 {
     char buffer[16384];
     const ssize_t length = recv(m_socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
     if (length < 0 && (errno == EAGAIN || errno == EINTR))
-        return;
+        return false;
     if (length <= 0) {
         close(length == 0 ? "QEMU closed its monitor" : std::strerror(errno));
-        return;
+        return false;
     }
     std::vector<JsonTree> objects;
     const bool sound = m_lines.feed({buffer, size_t(length)}, &objects);
@@ -108,6 +108,13 @@ void Qmp::receive()
             handle(object.get());
     if (!sound && m_socket)
         close("QEMU's monitor speaks something else than JSON lines");
+    return true;
+}
+
+void Qmp::drain()
+{
+    while (m_socket && receive())
+        ;
 }
 
 void Qmp::handle(const json *object)

@@ -49,6 +49,8 @@ public:
     void execute(const char *command, JsonTree arguments, Answer answer, int fd = -1);
     void execute(const char *command, Answer answer = {}) { execute(command, nullptr, answer); }
     bool isClosed() const { return !m_socket; }
+    // Takes all that has been said so far: what an engine said before its end may still wait here.
+    void drain();
 
 private:
     struct Outgoing
@@ -56,7 +58,7 @@ private:
         std::string bytes;
         UniqueFd fd;
     };
-    void receive();
+    bool receive(); // whether something came
     void handle(const json *object);
     void handleGreeting();
     void flush();

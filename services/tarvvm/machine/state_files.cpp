@@ -61,9 +61,14 @@ ServiceFailure state_publish(const StateDraft &draft, const std::string &directo
     return failure;
 }
 
-std::string state_name_now(const std::string &id)
+std::string state_name_now(const std::string &directory, const std::string &id,
+                           const std::string &avoided)
 {
-    return id + "-" + std::to_string(time(nullptr)) + STATE_SUFFIX;
+    for (time_t now = time(nullptr);; now++) {
+        const std::string name = id + "-" + std::to_string(now) + STATE_SUFFIX;
+        if (name != avoided && access((directory + "/" + name).c_str(), F_OK) != 0)
+            return name;
+    }
 }
 
 std::vector<std::string> state_names(const std::string &directory, const std::string &id)

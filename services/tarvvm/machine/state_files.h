@@ -24,8 +24,10 @@ StateDraft state_begin(const std::string &directory, const std::string &id);
 // name is when this returns. A draft that fails is removed.
 ServiceFailure state_publish(const StateDraft &draft, const std::string &directory,
                              const std::string &name);
-// The name for a state of this VM that is saved now.
-std::string state_name_now(const std::string &id);
+// The name for a state of this VM that is saved now: no file has it, and it is not `avoided`, the
+// name of the state that this run began with. That one may still be waiting for its removal.
+std::string state_name_now(const std::string &directory, const std::string &id,
+                           const std::string &avoided);
 
 // The states of a VM that are there, whether or not anything names them.
 std::vector<std::string> state_names(const std::string &directory, const std::string &id);

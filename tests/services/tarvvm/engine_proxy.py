@@ -1,9 +1,11 @@
 #!/usr/bin/python3
 """Stands between a supervisor and QEMU and fails at a chosen moment.
 
-The file "plan" beside it holds "WHEN COMMAND DEED": WHEN is before or after, COMMAND one of the machine
-protocol's or "greeting", DEED is kill, exit, hang, close (its monitor) or blind (closes its display, and
-goes on). Without it QEMU is run as it is.
+The file "plan" beside it holds "WHEN COMMAND DEED": WHEN is before or after; or answer, which is before
+the answer is passed on, or event, before an event is. COMMAND is one of the machine protocol's,
+"greeting" or an event's name. DEED is kill, exit, hang (QEMU goes on, unheard), close (its monitor) or
+blind (closes its display, and goes on). Then the file "reached" is there. Without a plan QEMU is run as
+it is.
 """
 import ctypes
 import json
@@ -20,6 +22,7 @@ QEMU = "/usr/bin/qemu-system-x86_64"
 
 
 def fail(deed, engine, supervisor, display):
+    pathlib.Path(sys.argv[0]).with_name("reached").touch()
     if deed == "blind":
         display.shutdown(socket.SHUT_RDWR)
         return
@@ -57,6 +60,10 @@ def relay(supervisor, monitor, act, displays):
                     act("before", name)
                     socket.send_fds(monitor, [line + b"\n"], fds if name == "getfd" else [])
                     continue
+                if "event" in message:
+                    act("event", message["event"])
+                elif "id" in message:
+                    act("answer", names[message["id"]])
                 supervisor.sendall(line + b"\n")
                 if "QMP" in message:
                     act("after", "greeting")

@@ -1,6 +1,6 @@
 // The engine dies, hangs and runs out of disk at every stage: what the user is told and what is
 // left.
-#include "tests/services/tarvvm/live_vm.h"
+#include "tests/services/tarvvm/faulty_vm.h"
 #include "tests/support/small_disk.h"
 
 #include <gmock/gmock.h>
@@ -15,40 +15,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-// A VM whose QEMU is reached through the proxy that fails as planned.
-class FaultyVm : public LiveVm
-{
-public:
-    explicit FaultyVm(const std::string &guest, const std::string &config = "")
-        : LiveVm(guest, config)
-    {
-        std::filesystem::create_symlink(ENGINE_PROXY, file("engine"));
-        home().set("qemu_executable", file("engine"));
-    }
-    void plan(const std::string &text) const
-    {
-        std::filesystem::remove(file("plan"));
-        if (!text.empty())
-            write("plan", text);
-    }
-    // Files of the image library besides the disk.
-    std::vector<std::string> images() const
-    {
-        std::vector<std::string> names;
-        for (const auto &entry : std::filesystem::directory_iterator(file("images")))
-            if (const std::string name = entry.path().filename();
-                name != "disk.img" && name != ".removal-queue" && name != ".filler")
-                names.push_back(name);
-        return names;
-    }
-    // Neither socket nor process is left.
-    void expectGone() const
-    {
-        EXPECT_FALSE(socketExists());
-        EXPECT_TRUE(wait_for([this] { return processes_with(id()).empty(); }));
-    }
-};
 
 TEST(Faults, engineThatDiesWhileStartingIsNamed)
 {
