@@ -4,6 +4,7 @@
 //   bars        colour bars, 1024 x 768; F1 to F4 change to one of GUEST_MODES
 //   repaint20   the whole screen of 1920 x 1080 repainted 20 times a second
 //   repaint40   the same 40 times a second
+//   repaint1000 the same as often as the machine is able to: its frames tell the guest's speed
 //   text        80 x 25 characters, no cursor: nothing moves
 //   writer      writes its disk from 1 MiB to 32 MiB again and again
 #pragma once
