@@ -1,6 +1,7 @@
 #include "tarvhv/display/packet_socket.h"
 
 #include "tarvhv/cli2/descriptors.h"
+#include "tarvhv/cli2/input_packets.h"
 #include "tarvhv/cli2/io.h"
 
 #include <algorithm>
@@ -16,16 +17,6 @@ bool replaces_earlier(uint32_t type)
 {
     return type == DISPLAY_DAMAGE_DONE || type == DISPLAY_ACTIVE || type == DISPLAY_RESIZE ||
            type == DISPLAY_PASTEBOARD_ASK || type == DISPLAY_PASTEBOARD_SEND;
-}
-
-bool is_pointer(uint32_t type)
-{
-    return type == DISPLAY_POINTER_ABS || type == DISPLAY_POINTER_REL;
-}
-
-void add_saturated(int32_t &sum, int32_t value)
-{
-    sum = int32_t(std::clamp<int64_t>(int64_t{sum} + value, INT32_MIN, INT32_MAX));
 }
 
 } // namespace
@@ -101,22 +92,14 @@ bool PacketSender::merge(const display_packet &packet, UniqueFd &descriptor)
         }
         return earlier != nullptr;
     }
-    if (!is_pointer(packet.type) && packet.type != DISPLAY_WHEEL)
+    if (!input_packet_moves(packet))
         return false;
     Waiting *last = crowded ? lastOf(packet.type) : m_waiting.empty() ? nullptr : &m_waiting.back();
-    if (!last || last->packet.type != packet.type)
+    if (!last)
         return false;
-    if (is_pointer(packet.type) && last->packet.arg[2] != packet.arg[2] && !crowded)
-        return false;
-    if (packet.type == DISPLAY_POINTER_ABS) {
-        last->packet = packet;
-        return true;
-    }
-    add_saturated(last->packet.arg[0], packet.arg[0]);
-    add_saturated(last->packet.arg[1], packet.arg[1]);
-    if (is_pointer(packet.type))
-        last->packet.arg[2] = packet.arg[2];
-    return true;
+    if (crowded && packet.type != DISPLAY_WHEEL)
+        last->packet.arg[2] = packet.arg[2]; // the buttons: a click in between is left out
+    return input_packet_join(&last->packet, packet);
 }
 
 // With too many waiting, key presses are left out, and releases of keys that are up by then. All

@@ -139,7 +139,14 @@ void AgentEncoder::add(agent_type type, const std::string &head, Contents conten
     const size_t size = head.size() + (contents ? contents->size() : 0);
     std::string start = agent_number(PROTOCOL) + agent_number(type) + agent_number(0) +
                         agent_number(0) + agent_number(uint32_t(size));
-    m_messages.push_back({start + head, std::move(contents)});
+    m_messages.push_back({type, start + head, std::move(contents)});
+}
+
+void AgentEncoder::addInstead(agent_type type, const std::string &head)
+{
+    std::erase_if(m_messages,
+                  [&](const Message &each) { return each.type == type && each.done == 0; });
+    add(type, head);
 }
 
 bool AgentEncoder::next(std::string *bytes)

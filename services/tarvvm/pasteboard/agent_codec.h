@@ -96,6 +96,8 @@ public:
 
     // Queues a message whose body is `head` and then the contents, if any.
     void add(agent_type type, const std::string &head, Contents contents = nullptr);
+    // The same for one that makes others of its type void, as far as nothing of them is out.
+    void addInstead(agent_type type, const std::string &head);
     // Appends the bytes of the next chunk. False when there is none.
     bool next(std::string *bytes);
     size_t waiting() const { return m_messages.size(); }
@@ -104,6 +106,7 @@ public:
 private:
     struct Message
     {
+        agent_type type;
         std::string head; // with the message's header
         Contents contents;
         size_t done = 0; // bytes of both that are out

@@ -45,7 +45,8 @@ void AgentLink::grab(uint32_t kinds)
     for (const agent_kind kind : {AGENT_TEXT, AGENT_PNG})
         if (kinds & 1u << kind)
             body += agent_number(kind);
-    m_encoder.add(AGENT_GRAB, body);
+    // Viewers may copy faster than the guest reads: only the last that it was offered counts.
+    m_encoder.addInstead(AGENT_GRAB, body);
 }
 
 void AgentLink::request(agent_kind kind, size_t contents_max)

@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr unsigned UNANSWERED_MAX = 64; // moves past it are left out
 constexpr const char *BUTTONS[] = {"left",       "middle", "right", "wheel-up",
                                    "wheel-down", "side",   "extra"};
 
@@ -55,8 +54,6 @@ void Desktop::setSize(size_t screen, uint32_t width, uint32_t height)
 
 void Desktop::moveTo(size_t screen, int32_t x, int32_t y)
 {
-    if (m_unanswered > UNANSWERED_MAX)
-        return;
     const DesktopPlace place = desktop_place(m_screens, screen, x, y);
     send("abs", axis("x", place.x), axis("y", place.y));
 }
@@ -79,7 +76,7 @@ void Desktop::send(const char *type, JsonTree data, JsonTree more)
         append_event(list.get(), type, std::move(more));
     JsonTree arguments(json_mkobject());
     json_append(arguments.get(), "events", list.release());
-    m_unanswered++;
+    m_gate.sent();
     m_qmp.execute("input-send-event", std::move(arguments),
-                  [this](const json *, const std::string &) { m_unanswered--; });
+                  [gate = &m_gate](const json *, const std::string &) { gate->answered(); });
 }

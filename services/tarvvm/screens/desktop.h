@@ -3,6 +3,7 @@
 #pragma once
 
 #include "services/tarvvm/machine/qmp.h"
+#include "services/tarvvm/screens/input_gate.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -33,7 +34,11 @@ DesktopPlace desktop_place(const std::vector<DesktopScreen> &screens, size_t scr
 class Desktop
 {
 public:
-    Desktop(Qmp &qmp, size_t screens) : m_qmp(qmp), m_screens(screens) {}
+    // Both outlive this.
+    Desktop(Qmp &qmp, InputGate &gate, size_t screens)
+        : m_qmp(qmp), m_gate(gate), m_screens(screens)
+    {
+    }
 
     void setSize(size_t screen, uint32_t width, uint32_t height);
     void moveTo(size_t screen, int32_t x, int32_t y);
@@ -44,6 +49,6 @@ private:
     void send(const char *type, JsonTree data, JsonTree more = nullptr);
 
     Qmp &m_qmp;
+    InputGate &m_gate;
     std::vector<DesktopScreen> m_screens;
-    unsigned m_unanswered = 0;
 };

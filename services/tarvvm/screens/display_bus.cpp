@@ -14,7 +14,6 @@ constexpr std::string_view CONSOLE_PREFIX = "/org/qemu/Display1/Console_";
 constexpr const char *CONSOLE = "org.qemu.Display1.Console";
 constexpr const char *KEYBOARD = "org.qemu.Display1.Keyboard";
 constexpr const char *MOUSE = "org.qemu.Display1.Mouse";
-constexpr uint64_t CONGESTED_MESSAGES = 64;
 
 struct MessageFree
 {
@@ -243,12 +242,10 @@ void DisplayBus::call(unsigned console, const char *interface, const char *membe
     const Message message(made);
     if (result >= 0)
         result = sd_bus_message_append(made, types, values...);
-    if (result >= 0 && done)
+    if (result >= 0)
         result = send_call(m_bus.get(), made,
                            [done](sd_bus_message *reply) { done(failure_of(reply)); });
-    else if (result >= 0 && (result = sd_bus_message_set_expect_reply(made, 0)) >= 0)
-        result = sd_bus_send(m_bus.get(), made, nullptr);
-    if (result < 0 && done)
+    if (result < 0)
         done(failure_of(result));
 }
 
@@ -257,24 +254,24 @@ void DisplayBus::registerListener(unsigned console, int socket, Done done)
     call(console, CONSOLE, "RegisterListener", std::move(done), "h", socket);
 }
 
-void DisplayBus::key(unsigned console, uint32_t number, bool down)
+void DisplayBus::key(unsigned console, uint32_t number, bool down, Done done)
 {
-    call(console, KEYBOARD, down ? "Press" : "Release", {}, "u", number);
+    call(console, KEYBOARD, down ? "Press" : "Release", std::move(done), "u", number);
 }
 
-void DisplayBus::button(unsigned console, uint32_t number, bool down)
+void DisplayBus::button(unsigned console, uint32_t number, bool down, Done done)
 {
-    call(console, MOUSE, down ? "Press" : "Release", {}, "u", number);
+    call(console, MOUSE, down ? "Press" : "Release", std::move(done), "u", number);
 }
 
-void DisplayBus::moveTo(unsigned console, uint32_t x, uint32_t y)
+void DisplayBus::moveTo(unsigned console, uint32_t x, uint32_t y, Done done)
 {
-    call(console, MOUSE, "SetAbsPosition", {}, "uu", x, y);
+    call(console, MOUSE, "SetAbsPosition", std::move(done), "uu", x, y);
 }
 
-void DisplayBus::moveBy(unsigned console, int32_t dx, int32_t dy)
+void DisplayBus::moveBy(unsigned console, int32_t dx, int32_t dy, Done done)
 {
-    call(console, MOUSE, "RelMotion", {}, "ii", dx, dy);
+    call(console, MOUSE, "RelMotion", std::move(done), "ii", dx, dy);
 }
 
 void DisplayBus::setSize(unsigned console, uint16_t width_mm, uint16_t height_mm, uint32_t width,
@@ -282,10 +279,4 @@ void DisplayBus::setSize(unsigned console, uint16_t width_mm, uint16_t height_mm
 {
     call(console, CONSOLE, "SetUIInfo", std::move(done), "qqiiuu", int(width_mm), int(height_mm),
          int32_t{0}, int32_t{0}, width, height);
-}
-
-bool DisplayBus::congested() const
-{
-    uint64_t queued = 0;
-    return sd_bus_get_n_queued_write(m_bus.get(), &queued) >= 0 && queued > CONGESTED_MESSAGES;
 }

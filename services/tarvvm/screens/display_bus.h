@@ -50,15 +50,14 @@ public:
     void listConsoles(Consoles consoles);
     // Hands QEMU its end of a listener's socket.
     void registerListener(unsigned console, int socket, Done done);
-    void key(unsigned console, uint32_t number, bool down);
-    void button(unsigned console, uint32_t number, bool down);
-    void moveTo(unsigned console, uint32_t x, uint32_t y);
-    void moveBy(unsigned console, int32_t dx, int32_t dy);
+    // `done`: QEMU has dealt with it.
+    void key(unsigned console, uint32_t number, bool down, Done done);
+    void button(unsigned console, uint32_t number, bool down, Done done);
+    void moveTo(unsigned console, uint32_t x, uint32_t y, Done done);
+    void moveBy(unsigned console, int32_t dx, int32_t dy, Done done);
     // Tells the guest the size of its screen: millimetres and pixels.
     void setSize(unsigned console, uint16_t width_mm, uint16_t height_mm, uint32_t width,
                  uint32_t height, Done done);
-    // QEMU is slow to take messages: moves may be left out.
-    bool congested() const;
 
 private:
     // Without sending what is still queued: it is of no use to an engine that is let go of.
@@ -68,7 +67,7 @@ private:
     };
 
     explicit DisplayBus(Handlers handlers) : m_handlers(std::move(handlers)) {}
-    // Calls a method of a console's interface without waiting for an answer unless `done` is given.
+    // Calls a method of a console's interface.
     template <typename... Values>
     void call(unsigned console, const char *interface, const char *member, Done done,
               const char *types, Values... values);

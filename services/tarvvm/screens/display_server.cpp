@@ -15,7 +15,11 @@ constexpr uint64_t REMOVAL_MS = 2000;
 
 DisplayServer::DisplayServer(sd_event *loop, const Machine &machine, GuestPasteboard &pasteboard,
                              Screen::Log log)
-    : m_loop(loop), m_machine(machine), m_pasteboard(pasteboard), m_log(std::move(log))
+    : m_loop(loop),
+      m_machine(machine),
+      m_pasteboard(pasteboard),
+      m_log(std::move(log)),
+      m_gate(loop)
 {
 }
 
@@ -80,13 +84,13 @@ void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Don
 {
     const size_t count = std::min(consoles.size(), m_machine.displays.size());
     if (count > 1) {
-        m_desktop = std::make_unique<Desktop>(*m_qmp, count);
+        m_desktop = std::make_unique<Desktop>(*m_qmp, m_gate, count);
         m_desktop->setSize(0, consoles[0].width, consoles[0].height);
     }
     for (size_t number = 0; number < count; number++) {
         std::unique_ptr<Screen> screen =
             Screen::create(m_loop, *m_bus, consoles[number], m_machine.displays[number].hdpi,
-                           m_pasteboard, m_desktop.get(), m_log);
+                           m_pasteboard, m_desktop.get(), m_gate, m_log);
         if (!screen) {
             done(std::strerror(errno));
             return;

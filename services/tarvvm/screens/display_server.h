@@ -52,6 +52,7 @@ private:
     Screen::Log m_log;
     Qmp *m_qmp = nullptr;
     Begin m_begin = Begin::configured;
+    InputGate m_gate;                   // outlives both ways to QEMU
     std::unique_ptr<DisplayBus> m_bus;  // outlives the screens
     std::unique_ptr<Desktop> m_desktop; // of several screens; outlives them
     std::vector<std::unique_ptr<Screen>> m_screens;

@@ -4,13 +4,14 @@
 #include "services/tarvvm/screens/desktop.h"
 #include "services/tarvvm/screens/display_bus.h"
 #include "services/tarvvm/screens/guest_input.h"
+#include "services/tarvvm/screens/input_gate.h"
 
 class EngineInput : public GuestInput
 {
 public:
     // All of them outlive this. `desktop` is null where `console` is the guest's only screen.
-    EngineInput(DisplayBus &bus, const Console &console, Desktop *desktop)
-        : m_bus(bus), m_console(console), m_desktop(desktop)
+    EngineInput(DisplayBus &bus, const Console &console, Desktop *desktop, InputGate &gate)
+        : m_bus(bus), m_console(console), m_desktop(desktop), m_gate(gate)
     {
     }
 
@@ -20,7 +21,11 @@ public:
     void moveBy(int32_t dx, int32_t dy) override;
 
 private:
+    // Counts a message that goes out now; to be called when it is answered.
+    DisplayBus::Done counted();
+
     DisplayBus &m_bus;
     const Console &m_console; // as it is at present
     Desktop *m_desktop;
+    InputGate &m_gate;
 };

@@ -64,13 +64,23 @@ void GuestSize::pictureIs(uint32_t width, uint32_t height)
 
 void GuestSize::tell(const Hint &hint)
 {
+    if (std::exchange(m_telling, true)) {
+        m_next = hint;
+        return;
+    }
     m_bus.setSize(m_console, millimetres(hint.width, hint.hdpi),
                   millimetres(hint.height, hint.hdpi), hint.width, hint.height,
-                  [this](const ServiceFailure &failure) {
-                      if (!failure || !m_mode.live_resize)
-                          return;
-                      m_log("no other size: " + failure.text);
-                      m_mode.live_resize = false;
-                      m_changed();
-                  });
+                  [this](const ServiceFailure &failure) { told(failure); });
+}
+
+void GuestSize::told(const ServiceFailure &failure)
+{
+    m_telling = false;
+    if (failure && m_mode.live_resize) {
+        m_log("no other size: " + failure.text);
+        m_mode.live_resize = false;
+        m_changed();
+    }
+    if (const std::optional<Hint> next = std::exchange(m_next, std::nullopt))
+        tell(*next);
 }

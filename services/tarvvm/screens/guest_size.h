@@ -15,8 +15,9 @@ struct ScreenMode
     bool live_resize = false; // it follows the sizes that it is asked for
 };
 
-// Guests answer a size by setting it, or another, or not at all, and after any time. So a size is
-// asked for once, until the guest has set one: what it then is stands, asked for or not.
+// QEMU is told one size at a time: of those that come before it took the last, only the latest
+// counts. Guests answer a size by setting it, or another, or not at all, and after any time. So a
+// size is asked for once, until the guest has set one: what it then is stands, asked for or not.
 class GuestSize
 {
 public:
@@ -47,6 +48,7 @@ private:
     };
 
     void tell(const Hint &hint);
+    void told(const ServiceFailure &failure);
 
     DisplayBus &m_bus;
     unsigned m_console;
@@ -56,4 +58,6 @@ private:
     uint32_t m_width = 0; // of the picture
     uint32_t m_height = 0;
     std::optional<Hint> m_last; // asked of the guest, no other size since
+    std::optional<Hint> m_next; // to be told once QEMU took the one that it is being told
+    bool m_telling = false;
 };

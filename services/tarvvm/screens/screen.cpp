@@ -14,19 +14,21 @@ constexpr uint32_t SIZE_UNKNOWN_WIDTH = 640;
 constexpr uint32_t SIZE_UNKNOWN_HEIGHT = 480;
 constexpr uint64_t SCANOUT_PATIENCE_MS = 200;
 constexpr uint64_t RETRY_MS = 500;
+constexpr std::chrono::milliseconds LISTENER_SETTLED(RETRY_MS);
 
 } // namespace
 
 Screen::Screen(sd_event *loop, DisplayBus &bus, const Console &console, bool hdpi,
-               GuestPasteboard &pasteboard, Desktop *desktop, Log log)
+               GuestPasteboard &pasteboard, Desktop *desktop, InputGate &gate, Log log)
     : m_loop(loop),
       m_bus(bus),
       m_console(console),
       m_begun(console),
       m_pasteboard(pasteboard),
       m_desktop(desktop),
+      m_gate(gate),
       m_log(std::move(log)),
-      m_input(bus, m_console, desktop),
+      m_input(bus, m_console, desktop, gate),
       m_size(
           bus, console.index, hdpi, [this] { broadcastMode(); },
           [this](const std::string &line) { this->log(line); })
@@ -40,10 +42,10 @@ void Screen::log(const std::string &line)
 
 std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Console &console,
                                        bool hdpi, GuestPasteboard &pasteboard, Desktop *desktop,
-                                       Log log)
+                                       InputGate &gate, Log log)
 {
     std::unique_ptr<Screen> self(
-        new Screen(loop, bus, console, hdpi, pasteboard, desktop, std::move(log)));
+        new Screen(loop, bus, console, hdpi, pasteboard, desktop, gate, std::move(log)));
     const bool known = console.width != 0 && console.height != 0;
     self->m_feed = ScreenFeed::create(known ? console.width : SIZE_UNKNOWN_WIDTH,
                                       known ? console.height : SIZE_UNKNOWN_HEIGHT);
@@ -60,8 +62,8 @@ std::unique_ptr<Screen> Screen::create(sd_event *loop, DisplayBus &bus, const Co
 void Screen::addViewer(UniqueFd channel)
 {
     ViewerHost &host = *this;
-    auto viewer =
-        std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host, m_input, m_pasteboard);
+    auto viewer = std::make_unique<Viewer>(m_loop, std::move(channel), m_frame, host, m_input,
+                                           m_gate, m_pasteboard);
     if (m_has_cursor)
         sendCursor(*viewer);
     m_viewers.push_back(std::move(viewer));
@@ -106,6 +108,7 @@ void Screen::startListener()
         return;
     }
     const UniqueFd theirs(ends[1]);
+    m_begun_listening = std::chrono::steady_clock::now();
     // Best effort: the more of a frame fits, the fewer times QEMU and the feed wait for each other.
     setsockopt(theirs.get(), SOL_SOCKET, SO_SNDBUF, &LISTENER_BUFFER, sizeof LISTENER_BUFFER);
     if (!m_feed->start(UniqueFd(ends[0]))) {
@@ -126,7 +129,10 @@ void Screen::listenerEnded(const std::string &error)
     if (sizeDiffers() && m_console.width != 0 && m_console.height != 0 &&
         m_feed->resize(m_console.width, m_console.height))
         frameChanged(m_feed->frame());
-    if (std::exchange(m_finishing, false)) {
+    // A viewer that hides and shows without end gets a listener no more often than one that fails:
+    // each makes QEMU's main loop wait for an introduction.
+    const bool settled = std::chrono::steady_clock::now() - m_begun_listening > LISTENER_SETTLED;
+    if (std::exchange(m_finishing, false) && settled) {
         updateListener();
         return;
     }

@@ -9,6 +9,7 @@
 #include "services/tarvvm/screens/screen_feed.h"
 #include "services/tarvvm/screens/viewer.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,7 +23,7 @@ public:
     // Null with errno set. `desktop` is null where this is the guest's only screen.
     static std::unique_ptr<Screen> create(sd_event *loop, DisplayBus &bus, const Console &console,
                                           bool hdpi, GuestPasteboard &pasteboard, Desktop *desktop,
-                                          Log log);
+                                          InputGate &gate, Log log);
     Screen(const Screen &) = delete;
     Screen &operator=(const Screen &) = delete;
 
@@ -45,7 +46,7 @@ public:
 
 private:
     Screen(sd_event *loop, DisplayBus &bus, const Console &console, bool hdpi,
-           GuestPasteboard &pasteboard, Desktop *desktop, Log log);
+           GuestPasteboard &pasteboard, Desktop *desktop, InputGate &gate, Log log);
 
     void viewerActivityChanged() override { updateListener(); }
     void viewerResize(int32_t width, int32_t height, bool hdpi) override
@@ -74,6 +75,7 @@ private:
     bool m_used = false;
     GuestPasteboard &m_pasteboard;
     Desktop *m_desktop;
+    InputGate &m_gate;
     Log m_log;
     EngineInput m_input;
     GuestSize m_size;
@@ -86,4 +88,5 @@ private:
     bool m_has_cursor = false;
     bool m_closing = false;
     bool m_finishing = false; // the listener's end was asked for
+    std::chrono::steady_clock::time_point m_begun_listening;
 };

@@ -34,13 +34,13 @@ ssize_t receive_packet(int fd, display_packet *packet, UniqueFd *descriptor)
 } // namespace
 
 Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame,
-               ViewerHost &host, GuestInput &guest, GuestPasteboard &pasteboard)
+               ViewerHost &host, GuestInput &guest, InputGate &gate, GuestPasteboard &pasteboard)
     : m_host(host),
       m_pasteboard(pasteboard),
       m_channel(std::move(channel)),
       m_frame(std::move(frame)),
       m_damage(m_frame->width(), m_frame->height()),
-      m_input(guest),
+      m_input(guest, gate, [this] { listen(); }),
       m_allowance(PACKETS_AT_ONCE),
       m_counted(std::chrono::steady_clock::now())
 {
@@ -53,7 +53,6 @@ Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> fr
 Viewer::~Viewer()
 {
     m_pasteboard.remove(this);
-    m_input.releaseAll();
 }
 
 void Viewer::setFrame(std::shared_ptr<SharedFrame> frame, ScreenMode mode)
@@ -126,8 +125,13 @@ void Viewer::onReady(uint32_t events)
 {
     if (events & EPOLLOUT)
         flush();
-    if (!gone() && (events & ~uint32_t{EPOLLOUT}) != 0)
+    if (gone() || (events & ~uint32_t{EPOLLOUT}) == 0)
+        return;
+    if (!m_input.full())
         receive();
+    else if (events & (EPOLLHUP | EPOLLERR))
+        hangUp(); // it is not read for its input's sake, and this is told all the same
+    listen();
 }
 
 bool Viewer::withinRate(double packets)
@@ -141,7 +145,7 @@ bool Viewer::withinRate(double packets)
 
 void Viewer::receive()
 {
-    for (int i = 0; i < PACKETS_PER_TURN && !gone(); i++) {
+    for (int i = 0; i < PACKETS_PER_TURN && !gone() && !m_input.full(); i++) {
         display_packet packet;
         UniqueFd descriptor;
         const ssize_t length = receive_packet(m_channel.get(), &packet, &descriptor);
@@ -208,9 +212,15 @@ void Viewer::flush()
     if (gone())
         return;
     // A viewer that went away is met when its end of stream is read.
-    const bool all_sent = flushState() && flushPasteboard() && flushDamage();
+    m_all_sent = flushState() && flushPasteboard() && flushDamage();
+    listen();
+}
+
+void Viewer::listen()
+{
     if (m_source)
-        sd_event_source_set_io_events(m_source.get(), EPOLLIN | (all_sent ? 0u : EPOLLOUT));
+        sd_event_source_set_io_events(m_source.get(), (m_input.full() ? 0u : EPOLLIN) |
+                                                          (m_all_sent ? 0u : EPOLLOUT));
 }
 
 // False when something is left for later. The mode goes before damage: a rectangle is one of the

@@ -39,7 +39,7 @@ class Viewer : private PasteboardReader
 public:
     // `frame` is what the viewer got with the answer to its request.
     Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> frame, ViewerHost &host,
-           GuestInput &guest, GuestPasteboard &pasteboard);
+           GuestInput &guest, InputGate &gate, GuestPasteboard &pasteboard);
     ~Viewer() override;
     Viewer(const Viewer &) = delete;
     Viewer &operator=(const Viewer &) = delete;
@@ -72,6 +72,7 @@ private:
     bool handlePasteboard(int32_t size, UniqueFd memory);
     bool withinRate(double packets);
     void flush();
+    void listen();
     void beginSerial();
     bool flushState();
     bool flushPasteboard();
@@ -92,6 +93,7 @@ private:
     bool m_pointer_due = false;
     bool m_absolute = false;
     bool m_active = true;
+    bool m_all_sent = true; // as far as there was room
     bool m_caps_due = false;
     uint32_t m_caps = 0;
     std::shared_ptr<const SealedMemory> m_archive; // not yet sent

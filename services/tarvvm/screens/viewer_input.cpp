@@ -1,7 +1,8 @@
 #include "services/tarvvm/screens/viewer_input.h"
 
+#include "tarvhv/cli2/input_packets.h"
+
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 namespace {
@@ -9,9 +10,18 @@ namespace {
 constexpr uint32_t BUTTON_WHEEL_UP = 3;
 constexpr uint32_t BUTTON_WHEEL_DOWN = 4;
 constexpr uint32_t WHEEL_BUTTONS = 1u << BUTTON_WHEEL_UP | 1u << BUTTON_WHEEL_DOWN;
-constexpr int32_t WHEEL_STEPS_MAX = 32;
 
 } // namespace
+
+ViewerInput::ViewerInput(GuestInput &guest, InputGate &gate, std::function<void()> roomCame)
+    : m_guest(guest), m_gate(gate), m_room_came(std::move(roomCame))
+{
+}
+
+ViewerInput::~ViewerInput()
+{
+    releaseAll();
+}
 
 bool ViewerInput::takes(uint32_t packet_type)
 {
@@ -21,33 +31,49 @@ bool ViewerInput::takes(uint32_t packet_type)
 
 bool ViewerInput::handle(const display_packet &packet)
 {
-    const int32_t *arg = packet.arg;
-    switch (packet.type) {
-    case DISPLAY_KEY:
-        return handleKey(arg[0], arg[1] != 0);
-    case DISPLAY_POINTER_ABS:
-        m_guest.moveTo(arg[0], arg[1]);
-        setButtons(uint32_t(arg[2]));
-        return true;
-    case DISPLAY_POINTER_REL:
-        m_guest.moveBy(arg[0], arg[1]);
-        setButtons(uint32_t(arg[2]));
-        return true;
-    case DISPLAY_WHEEL:
-        turnWheel(arg[0]);
-        return true;
-    default:
+    if (packet.type == DISPLAY_KEY && (packet.arg[0] <= 0 || uint32_t(packet.arg[0]) > KEY_MAX))
         return false;
-    }
+    if (m_waiting.empty() || !input_packet_join(&m_waiting.back(), packet))
+        m_waiting.push_back(packet);
+    display_packet &last = m_waiting.back();
+    if (last.type == DISPLAY_WHEEL)
+        last.arg[0] = std::clamp(last.arg[0], -WHEEL_STEPS_MAX, WHEEL_STEPS_MAX);
+    m_gate.wait(this);
+    return true;
 }
 
-bool ViewerInput::handleKey(int32_t number, bool down)
+bool ViewerInput::sendNext()
 {
-    if (number <= 0 || uint32_t(number) > KEY_MAX)
-        return false;
-    m_keys[size_t(number)] = down;
-    m_guest.key(uint32_t(number), down);
-    return true;
+    const bool was_full = full();
+    display_packet &next = m_waiting.front();
+    bool done = true;
+    switch (next.type) {
+    case DISPLAY_KEY:
+        sendKey(uint32_t(next.arg[0]), next.arg[1] != 0);
+        break;
+    case DISPLAY_POINTER_ABS:
+        m_guest.moveTo(next.arg[0], next.arg[1]);
+        setButtons(uint32_t(next.arg[2]));
+        break;
+    case DISPLAY_POINTER_REL:
+        m_guest.moveBy(next.arg[0], next.arg[1]);
+        setButtons(uint32_t(next.arg[2]));
+        break;
+    default:
+        done = !turnWheel(&next.arg[0]);
+        break;
+    }
+    if (done)
+        m_waiting.pop_front();
+    if (was_full && done)
+        m_room_came();
+    return !m_waiting.empty();
+}
+
+void ViewerInput::sendKey(uint32_t number, bool down)
+{
+    m_keys[number] = down;
+    m_guest.key(number, down);
 }
 
 void ViewerInput::setButtons(uint32_t wanted)
@@ -59,22 +85,25 @@ void ViewerInput::setButtons(uint32_t wanted)
             m_guest.button(button, (wanted & 1u << button) != 0);
 }
 
-// A step is a click of a button of its own; horizontal steps have none.
-void ViewerInput::turnWheel(int32_t vertical)
+// One step, which is a click of a button of its own; horizontal steps have none. Whether there are
+// more.
+bool ViewerInput::turnWheel(int32_t *steps)
 {
-    const uint32_t button = vertical < 0 ? BUTTON_WHEEL_UP : BUTTON_WHEEL_DOWN;
-    const int32_t steps = std::clamp(vertical, -WHEEL_STEPS_MAX, WHEEL_STEPS_MAX);
-    for (int32_t i = 0; i < std::abs(steps); i++) {
-        m_guest.button(button, true);
-        m_guest.button(button, false);
-    }
+    if (*steps == 0)
+        return false;
+    const uint32_t button = *steps < 0 ? BUTTON_WHEEL_UP : BUTTON_WHEEL_DOWN;
+    m_guest.button(button, true);
+    m_guest.button(button, false);
+    *steps += *steps < 0 ? 1 : -1;
+    return *steps != 0;
 }
 
 void ViewerInput::releaseAll()
 {
+    m_gate.forget(this);
+    m_waiting.clear();
     for (uint32_t key = 0; key <= KEY_MAX; key++)
         if (m_keys[key])
-            m_guest.key(key, false);
-    m_keys.reset();
+            sendKey(key, false);
     setButtons(0);
 }

@@ -15,7 +15,8 @@ TEST_F(DisplayBusTest, doesNotKeepTheLoopFromEndingForAnEngineThatStandsStill)
     Ends ends(SOCK_STREAM | SOCKET_FLAGS);
     std::unique_ptr<DisplayBus> bus = DisplayBus::open(m_loop, std::move(ends.near), {});
     ASSERT_TRUE(bus);
-    bus->key(0, 30, true); // queued: the engine does not even introduce itself
+    bus->key(0, 30, true,
+             [](const ServiceFailure &) {}); // queued: the engine does not even introduce itself
     sd_event_exit(m_loop, 0);
     // In a thread of its own, so that a loop that hangs is seen and let go of.
     std::future<int> ended = std::async(std::launch::async, sd_event_loop, m_loop);

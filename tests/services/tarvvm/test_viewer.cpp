@@ -19,8 +19,9 @@ protected:
         m_peer = std::move(ends.far);
         ViewerHost &host = *this;
         GuestInput &guest = *this;
-        m_viewer = std::make_unique<Viewer>(
-            m_loop, std::move(ends.near), SharedFrame::create(100, 100), host, guest, m_pasteboard);
+        m_viewer =
+            std::make_unique<Viewer>(m_loop, std::move(ends.near), SharedFrame::create(100, 100),
+                                     host, guest, m_gate, m_pasteboard);
     }
 
     void say(uint32_t type, std::initializer_list<int32_t> arguments)
@@ -60,6 +61,7 @@ protected:
     void viewerGone() override { m_log += "gone "; }
 
     UniqueFd m_peer;
+    InputGate m_gate{m_loop};
     // Of a guest without a port for an agent.
     GuestPasteboard m_pasteboard{m_loop, UniqueFd(), UniqueFd(), [](const std::string &) {}};
     std::string m_log;
@@ -130,6 +132,25 @@ TEST_F(ViewerTest, releasesWhatItHoldsWhenItGoes)
     turn();
     EXPECT_EQ(m_log, "+30 +200 -30 b+0 b+1 b+2 b+5 b+6 b-1 b-2 b-5 b-6 b+3 b-3 b+3 b-3 "
                      "-200 b-0 gone ");
+}
+
+TEST_F(ViewerTest, isNotReadWhileItsInputWaitsAndIsStillSeenToGo)
+{
+    for (unsigned i = 0; i < InputGate::UNANSWERED_MAX; i++)
+        m_gate.sent();
+    const display_packet press{DISPLAY_KEY, {30, 1}};
+    bool full = false;
+    for (int i = 0; i < 100000 && !full; i++) {
+        full = ::send(m_peer.get(), &press, sizeof press, MSG_NOSIGNAL) < 0;
+        turn();
+    }
+    EXPECT_TRUE(full && errno == EAGAIN) << "the channel fills, and the viewer knows";
+    EXPECT_FALSE(m_viewer->gone());
+    EXPECT_EQ(m_log, "");
+    m_peer.reset();
+    turn();
+    EXPECT_TRUE(m_viewer->gone());
+    EXPECT_EQ(m_log, "gone ");
 }
 
 TEST_F(ViewerTest, hangsUpOnViewersThatBreakTheRules)
