@@ -25,7 +25,7 @@ constexpr size_t DEPTH_MAX = 64;
 constexpr int TWIPS_PER_POINT = 20;
 
 // Code page 1252 from 0x80 to 0x9F; the rest of its upper half is that of Unicode.
-constexpr std::array<char16_t, 32> cp1252 = {
+constexpr std::array<char16_t, 32> CP1252 = {
     0x20AC, 0xFFFD, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0xFFFD, 0x017D, 0xFFFD, 0xFFFD, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0xFFFD, 0x017E, 0x0178};
@@ -114,7 +114,7 @@ void Reader::put(char16_t character)
 
 void Reader::putByte(uchar byte)
 {
-    put(byte >= 0x80 && byte < 0xA0 ? cp1252[byte - 0x80] : char16_t(byte));
+    put(byte >= 0x80 && byte < 0xA0 ? CP1252[byte - 0x80] : char16_t(byte));
 }
 
 bool Reader::openGroup()

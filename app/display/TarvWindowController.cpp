@@ -125,7 +125,7 @@ bool TarvWindowController::validateMenuItem(QAction *item)
         return false;
     const MenuItemState state =
         displayMenuItemState(Responder::actionOf(item),
-                             item->property(MainMenu::identifierProperty).toString(), menuState());
+                             item->property(MainMenu::IDENTIFIER_PROPERTY).toString(), menuState());
     if (state.checked) {
         item->setCheckable(true);
         item->setChecked(*state.checked);

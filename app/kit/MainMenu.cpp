@@ -125,7 +125,7 @@ MainMenu::MainMenu(QWidget *window) : QMenuBar(window), m_window(window)
             QAction *action = menu->addAction(tr(item.title));
             action->setObjectName(objectNameOf("item", item.action));
             action->setProperty(Responder::ACTION_PROPERTY, QString::fromLatin1(item.action));
-            action->setProperty(identifierProperty, QString::fromLatin1(item.identifier));
+            action->setProperty(IDENTIFIER_PROPERTY, QString::fromLatin1(item.identifier));
             action->setShortcut(QKeySequence(QString::fromLatin1(item.shortcut)));
             action->setMenuRole(QAction::NoRole);
             action->setAutoRepeat(false); // a shortcut that is held is one command
@@ -205,7 +205,7 @@ void MainMenu::listWindows()
     for (QWidget *window : QApplication::topLevelWidgets()) {
         WindowController *controller = WindowController::forWindow(window);
         if (!controller || !window->isVisible() ||
-            window->property(excludedFromWindowsProperty).toBool())
+            window->property(EXCLUDED_FROM_WINDOWS_PROPERTY).toBool())
             continue;
         QAction *item = m_windowsMenu->addAction(PlainText::forMenu(PlainText::ofTitle(window)));
         item->setProperty("listedWindow", true);

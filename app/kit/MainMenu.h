@@ -15,8 +15,8 @@ class MainMenu : public QMenuBar
     Q_OBJECT
 
 public:
-    static constexpr char identifierProperty[] = "identifier";
-    static constexpr char excludedFromWindowsProperty[] = "excludedFromWindowsMenu";
+    static constexpr char IDENTIFIER_PROPERTY[] = "identifier";
+    static constexpr char EXCLUDED_FROM_WINDOWS_PROPERTY[] = "excludedFromWindowsMenu";
 
     explicit MainMenu(QWidget *window);
     ~MainMenu() override;

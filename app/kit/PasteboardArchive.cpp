@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr qint64 versionWritten = 1;
+constexpr qint64 VERSION_WRITTEN = 1;
 constexpr qsizetype ITEMS_MAX = 64;
 constexpr qsizetype BYTES_MAX = qsizetype(DISPLAY_PASTEBOARD_MAX);
-constexpr const char *typeNames[] = {"text", "url", "html", "png"};
+constexpr const char *TYPE_NAMES[] = {"text", "url", "html", "png"};
 
 bool fail(QString *error, const char *reason)
 {
@@ -54,12 +54,12 @@ bool readItem(QCborStreamReader &reader, QList<PasteboardItem> *items)
     if (!reader.isArray() || !reader.isLengthKnown() || reader.length() != 2 ||
         !reader.enterContainer() || !readText(reader, &type))
         return false;
-    const auto *known = std::find(std::begin(typeNames), std::end(typeNames), type);
-    if (known == std::end(typeNames)) {
+    const auto *known = std::find(std::begin(TYPE_NAMES), std::end(TYPE_NAMES), type);
+    if (known == std::end(TYPE_NAMES)) {
         if (!reader.next())
             return false;
     } else {
-        PasteboardItem item{PasteboardItem::Type(known - typeNames), {}};
+        PasteboardItem item{PasteboardItem::Type(known - TYPE_NAMES), {}};
         const bool read = item.type == PasteboardItem::Type::png ? readBytes(reader, &item.data)
                                                                  : readText(reader, &item.data);
         if (!read)
@@ -100,7 +100,7 @@ bool readDocument(QCborStreamReader &reader, QList<PasteboardItem> *items, QStri
     }
     if (!reader.leaveContainer() || reader.lastError() != QCborError::NoError)
         return fail(error, "cut off or malformed");
-    return version == versionWritten || fail(error, "of another version");
+    return version == VERSION_WRITTEN || fail(error, "of another version");
 }
 
 } // namespace
@@ -116,12 +116,12 @@ QByteArray PasteboardArchive::write(const QList<PasteboardItem> &items)
     QCborStreamWriter writer(&archive);
     writer.startMap(2);
     writer.append(QLatin1String("version"));
-    writer.append(versionWritten);
+    writer.append(VERSION_WRITTEN);
     writer.append(QLatin1String("items"));
     writer.startArray(quint64(items.size()));
     for (const PasteboardItem &item : items) {
         writer.startArray(2);
-        writer.append(QLatin1String(typeNames[int(item.type)]));
+        writer.append(QLatin1String(TYPE_NAMES[int(item.type)]));
         if (item.type == PasteboardItem::Type::png)
             writer.append(item.data);
         else

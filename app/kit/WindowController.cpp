@@ -137,7 +137,7 @@ QWidget *WindowController::keyWindow()
 void WindowController::setExcludedFromWindowsMenu(bool excluded)
 {
     if (m_window)
-        m_window->setProperty(MainMenu::excludedFromWindowsProperty, excluded);
+        m_window->setProperty(MainMenu::EXCLUDED_FROM_WINDOWS_PROPERTY, excluded);
 }
 
 // A window manager may give the keyboard to a window that was clicked although its sheet blocks it.

@@ -13,7 +13,7 @@ UnreadableSheet::UnreadableSheet(const QMap<QString, QString> &problems, QWidget
     for (const auto &[id, reason] : problems.asKeyValueRange()) {
         auto *item = new QTreeWidgetItem(m_ui->problems, {id, reason});
         item->setSizeHint(
-            0, QSize(fontMetrics().horizontalAdvance(id) + 2 * VirtualMachineDelegate::margin,
+            0, QSize(fontMetrics().horizontalAdvance(id) + 2 * VirtualMachineDelegate::MARGIN,
                      VirtualMachineDelegate::rowHeight(this)));
         item->setToolTip(0, PlainText::forToolTip(id));
         item->setToolTip(1, PlainText::forToolTip(reason));

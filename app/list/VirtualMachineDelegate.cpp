@@ -13,7 +13,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-constexpr int MARGIN = VirtualMachineDelegate::margin;
+constexpr int MARGIN = VirtualMachineDelegate::MARGIN;
 constexpr int DOT = 9; // diameter
 constexpr int LOCK = 16;
 

@@ -14,7 +14,7 @@ public:
     using QStyledItemDelegate::QStyledItemDelegate;
 
     // Left and right of a cell's content, logical pixels.
-    static constexpr int margin = 10;
+    static constexpr int MARGIN = 10;
     // Logical pixels, from the widget's font.
     static int rowHeight(const QWidget *widget);
 

@@ -28,7 +28,7 @@ protected:
         option.rect = rect;
         style()->drawControl(QStyle::CE_HeaderSection, &option, painter, this);
         const QRect place =
-            rect.adjusted(VirtualMachineDelegate::margin, 0, -VirtualMachineDelegate::margin, 0);
+            rect.adjusted(VirtualMachineDelegate::MARGIN, 0, -VirtualMachineDelegate::MARGIN, 0);
         painter->setPen(palette().color(QPalette::ButtonText));
         painter->drawText(place, Qt::AlignLeft | Qt::AlignVCenter,
                           fontMetrics().elidedText(option.text, Qt::ElideRight, place.width()));

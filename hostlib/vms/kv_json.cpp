@@ -9,17 +9,17 @@
 namespace {
 
 // 2^63 and 2^64, exact as doubles.
-constexpr double two_63 = 9223372036854775808.0;
-constexpr double two_64 = 18446744073709551616.0;
+constexpr double TWO_63 = 9223372036854775808.0;
+constexpr double TWO_64 = 18446744073709551616.0;
 
 // Toward zero; what has no place in 64 bits goes to the nearest end.
 int64_t as_signed(double number)
 {
     if (std::isnan(number))
         return 0;
-    if (number >= two_63)
+    if (number >= TWO_63)
         return std::numeric_limits<int64_t>::max();
-    if (number < -two_63)
+    if (number < -TWO_63)
         return std::numeric_limits<int64_t>::min();
     return static_cast<int64_t>(number);
 }
@@ -27,9 +27,9 @@ int64_t as_signed(double number)
 // The bits of the unsigned value, so that numbers from 2^63 on survive.
 int64_t as_unsigned_bits(double number)
 {
-    if (!(number >= two_63))
+    if (!(number >= TWO_63))
         return as_signed(number);
-    return static_cast<int64_t>(number >= two_64 ? std::numeric_limits<uint64_t>::max()
+    return static_cast<int64_t>(number >= TWO_64 ? std::numeric_limits<uint64_t>::max()
                                                  : static_cast<uint64_t>(number));
 }
 

@@ -22,8 +22,8 @@ namespace {
 
 // How long a service may take to answer a question about a VM, and to acknowledge a stop.
 constexpr std::chrono::seconds ANSWER_PATIENCE{5};
-constexpr timeval answer_timeout{ANSWER_PATIENCE.count(), 0};
-constexpr timeval stop_timeout{30, 0};
+constexpr timeval ANSWER_TIMEOUT{ANSWER_PATIENCE.count(), 0};
+constexpr timeval STOP_TIMEOUT{30, 0};
 
 // The request that names the VM's job: a quoted label of at most `Size` - 1 characters.
 template <size_t Size>
@@ -75,7 +75,7 @@ void stop_service(const char *id)
     const UniqueFd fd(vms_connect(id, "stop"));
     if (!fd)
         return;
-    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &stop_timeout, sizeof stop_timeout);
+    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &STOP_TIMEOUT, sizeof STOP_TIMEOUT);
     char acknowledgement[1024];
     cli2_recv(fd.get(), acknowledgement, sizeof acknowledgement, 0);
 }
@@ -241,7 +241,7 @@ pid_t vms_getpid(const char *id)
         return -1;
     if (config_get_platform() != 1) {
         cli2_send(fd.get(), "status\r\n", 8, 0);
-        const JsonOwner answer(cli2_recv_json_to(fd.get(), answer_timeout));
+        const JsonOwner answer(cli2_recv_json_to(fd.get(), ANSWER_TIMEOUT));
         return static_cast<pid_t>(json_find_int64(answer.get(), "body.pid", -1));
     }
     const pid_t pid = platform_peer_pid(fd.get());

@@ -24,14 +24,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
 // A supervisor gives up its own ladder well before this.
-constexpr seconds end_patience(60);
-constexpr seconds suspend_patience(900);
+constexpr seconds END_PATIENCE(60);
+constexpr seconds SUSPEND_PATIENCE(900);
 // The kernel ends a process at once, but for one in the middle of a write to a disk that hangs.
-constexpr seconds kill_patience(10);
+constexpr seconds KILL_PATIENCE(10);
 
 seconds stop_patience()
 {
-    return stop_wait_setting() + end_patience;
+    return stop_wait_setting() + END_PATIENCE;
 }
 
 // The process that the launch service has for the VM; 0 when it has none.
@@ -76,7 +76,7 @@ bool await_end(const UniqueFd &watch, Clock::time_point deadline)
 // came later, so that asking again finds nobody, or the next supervisor.
 void wait_gone(const VmRef &ref)
 {
-    const auto deadline = Clock::now() + end_patience;
+    const auto deadline = Clock::now() + END_PATIENCE;
     while (const UniqueFd watch = watch_runner(ref))
         if (!await_end(watch, deadline))
             throw Failure(ExitStatus::service, ref.label() + ": its supervisor does not end; "
@@ -92,7 +92,7 @@ void kill_server(const VmRef &ref)
         return;
     if (platform_watch_signal(watch.get(), SIGKILL) != 0 && errno != ESRCH)
         throw system_failure(ref.label() + ": failed to end its supervisor", errno);
-    await_end(watch, Clock::now() + kill_patience);
+    await_end(watch, Clock::now() + KILL_PATIENCE);
 }
 
 // The answer of a running VM's supervisor; null when it left without one.
@@ -141,7 +141,7 @@ void stop_one(const VmRef &ref, bool force)
     }
     try {
         if (state.status == VmStatus::running)
-            ask_running(ref, "stop", {{"force", true}}, end_patience);
+            ask_running(ref, "stop", {{"force", true}}, END_PATIENCE);
     } catch (const Failure &failure) {
         if (failure.status() != ExitStatus::service && failure.status() != ExitStatus::failed)
             throw;
@@ -158,7 +158,7 @@ void suspend_one(const VmRef &ref)
     // would lose the saved state.
     UniqueFd lock = library.lock(ref);
     check_running(ref);
-    const bool answered = !ask_running(ref, "suspend", nullptr, suspend_patience).is_null();
+    const bool answered = !ask_running(ref, "suspend", nullptr, SUSPEND_PATIENCE).is_null();
     wait_gone(ref);
     if (!answered && !is_suspended(library.read_config(ref).get()))
         throw Failure(ExitStatus::failed, ref.label() + ": ended without a saved state");

@@ -21,18 +21,18 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::seconds;
 
 // An earlier supervisor may still be leaving when the next one is asked for.
-constexpr seconds leaving_patience(20);
+constexpr seconds LEAVING_PATIENCE(20);
 // From the job's start until the guest runs; a large saved state takes its time.
-constexpr seconds running_patience(300);
+constexpr seconds RUNNING_PATIENCE(300);
 
 // How long a start is left alone between two questions: a guest takes half a second at least.
-constexpr std::chrono::milliseconds step(30);
+constexpr std::chrono::milliseconds STEP(30);
 
 // A step of waiting, shorter when the watched process (none: just a step) ends: once.
 void pause_step(UniqueFd &watch)
 {
     pollfd ended = {watch.get(), POLLIN, 0};
-    if (poll(&ended, 1, int(step.count())) > 0)
+    if (poll(&ended, 1, int(STEP.count())) > 0)
         watch.reset();
 }
 
@@ -58,7 +58,7 @@ Json job_request(const VmRef &ref, StartMode mode)
 UniqueFd launch(const VmRef &ref, StartMode mode)
 {
     const Json request = job_request(ref, mode);
-    const auto deadline = Clock::now() + leaving_patience;
+    const auto deadline = Clock::now() + LEAVING_PATIENCE;
     for (UniqueFd none;; pause_step(none)) {
         const Json answer = service_request("start", request, seconds(30));
         if (answer_ok(answer))
@@ -89,7 +89,7 @@ void check_job(const VmRef &ref)
 
 void await_running(const VmRef &ref, UniqueFd watch = {})
 {
-    const auto deadline = Clock::now() + running_patience;
+    const auto deadline = Clock::now() + RUNNING_PATIENCE;
     for (;; pause_step(watch)) {
         check_cancelled();
         const VmState state = query_state(ref.id, false);

@@ -128,7 +128,7 @@ struct Command
     int value_kind; // of the JSON value that it needs; JSON_NULL: none
     void (*run)(JobTable &jobs, const struct json *value, const CommandReply &reply);
 };
-constexpr Command commands[] = {
+constexpr Command COMMANDS[] = {
     {"status", JSON_STRING, run_status}, {"start", JSON_OBJECT, run_start},
     {"remove", JSON_STRING, run_remove}, {"list", JSON_NULL, run_list},
     {"eula", JSON_OBJECT, run_eula},
@@ -136,7 +136,7 @@ constexpr Command commands[] = {
 
 const Command *find_command(std::string_view name)
 {
-    for (const Command &command : commands)
+    for (const Command &command : COMMANDS)
         if (command.name == name)
             return &command;
     return nullptr;

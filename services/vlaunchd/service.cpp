@@ -28,7 +28,7 @@ struct EventDelete
     void operator()(sd_event *event) const { sd_event_unref(event); }
 };
 
-constexpr const char *usage = "Usage: vlaunchd [OPTIONS]\n"
+constexpr const char *USAGE = "Usage: vlaunchd [OPTIONS]\n"
                               "Owns the jobs that run virtual machines.\n\n"
                               "  --detach    leave the session of the program that started it\n"
                               "  --version   print the version\n"
@@ -165,9 +165,9 @@ int vlaunchd_main(int argc, char **argv)
         if (argument == "--version")
             return printf("vlaunchd %s\n", TARV_VERSION) < 0;
         if (argument == "--help")
-            return fputs(usage, stdout) < 0;
+            return fputs(USAGE, stdout) < 0;
         if (argument != "--detach") {
-            fprintf(stderr, "vlaunchd: unknown argument: %s\n%s", argv[index], usage);
+            fprintf(stderr, "vlaunchd: unknown argument: %s\n%s", argv[index], USAGE);
             return 2;
         }
         detach = true;

@@ -9,7 +9,7 @@
 namespace {
 
 // The longest command word.
-constexpr size_t command_max = 64;
+constexpr size_t COMMAND_MAX = 64;
 
 bool is_word_byte(char byte)
 {
@@ -61,7 +61,7 @@ void cli2_request::take_word(char byte)
         stage = Stage::newline;
     else if (!is_word_byte(byte))
         fail(EPROTO);
-    else if (command.size() == command_max)
+    else if (command.size() == COMMAND_MAX)
         fail(EMSGSIZE);
     else
         command += byte;
