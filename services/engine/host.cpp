@@ -102,10 +102,15 @@ bool engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel
     return fail(error, "engine_accel is kvm, but KVM can't be used: " + reason);
 }
 
+std::string qemu_program()
+{
+    return path_setting("qemu_executable", EngineHost().qemu);
+}
+
 bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error)
 {
     host->vm_dir = vm_dir;
-    host->qemu = path_setting("qemu_executable", host->qemu);
+    host->qemu = qemu_program();
     host->images_dir = path_setting("img_lib_dir", "");
     host->uefi_code = path_setting("uefi_code", host->uefi_code);
     host->uefi_vars = path_setting("uefi_vars", host->uefi_vars);

@@ -5,6 +5,8 @@
 
 #include <string>
 
+// QEMU's path: the setting "qemu_executable", else the usual one.
+std::string qemu_program();
 // Reads the settings and the host into `host`; `vm_dir` is the VM's directory. False with a
 // message: acceleration was demanded and there is none, or a setting has no meaning.
 bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error);

@@ -52,7 +52,7 @@ void add_base(Arguments &arguments, const Machine &machine, const EngineHost &ho
     arguments.add({"-name", "guest=" + quoted(machine.name.empty() ? machine.id : machine.name)})
         .add({"-uuid", machine.uuid})
         .add({"-no-user-config", "-nodefaults"})
-        .add({"-machine", "q35"})
+        .add({"-machine", machine.type.empty() ? "q35" : machine.type})
         // The translation cache grows by megabytes a second unless it is held.
         .add({"-accel", kvm ? "kvm" : "tcg,tb-size=64"})
         .add({"-cpu", kvm ? "host" : "max"})

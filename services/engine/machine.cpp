@@ -2,6 +2,7 @@
 
 #include "policy/kv.h"
 #include "services/bounds.h"
+#include "services/engine/machine_types.h"
 
 #include <array>
 #include <cctype>
@@ -218,6 +219,9 @@ bool machine_parse(const kv *config, const char *id, const char *file, Machine *
                                     {{"bios", Firmware::bios}, {"uefi", Firmware::uefi}});
     if (machine->firmware == Firmware::uefi && machine->ram_size < VM_RAM_UEFI_MIN)
         reader.fail("ram.size", "UEFI needs " + std::to_string(VM_RAM_UEFI_MIN) + " bytes");
+    machine->type = reader.text("machine");
+    if (!machine->type.empty() && !machine_type_is_name(machine->type))
+        reader.fail("machine", "\"" + machine->type + "\" is no machine type of QEMU");
     read_disks(reader, machine);
     machine->cdrom = reader.text("cdrom");
     read_networks(reader, machine);

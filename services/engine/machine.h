@@ -76,6 +76,7 @@ struct Machine
     std::string uuid; // that the guest sees
     unsigned cpu_count = 1;
     uint64_t ram_size = 1ull << 30; // bytes
+    std::string type;               // of QEMU's machine, as "pc-q35-7.2"; empty: not settled yet
     Firmware firmware = Firmware::bios;
     std::vector<MachineDisk> disks;
     std::string cdrom; // as a disk's file; empty: an empty drive

@@ -71,7 +71,8 @@ void copy_file(const std::string &from, const std::string &to,
     struct stat status;
     if (!pair.source || fstat(pair.source.get(), &status) != 0)
         throw system_failure(from, errno);
-    pair.target.reset(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    pair.target.reset(
+        open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!pair.target)
         throw system_failure(to, errno);
     if (platform_reflink(pair.source.get(), pair.target.get()) != 0) {

@@ -1,6 +1,7 @@
 #include "hostlib/config/config.h"
 #include "services/bounds.h"
-#include "services/engine/machine.h"
+#include "services/engine/host.h"
+#include "services/engine/machine_types.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/cancel.h"
 #include "services/tarvctl/command.h"
@@ -27,6 +28,7 @@ struct Plan
 {
     std::string name;
     uint64_t ram = 0, disk = 0, cpus = 0;
+    std::string machine; // type; "" where QEMU can't be asked: then the first start settles it
     std::string firmware, disk_controller, network_mode, network_controller, user;
     ImageInfo image;
 };
@@ -122,6 +124,8 @@ Plan make_plan(const Arguments &arguments)
     const std::string source = arguments.source == "latest" ? latest_installer() : arguments.source;
     plan.image = probe_image(image_source_path(source));
     plan.firmware = choose_firmware(arguments.firmware, plan.image);
+    if (std::vector<std::string> types; !machine_types_of(qemu_program(), &types))
+        plan.machine = types.front();
     if (plan.firmware == "uefi" && plan.ram < VM_RAM_UEFI_MIN)
         throw Failure(ExitStatus::input, ram.source + ": " + bytes_text(plan.ram) +
                                              " is less than the " + bytes_text(VM_RAM_UEFI_MIN) +
@@ -157,6 +161,8 @@ KvOwner make_config(const Plan &plan, const Stage &stage, const std::string &dis
     kv_set_type(set_map(record.get(), "cpu"), "count", plan.cpus, KV_INT);
     kv_set_type(set_map(record.get(), "ram"), "size", plan.ram, KV_INT);
     text(record.get(), "firmware", plan.firmware);
+    if (!plan.machine.empty())
+        text(record.get(), "machine", plan.machine);
     struct kv *drive = set_list_item(record.get(), "hard_drives");
     text(drive, "file", disk);
     text(drive, "controller", plan.disk_controller);

@@ -6,6 +6,7 @@
 #include "services/tarvctl/each.h"
 #include "services/tarvctl/power.h"
 #include "services/tarvctl/service.h"
+#include "services/tarvctl/stage.h"
 #include "tarvhv/cli2/places.h"
 
 #include <cerrno>
@@ -30,23 +31,17 @@ bool confirmed(const std::vector<std::string> &vms)
     return fgets(line, sizeof line, stdin) && (line[0] == 'y' || line[0] == 'Y');
 }
 
-// The images that go with a VM: those its configuration names, and what the controller made below
-// them. Others below are somebody's own.
-std::vector<std::string> images_to_drop(const struct kv *record)
+// False when the disk has no room for the queue.
+bool queue_images(const std::vector<std::string> &images)
 {
-    const std::vector<std::string> named = config_images(record);
-    std::vector<std::string> result;
-    for (const std::string &file : library_images(record))
-        if (is_own_image_name(file) || std::find(named.begin(), named.end(), file) != named.end())
-            result.push_back(file);
-    return result;
-}
-
-void queue_images(const std::vector<std::string> &images)
-{
-    for (const std::string &image : images)
-        if (img_unlink(image.c_str()) != 0)
-            throw system_failure("failed to queue the image " + image + " for removal", errno);
+    for (const std::string &image : images) {
+        if (img_unlink(image.c_str()) == 0)
+            continue;
+        if (errno == ENOSPC || errno == EDQUOT)
+            return false;
+        throw system_failure("failed to queue the image " + image + " for removal", errno);
+    }
+    return true;
 }
 
 // What a supervisor left that was killed while it saved the VM's state.
@@ -71,6 +66,17 @@ KvOwner readable_config(Library &library, const VmRef &ref)
     return KvOwner(vm_read_config(vm.get()));
 }
 
+// What makes room must work without room: the record itself is the note of what is to go. It gets a
+// name that lists no VM (a rename takes no room), then its images go, but for those that another VM
+// stands on, and the directory last. A deletion that is cut short is finished by sweep_leftovers().
+void remove_without_room(Library &library, const VmRef &ref, const std::vector<std::string> &images)
+{
+    unlist_record(library.directory() + "/" + ref.id);
+    if (!remove_unused_images(library, images))
+        throw Failure(ExitStatus::space, ref.label() + " is deleted, but its images stay until all "
+                                                       "records of the library can be read");
+}
+
 void delete_one(const VmRef &ref)
 {
     Library library;
@@ -79,9 +85,12 @@ void delete_one(const VmRef &ref)
     check_not_running(ref, "delete");
     // Queued first: until the record is gone each of them is in use, and a deletion that is cut
     // short here loses nothing.
+    std::vector<std::string> images = stray_states(ref.id);
     if (KvOwner record = readable_config(library, ref))
-        queue_images(images_to_drop(record.get()));
-    queue_images(stray_states(ref.id));
+        for (std::string &image : images_to_drop(record.get()))
+            images.push_back(std::move(image));
+    if (!queue_images(images))
+        remove_without_room(library, ref, images);
     library.remove(ref);
     service_request("remove", place_vm_job(ref.id), std::chrono::seconds(30));
     unlink(place_vm_socket(ref.id).c_str());

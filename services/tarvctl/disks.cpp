@@ -133,6 +133,27 @@ std::set<std::string> library_images(const struct kv *record)
     return result;
 }
 
+std::vector<std::string> images_to_drop(const struct kv *record)
+{
+    const std::vector<std::string> named = config_images(record);
+    std::vector<std::string> result;
+    for (const std::string &file : library_images(record))
+        if (is_own_image_name(file) || std::find(named.begin(), named.end(), file) != named.end())
+            result.push_back(file);
+    return result;
+}
+
+bool remove_unused_images(Library &library, const std::vector<std::string> &images)
+{
+    std::set<std::string> used;
+    if (!library.each_config([&](const struct kv *record) { used.merge(library_images(record)); }))
+        return false;
+    for (const std::string &image : images)
+        if (!used.contains(image))
+            unlink(image_path(image).c_str());
+    return true;
+}
+
 void purge_images(Library &library)
 {
     std::set<std::string> used;

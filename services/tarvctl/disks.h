@@ -32,3 +32,9 @@ std::set<std::string> library_images(const struct kv *record);
 // Removes the queued images that no VM stands on any more. While one VM's configuration can't be
 // read nothing is removed: it may be the one that needs them.
 void purge_images(Library &library);
+// Removes those of some images of the library that no VM's record stands on, without the queue.
+// False and none where a record can't be read: it may be one that does.
+bool remove_unused_images(Library &library, const std::vector<std::string> &images);
+// The images that go with a VM: those its configuration names, and what the controller made below
+// them. Others below are somebody's own.
+std::vector<std::string> images_to_drop(const struct kv *record);

@@ -3,15 +3,19 @@
 #include "platform/kvm.h"
 #include "services/engine/bridge.h"
 #include "services/engine/host.h"
+#include "services/engine/machine_types.h"
 #include "services/notify/notify.h"
 #include "services/settings.h"
 #include "services/tarvctl/command.h"
+#include "services/tarvctl/disks.h"
+#include "services/tarvctl/power.h"
 #include "services/tarvctl/service.h"
 #include "services/tarvctl/store.h"
 #include "services/tarvctl/table.h"
 #include "services/vlaunchd/ondemand.h"
 #include "tarvhv/cli2/places.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -104,6 +108,67 @@ Finding check_engine()
                                : "switch on virtualisation in this machine's firmware"};
 }
 
+// A VM is made for one machine of QEMU, which a later QEMU may have dropped.
+Finding check_machines()
+try {
+    const std::string subject = "machine types";
+    std::vector<std::string> types;
+    if (access(qemu_program().c_str(), X_OK) != 0)
+        return {subject, Verdict::note, "QEMU can't be asked", "see qemu_executable"};
+    if (const ServiceFailure failure = machine_types_of(qemu_program(), &types))
+        return {subject, Verdict::bad, failure.text, "set qemu_executable to a QEMU for x86-64"};
+    Library library;
+    for (const std::string &id : library.ids()) {
+        VmOwner vm = library.open({id, ""});
+        const KvOwner record(vm_read_config(vm.get()));
+        const std::string type = config_text(record.get(), "machine");
+        if (type.empty() || std::find(types.begin(), types.end(), type) != types.end())
+            continue;
+        const bool saved = is_suspended(record.get());
+        return {subject, Verdict::bad, id + " was made for " + type + ", which this QEMU lacks",
+                saved ? "resume it with the QEMU that suspended it, or tarvctl stop --force " + id +
+                            ", which drops its state"
+                      : "tarvctl modify " + id + " set machine newest"};
+    }
+    return {subject, Verdict::ok, types.front()};
+} catch (const Failure &failure) {
+    return {"machine types", Verdict::bad, failure.what(), "see above"};
+}
+
+// What of VMs other users of this machine can read or write. It is closed here and now: a disk
+// holds whatever its guest holds.
+Finding check_privacy()
+try {
+    const std::string subject = "privacy of VMs";
+    std::string first;
+    size_t count = 0;
+    const auto close_to_others = [&](const std::string &path) {
+        struct stat status;
+        if (lstat(path.c_str(), &status) != 0 || status.st_uid != geteuid() ||
+            (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) || (status.st_mode & 077) == 0)
+            return;
+        if (chmod(path.c_str(), status.st_mode & 07700) != 0)
+            throw system_failure(path, errno);
+        first = first.empty() ? path : first;
+        ++count;
+    };
+    Library library;
+    for (const std::string &id : library.ids())
+        close_to_others(library.directory() + "/" + id);
+    library.each_config([&](const struct kv *record) {
+        for (const std::string &image : library_images(record))
+            close_to_others(image_path(image));
+    });
+    if (count == 0)
+        return {subject, Verdict::ok, "closed to other users"};
+    return {subject, Verdict::note,
+            first + (count > 1 ? " and " + std::to_string(count - 1) + " more" : "") +
+                " could be read by other users",
+            "closed to them now"};
+} catch (const Failure &failure) {
+    return {"privacy of VMs", Verdict::bad, failure.what(), "see above"};
+}
+
 Finding check_bus()
 {
     const std::string address = notify_bus_address();
@@ -185,6 +250,8 @@ std::vector<Finding> examine()
         check_file("names of discs", "/usr/bin/osinfo-detect", X_OK, Verdict::note,
                    "apt install libosinfo-bin"),
         check_engine(),
+        check_machines(),
+        check_privacy(),
         check_bridge(),
         check_own("vlaunchd_executable", "vlaunchd"),
         check_own("supervisor_executable", "tarvvm"),

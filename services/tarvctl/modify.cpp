@@ -1,5 +1,6 @@
 #include "services/bounds.h"
-#include "services/engine/machine.h"
+#include "services/engine/host.h"
+#include "services/engine/machine_types.h"
 #include "services/notify/notify.h"
 #include "services/tarvctl/command.h"
 #include "services/tarvctl/image_probe.h"
@@ -8,6 +9,7 @@
 #include "services/tarvctl/sizes.h"
 #include "services/tarvctl/store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 
@@ -21,7 +23,8 @@ enum class ValueKind
     number,
     bytes,
     truth,
-    image // a path or file URL; empty for none
+    image, // a path or file URL; empty for none
+    machine
 };
 struct Key
 {
@@ -34,6 +37,7 @@ constexpr Key KEYS[] = {
     {"cpu.count", ValueKind::number, "number of processors, 1 to 255"},
     {"ram.size", ValueKind::bytes, "memory in bytes, or with K, M, G or T"},
     {"firmware", ValueKind::text, "bios or uefi"},
+    {"machine", ValueKind::machine, "machine type of QEMU, as pc-q35-7.2, or newest"},
     {"boot", ValueKind::text, "tried first: disk, cdrom or network"},
     {"audio", ValueKind::truth, "a sound card: on or off"},
     {"cdrom", ValueKind::image, "disc image as a path or file URL; empty for none"},
@@ -82,6 +86,21 @@ bool parse_truth(const std::string &key, const std::string &text)
     throw Failure(ExitStatus::input, "modify: " + key + ": \"" + text + "\" is neither on nor off");
 }
 
+// One that QEMU offers here.
+std::string machine_type(const std::string &what, const std::string &text)
+{
+    std::vector<std::string> types;
+    if (const ServiceFailure failure = machine_types_of(qemu_program(), &types))
+        throw Failure(ExitStatus::failed, what + ": " + failure.text);
+    if (text == "newest")
+        return types.front();
+    if (std::find(types.begin(), types.end(), text) == types.end())
+        throw Failure(ExitStatus::input,
+                      what + ": \"" + text +
+                          "\" is no machine that this QEMU offers; the newest is " + types.front());
+    return text;
+}
+
 KvOwner make_value(const Key &known, const std::string &key, const std::string &text)
 {
     const std::string what = "modify: " + key;
@@ -94,6 +113,8 @@ KvOwner make_value(const Key &known, const std::string &key, const std::string &
             KV_INT, static_cast<int64_t>(parse_bytes(what, text, VM_RAM_MIN, VM_RAM_MAX))));
     case ValueKind::truth:
         return KvOwner(kv_new_type(KV_BOOL, static_cast<int64_t>(parse_truth(key, text))));
+    case ValueKind::machine:
+        return KvOwner(kv_new_type(KV_STRING, machine_type(what, text).c_str()));
     case ValueKind::image:
         return KvOwner(kv_new_type(
             KV_STRING, text.empty() ? "" : probe_image(image_source_path(text)).path.c_str()));

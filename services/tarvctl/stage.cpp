@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::string_view PREFIX = ".new-";
 constexpr size_t ID_LENGTH = 36;
+constexpr const char *DELETED_RECORD = "/config.deleted";
 
 std::vector<std::string> names_in(const std::string &directory)
 {
@@ -65,6 +66,15 @@ void remove_images(Library &library, const std::string &id)
             unlink((directory + "/" + name).c_str());
 }
 
+void finish_deletion(Library &library, const std::string &path)
+{
+    VmOwner vm(vm_open((path + DELETED_RECORD).c_str()));
+    const KvOwner record(vm_read_config(vm.get()));
+    if (record && !remove_unused_images(library, images_to_drop(record.get())))
+        return;
+    rmdirat(AT_FDCWD, path.c_str());
+}
+
 // The lock of a directory in the making, or none while its maker lives.
 UniqueFd try_lock(const std::string &path)
 {
@@ -78,12 +88,15 @@ void sweep_directory(Library &library, const std::string &name)
     const bool in_the_making = name.starts_with(PREFIX);
     const bool unfinished = !in_the_making && is_own_image_name(name + "-") &&
                             access((path + "/config.new").c_str(), F_OK) == 0;
-    if (!in_the_making && !unfinished)
+    const bool deleted = !in_the_making && access((path + DELETED_RECORD).c_str(), F_OK) == 0;
+    if (!in_the_making && !unfinished && !deleted)
         return;
     UniqueFd lock = try_lock(path);
     if (!lock)
         return;
-    if (unfinished && access((path + "/config.yaml").c_str(), F_OK) != 0) {
+    if (deleted) {
+        finish_deletion(library, path);
+    } else if (unfinished && access((path + "/config.yaml").c_str(), F_OK) != 0) {
         rename_path(path + "/config.new", path + "/config.yaml");
     } else if (in_the_making) {
         remove_images(library, name.substr(PREFIX.size()));
@@ -105,7 +118,7 @@ std::array<uint8_t, 16> random_bytes()
 Stage::Stage(Library &library) : m_library(library), m_id(random_uuid())
 {
     m_directory = library.directory() + "/" + std::string(PREFIX) + m_id;
-    if (mkdir(m_directory.c_str(), 0755) != 0)
+    if (mkdir(m_directory.c_str(), 0700) != 0)
         throw system_failure(m_directory, errno);
     m_lock = try_lock(m_directory);
     if (!m_lock) {
@@ -132,14 +145,23 @@ void Stage::discard()
 
 std::string Stage::add_image(const std::string &rest)
 {
+    const std::string path = image_directory() + "/" + std::string(PREFIX) + image_name(rest);
+    // The image tool would make it readable by everybody; it keeps the mode of a file that is
+    // there.
+    const UniqueFd made(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!made)
+        throw system_failure(path, errno);
     m_images.push_back(rest);
-    return image_directory() + "/" + std::string(PREFIX) + image_name(rest);
+    return path;
 }
 
 void Stage::write_config(const struct kv *record)
 {
     const std::string path = m_directory + "/config.new";
-    FileOwner file(fopen(path.c_str(), "wxe"));
+    UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    FileOwner file(fd ? fdopen(fd.get(), "w") : nullptr);
+    if (file)
+        fd.release();
     if (!file || kv_save_yaml(record, file.get()) != 0 || fflush(file.get()) != 0 ||
         fsync(fileno(file.get())) != 0)
         throw system_failure(path, errno);
@@ -205,6 +227,16 @@ std::string random_mac()
     char text[18];
     snprintf(text, sizeof text, "52:54:00:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2]);
     return text;
+}
+
+void unlist_record(const std::string &directory)
+{
+    const std::string id = directory.substr(directory.rfind('/') + 1);
+    const std::string older = directory + "/" + id + ".yaml", record = directory + "/config.yaml";
+    // A version alone would list the directory still.
+    unlink((directory + "/localversion").c_str());
+    rename_path(access(record.c_str(), F_OK) == 0 ? record : older, directory + DELETED_RECORD);
+    sync_names_of(directory + "/");
 }
 
 void sweep_leftovers(Library &library)

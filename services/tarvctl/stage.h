@@ -26,7 +26,8 @@ public:
 
     const std::string &id() const { return m_id; }
     const std::string &directory() const { return m_directory; }
-    // Announces an image named "<id>-<rest>"; the answer is the path to make it at.
+    // Announces an image named "<id>-<rest>"; the answer is the path to make it at, where
+    // an empty file keeps others out already.
     std::string add_image(const std::string &rest);
     // The name under which a configuration refers to it.
     std::string image_name(const std::string &rest) const { return m_id + "-" + rest; }
@@ -56,5 +57,8 @@ private:
 std::string random_uuid();
 // A random locally administered MAC address of QEMU's range.
 std::string random_mac();
-// Clears up after makers that were killed.
+// Takes a VM's record out of the list by renaming it to "config.deleted"; its directory is then
+// what sweep_leftovers() finishes the deletion of.
+void unlist_record(const std::string &directory);
+// Clears up after makers, and deletions without room, that were killed.
 void sweep_leftovers(Library &library);

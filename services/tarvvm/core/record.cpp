@@ -7,6 +7,7 @@
 #include "hostlib/vm/vmlib.h"
 #include "platform/file.h"
 #include "platform/unique_fd.h"
+#include "services/engine/machine_types.h"
 #include "services/engine/trees.h"
 #include "services/tarvvm/machine/state_files.h"
 
@@ -77,6 +78,7 @@ VmPreparation VmRecord::prepare()
     if (!engine_host_read(directory, &result.host, &error) ||
         !engine_host_check(result.machine, &result.host, &error))
         return failed(EX_UNAVAILABLE, error);
+    settleMachineType(config.get(), &result);
     if (!engine_host_make_nvram(result.machine, result.host, &error))
         return failed(EX_CANTCREAT, error);
     const int used = vm_state_used(m_vm.get(), result.machine.state_file.c_str());
@@ -89,6 +91,21 @@ VmPreparation VmRecord::prepare()
     state_sweep_drafts(m_images_dir, m_id);
     sweepStates(result.machine.state_file);
     return result;
+}
+
+// A record that was made before machine types were kept gets one at its first cold start. A
+// suspended VM has none to choose: its state fits the machine that made it. Where QEMU can't be
+// asked, or the record not written, the VM starts all the same and is asked about again with the
+// next start.
+void VmRecord::settleMachineType(kv *config, VmPreparation *result)
+{
+    std::vector<std::string> types;
+    if (!result->machine.type.empty() || !result->machine.state_file.empty() ||
+        machine_types_of(result->host.qemu, &types))
+        return;
+    if (kv_set_type(config, "machine", types.front().c_str(), KV_STRING) == 0 &&
+        vm_write_config(m_vm.get(), config) == 0)
+        result->machine.type = types.front();
 }
 
 ServiceFailure VmRecord::writeState(const std::string &name)

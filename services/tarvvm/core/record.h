@@ -51,6 +51,7 @@ public:
     ServiceFailure unmark();
 
 private:
+    void settleMachineType(struct kv *config, VmPreparation *result);
     void sweepStates(const std::string &kept);
     bool isNeeded(const std::string &state) const;
     bool names(const std::string &id, const char *tag, const std::string &state) const;

@@ -4,6 +4,7 @@
 #include "services/engine/host.h"
 #include "services/engine/launch.h"
 #include "services/engine/machine.h"
+#include "services/engine/machine_types.h"
 #include "services/engine/trees.h"
 
 #include <gmock/gmock.h>
@@ -53,6 +54,7 @@ TEST(Machine, namesFileAndKeyOfWhatItCantTake)
         {"displays: [{width: 10}]", "config.yaml: displays[0].width: "},
         {"displays: [{}, {}, {}, {}, {}]", "config.yaml: displays: at most 4"},
         {"uuid: abc", "config.yaml: uuid: \"abc\" is not a UUID"},
+        {"machine: 'q35,dump=on'", "config.yaml: machine: \"q35,dump=on\" is no machine type"},
         {"audio: loud", "config.yaml: audio: true or false"},
     };
     for (const auto &[yaml, message] : cases) {
@@ -82,8 +84,21 @@ std::string agent(int fd)
            "name=com.redhat.spice.0";
 }
 
+TEST(MachineTypes, areThoseOfThisMachineTheNewestFirst)
+{
+    EXPECT_EQ(machine_types_in("Supported machines are:\nmicrovm   microvm (i386)\n"
+                               "pc-i440fx-10.0   Standard PC\npc-q35-2.12   Standard PC\n"
+                               "q35      Standard PC (alias of pc-q35-10.0)\n"
+                               "pc-q35-10.0   Standard PC\npc-q35-9.2   Standard PC\n"),
+              (std::vector<std::string>{"pc-q35-10.0", "pc-q35-9.2", "pc-q35-2.12"}));
+}
+
 TEST(Launch, describesTheSmallestMachineWhole)
 {
+    const Machine pinned = parse("machine: pc-q35-7.2\n").machine;
+    EXPECT_NE(engine_launch_line(engine_launch(pinned, host(), LaunchOptions()))
+                  .find(" -machine pc-q35-7.2 "),
+              std::string::npos);
     const Parsed parsed = parse("name: One\nram: {size: 67108864}\n");
     const Launch launch = engine_launch(parsed.machine, host(), LaunchOptions());
     EXPECT_EQ(engine_launch_line(launch),

@@ -71,6 +71,11 @@ protected:
         return file_text(m_home.file("vms/" + id + "/config.yaml"));
     }
 
+    unsigned mode_of(const std::string &file) const
+    {
+        return unsigned(std::filesystem::status(m_home.file(file)).permissions());
+    }
+
     ServiceHome m_home;
     std::string m_error; // standard error of the last run
 };

@@ -61,6 +61,18 @@ protected:
     }
 };
 
+// Whatever the umask of whoever made them; doctor closes what is open and says so.
+TEST_F(CreateTest, doctorClosesWhatOthersCanRead)
+{
+    const std::string id = create("vm"), disk = "images/" + id + "-disk0.qcow2";
+    chmod(m_home.file("vms/" + id).c_str(), 0755);
+    chmod(m_home.file(disk).c_str(), 0644);
+    EXPECT_THAT(ctl({"doctor"})["body"].dump(), HasSubstr("could be read by other users"));
+    EXPECT_EQ(mode_of("vms/" + id), 0700u);
+    EXPECT_EQ(mode_of(disk), 0600u);
+    EXPECT_THAT(ctl({"doctor"})["body"].dump(), HasSubstr("closed to other users"));
+}
+
 TEST_F(CreateTest, makesWhatTheFormAsksFor)
 {
     make_disc(m_home.file("a disc.iso"), {0, 0xef});
@@ -86,6 +98,11 @@ TEST_F(CreateTest, makesWhatTheFormAsksFor)
     Json record = shown();
     EXPECT_THAT(record["network"][0]["mac"].get<std::string>(), StartsWith("52:54:00:"));
     record["network"][0].erase("mac");
+    EXPECT_THAT(record["machine"].get<std::string>(), StartsWith("pc-q35-"));
+    record.erase("machine");
+    EXPECT_EQ(mode_of("vms/" + id), 0700u);
+    EXPECT_EQ(mode_of("vms/" + id + "/config.yaml"), 0600u);
+    EXPECT_EQ(mode_of("images/" + id + "-disk0.qcow2"), 0600u);
     EXPECT_EQ(record, expected);
     EXPECT_THAT(names("vms"), ElementsAre(id));
     EXPECT_THAT(names("images"), ElementsAre(id + "-disk0.qcow2"));

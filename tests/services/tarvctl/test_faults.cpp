@@ -167,6 +167,75 @@ TEST_F(FaultsTest, fullDiskLeavesTheLibraryAsItWas)
     EXPECT_EQ(ctl({"list", "--quiet"})["body"], Json::array({id}));
 }
 
+// Deleting is what makes room.
+TEST_F(FaultsTest, deletesWhereThereIsNoRoomAtAll)
+{
+    SmallDisk images(m_home.file("images"), "4m"), records(m_home.file("vms"), "256k");
+    if (!images.mounted() || !records.mounted())
+        GTEST_SKIP() << "no small file system can be mounted here";
+    create("vm");
+    ASSERT_EQ(ctl({"clone", "vm", "other"})["exit"], 0);
+    const std::string last = create("last");
+    images.fill();
+    records.fill();
+    const auto deleted = [&](const char *name) {
+        const Json answer = ctl({"delete", "--yes", name});
+        EXPECT_EQ(answer["exit"], 0) << answer;
+    };
+    // What the clone stands on stays until it goes itself.
+    deleted("vm");
+    EXPECT_EQ(ctl({"start", "other"})["exit"], 0);
+    EXPECT_EQ(ctl({"stop", "--force", "other"})["exit"], 0);
+    deleted("other");
+    // One that was killed in the middle is finished by the next maker.
+    std::filesystem::rename(m_home.file("vms/" + last + "/config.yaml"),
+                            m_home.file("vms/" + last + "/config.deleted"));
+    EXPECT_EQ(ctl({"list", "--quiet"})["body"], Json::array());
+    images.release();
+    records.release();
+    create("next");
+    EXPECT_THAT(leftovers(), IsEmpty());
+}
+
+TEST_F(FaultsTest, aVmKeepsTheMachineThatItWasMadeFor)
+{
+    const std::string id = create("vm"), older = "pc-q35-6.0";
+    const auto machine = [&] {
+        return ctl({"show", id})["body"]["configuration"].value("machine", "none");
+    };
+    const auto set = [&](const std::string &type) {
+        return ctl({"modify", id, "set", "machine", type})["exit"];
+    };
+    const std::string newest = machine();
+    const std::string file = m_home.file("vms/" + id + "/config.yaml");
+    // A record from before gets its machine with a cold start.
+    std::string text = record(id);
+    const size_t line = text.find("machine: ");
+    text.erase(line, text.find('\n', line) + 1 - line);
+    std::ofstream(file) << text;
+    EXPECT_EQ(machine(), "none");
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    EXPECT_EQ(machine(), newest);
+    EXPECT_EQ(set(older), 4) << "it runs";
+    ASSERT_EQ(ctl({"stop", "--force", id})["exit"], 0);
+    EXPECT_EQ(set("pc-q35-99.9"), 6);
+    EXPECT_EQ(set(older), 0);
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    ASSERT_EQ(ctl({"suspend", id})["exit"], 0);
+    EXPECT_EQ(set("newest"), 4) << "its state fits no other machine";
+    ASSERT_EQ(ctl({"start", id})["exit"], 0) << "resumed by the machine that saved it";
+    ASSERT_EQ(ctl({"stop", "--force", id})["exit"], 0);
+    EXPECT_EQ(set("newest"), 0);
+    EXPECT_EQ(machine(), newest);
+    text = record(id);
+    text.replace(text.find(newest), newest.size(), "pc-q35-99.9");
+    std::ofstream(file) << text;
+    EXPECT_THAT(ctl({"doctor"})["body"].dump(), HasSubstr("was made for pc-q35-99.9"));
+    const Json start = ctl({"start", id});
+    EXPECT_NE(start["exit"], 0);
+    EXPECT_THAT(start["message"].get<std::string>(), HasSubstr("machine type"));
+}
+
 // Whichever comes first, each answer is true afterwards.
 TEST_F(FaultsTest, pairsOfControllersTellTheTruth)
 {

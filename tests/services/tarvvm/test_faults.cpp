@@ -175,8 +175,8 @@ TEST(Faults, fullDiskOfTheRecordFailsASuspendAndAnNvram)
     SmallDisk disk(vm.file("vms"), "64k");
     if (!disk.mounted())
         GTEST_SKIP() << "no small file system can be mounted here";
-    const std::string record = vm.config();
     ASSERT_TRUE(vm.startAndRun());
+    const std::string record = vm.config(); // with the machine type that the start settled
     disk.fill();
     EXPECT_THAT(vm.ask("suspend\r\n").message(),
                 HasSubstr("the VM runs on: the state can't be recorded: No space left"));
