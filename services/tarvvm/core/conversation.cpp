@@ -26,6 +26,15 @@ void Conversation::refuseBusy(ServiceRequest &request) const
     request.fail(EBUSY, std::string("the VM is ") + run_state_word(m_run.state()));
 }
 
+void Conversation::keep(Requests *waiters, std::unique_ptr<ServiceRequest> request)
+{
+    waiters->push_back(std::move(request));
+    if (waiters->size() <= WAITING_MAX)
+        return;
+    waiters->front()->fail(EBUSY, "too many requests wait for the VM");
+    waiters->erase(waiters->begin());
+}
+
 void Conversation::stop(std::unique_ptr<ServiceRequest> request)
 {
     const bool force = json_find_bool(request->arguments(), "force", false);
@@ -33,7 +42,7 @@ void Conversation::stop(std::unique_ptr<ServiceRequest> request)
         request->fail(EBUSY, "the VM is being suspended");
         return;
     }
-    m_stop_waiters.push_back(std::move(request));
+    keep(&m_stop_waiters, std::move(request));
     m_orders.stop(force ? StopKind::force : StopKind::ask);
 }
 
@@ -43,7 +52,7 @@ void Conversation::suspend(std::unique_ptr<ServiceRequest> request)
         refuseBusy(*request);
         return;
     }
-    m_suspend_waiters.push_back(std::move(request));
+    keep(&m_suspend_waiters, std::move(request));
     m_orders.suspend();
 }
 
@@ -60,19 +69,24 @@ void Conversation::reboot(std::unique_ptr<ServiceRequest> request)
         refuseBusy(*request);
         return;
     }
-    const std::shared_ptr<ServiceRequest> waiting = std::move(request);
-    m_orders.reboot([waiting](const ServiceFailure &failure) {
-        if (failure)
-            waiting->fail(EIO, failure.text);
-        else
-            waiting->answer(nullptr);
+    // One order serves all who ask until it is done.
+    const bool under_way = !m_reboot_waiters->empty();
+    keep(m_reboot_waiters.get(), std::move(request));
+    if (under_way)
+        return;
+    m_orders.reboot([waiters = m_reboot_waiters](const ServiceFailure &failure) {
+        for (auto &waiting : std::exchange(*waiters, {}))
+            if (failure)
+                waiting->fail(EIO, failure.text);
+            else
+                waiting->answer(nullptr);
     });
 }
 
 void Conversation::view(std::unique_ptr<ServiceRequest> request)
 {
     if (!run_state_is_up(m_run.state())) {
-        m_view_waiters.push_back(std::move(request));
+        keep(&m_view_waiters, std::move(request));
         return;
     }
     const int64_t index = json_find_int64(request->arguments(), "index", 0);
@@ -107,6 +121,7 @@ void Conversation::end(Outcome outcome, const std::string &message)
             request->answer(nullptr);
         else
             request->fail(ECANCELED, "not suspended: " + failure);
-    for (auto &request : std::exchange(m_view_waiters, {}))
-        request->fail(ECANCELED, failure);
+    for (Requests *waiters : {&m_view_waiters, m_reboot_waiters.get()})
+        for (auto &request : std::exchange(*waiters, {}))
+            request->fail(ECANCELED, failure);
 }

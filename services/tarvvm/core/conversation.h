@@ -21,6 +21,10 @@ enum class StopKind
 class Conversation
 {
 public:
+    // Connections of one kind that wait for their answer. Who waits longest makes room for another,
+    // and is told so.
+    static constexpr size_t WAITING_MAX = 64;
+
     // What a command asks of the supervisor.
     struct Orders
     {
@@ -55,8 +59,11 @@ private:
     void reboot(std::unique_ptr<ServiceRequest> request);
     void view(std::unique_ptr<ServiceRequest> request);
     void refuseBusy(ServiceRequest &request) const;
+    static void keep(Requests *waiters, std::unique_ptr<ServiceRequest> request);
 
     Run &m_run;
     Orders m_orders;
     Requests m_stop_waiters, m_suspend_waiters, m_view_waiters;
+    // Shared with the order that is under way, which may outlive this.
+    const std::shared_ptr<Requests> m_reboot_waiters = std::make_shared<Requests>();
 };

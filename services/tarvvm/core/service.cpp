@@ -10,8 +10,13 @@
 
 namespace {
 
-constexpr size_t CONNECTIONS_MAX = 64;
 constexpr uint64_t REQUEST_PATIENCE_MS = 10000;
+constexpr uint64_t PAUSE_MS = 200; // a descriptor may be free by then
+
+bool is_out_of_descriptors(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
 
 bool wants_json(const char *command)
 {
@@ -51,6 +56,8 @@ std::unique_ptr<Service> Service::listen(sd_event *loop, const std::string &path
     Service *service = self.get();
     self->m_source =
         event_io(loop, self->m_listener.get(), EPOLLIN, [service](uint32_t) { service->accept(); });
+    // Made here and not when it is needed: a timer takes a descriptor.
+    self->m_pause = event_timer(loop, PAUSE_MS, [service] { service->resume(); });
     return self;
 }
 
@@ -64,9 +71,18 @@ Service::~Service()
 
 void Service::accept()
 {
-    UniqueFd socket(cli2_accept(m_listener.get()));
-    if (!socket || m_connections.size() >= CONNECTIONS_MAX)
+    UniqueFd socket = acceptOne();
+    if (!socket && is_out_of_descriptors(errno) && !m_connections.empty()) {
+        m_connections.pop_front();
+        socket = acceptOne();
+    }
+    if (!socket) {
+        if (is_out_of_descriptors(errno))
+            pause();
         return;
+    }
+    if (m_connections.size() >= CONNECTIONS_MAX)
+        m_connections.pop_front();
     const auto connection = m_connections.emplace(m_connections.end());
     connection->socket = std::move(socket);
     connection->request.reset(cli2_request_new());
@@ -74,6 +90,25 @@ void Service::accept()
                                     [this, connection](uint32_t) { receive(connection); });
     connection->deadline = event_timer(m_loop, REQUEST_PATIENCE_MS,
                                        [this, connection] { m_connections.erase(connection); });
+}
+
+UniqueFd Service::acceptOne()
+{
+    return UniqueFd(cli2_accept(m_listener.get()));
+}
+
+// Whoever waits to be accepted keeps the listener readable. Without a descriptor for it the loop
+// would be told so again and again.
+void Service::pause()
+{
+    sd_event_source_set_enabled(m_source.get(), SD_EVENT_OFF);
+    sd_event_source_set_time_relative(m_pause.get(), PAUSE_MS * 1000);
+    sd_event_source_set_enabled(m_pause.get(), SD_EVENT_ONESHOT);
+}
+
+void Service::resume()
+{
+    sd_event_source_set_enabled(m_source.get(), SD_EVENT_ON);
 }
 
 void Service::receive(Connections::iterator connection)

@@ -40,9 +40,14 @@ private:
     CollectedRequest m_collected;
 };
 
+// The number of connections is capped, and none is silent for long: when there are too many, or no
+// descriptor is left for another, the one that is silent for longest makes room. So whoever asks at
+// once is heard, whatever others keep open.
 class Service
 {
 public:
+    static constexpr size_t CONNECTIONS_MAX = 64;
+
     using Handler = std::function<void(std::unique_ptr<ServiceRequest>)>;
 
     // Binds the socket. Null with errno set: EADDRINUSE when a live process has it.
@@ -63,6 +68,9 @@ private:
 
     Service() = default;
     void accept();
+    UniqueFd acceptOne();
+    void pause();
+    void resume();
     void receive(Connections::iterator connection);
     void complete(Connections::iterator connection);
 
@@ -70,7 +78,7 @@ private:
     std::string m_path;
     UniqueFd m_listener;
     ino_t m_inode = 0;
-    EventSource m_source;
+    EventSource m_source, m_pause;
     Handler m_handler;
-    Connections m_connections;
+    Connections m_connections; // the oldest first
 };

@@ -138,10 +138,22 @@ JsonTree DisplayServer::describe() const
     return list;
 }
 
+size_t DisplayServer::viewers() const
+{
+    size_t count = 0;
+    for (const auto &screen : m_screens)
+        count += screen->viewers();
+    return count;
+}
+
 JsonTree DisplayServer::addViewer(size_t index, int *frame, UniqueFd *channel)
 {
     if (m_removed || index >= m_screens.size()) {
         errno = ENOENT;
+        return nullptr;
+    }
+    if (viewers() >= VIEWERS_MAX) {
+        errno = EUSERS;
         return nullptr;
     }
     int ends[2];

@@ -14,6 +14,10 @@
 class DisplayServer
 {
 public:
+    // Of all screens together. Each costs a descriptor and, while it is stopped, a few frame
+    // buffers; nobody has that many windows.
+    static constexpr size_t VIEWERS_MAX = 32;
+
     using Done = std::function<void(const std::string &error)>; // an empty error is success
 
     DisplayServer(sd_event *loop, const Machine &machine, GuestPasteboard &pasteboard,
@@ -37,12 +41,13 @@ public:
     JsonTree describe() const;
     // What a viewer is told of a screen, with the two descriptors that it gets: the frame buffer,
     // which stays this side's, and a new end of a display channel. Null with errno set; ENOENT: no
-    // such screen.
+    // such screen; EUSERS: VIEWERS_MAX look already.
     JsonTree addViewer(size_t index, int *frame, UniqueFd *channel);
     void close(display_close_reason reason);
 
 private:
     void remove();
+    size_t viewers() const;
     void takeConsoles(const std::vector<Console> &consoles, const Done &done);
     void plugIn(size_t number);
 

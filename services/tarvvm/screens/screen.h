@@ -41,6 +41,7 @@ public:
     ScreenMode mode() const { return m_size.mode(); }
     bool absolute() const { return m_console.absolute; }
     unsigned index() const { return m_console.index; }
+    size_t viewers() const { return m_viewers.size(); }
     // Whether the guest has set a size.
     bool used() const { return m_used; }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 using testing::HasSubstr;
 
@@ -96,6 +97,28 @@ TEST_F(ConversationTest, keepsEverybodyUntilThereIsSomethingToSay)
     EXPECT_EQ(answer(stopped), "");
     m_conversation->end(Conversation::Outcome::ended, "");
     EXPECT_THAT(answer(stopped), HasSubstr("OK"));
+}
+
+TEST_F(ConversationTest, keepsNoMoreThanSoManyOfAKindAndOrdersOneReboot)
+{
+    run();
+    std::vector<UniqueFd> stops, reboots;
+    for (size_t i = 0; i <= Conversation::WAITING_MAX; i++) {
+        reboots.push_back(ask("reboot\r\n"));
+        stops.push_back(ask("stop\r\n"));
+    }
+    EXPECT_THAT(answer(stops[0]), HasSubstr("too many requests wait"));
+    EXPECT_THAT(answer(reboots[0]), HasSubstr("too many requests wait"));
+    EXPECT_EQ(answer(stops[1]) + answer(reboots[1]), "");
+    EXPECT_EQ(m_asked.find("reboot"), m_asked.rfind("reboot"));
+    m_rebooted({});
+    EXPECT_THAT(answer(reboots.back()), HasSubstr("OK"));
+    const UniqueFd again = ask("reboot\r\n");
+    EXPECT_TRUE(m_asked.ends_with("reboot "));
+    m_conversation->end(Conversation::Outcome::ended, "killed");
+    EXPECT_THAT(answer(stops.back()), HasSubstr("OK"));
+    EXPECT_THAT(answer(again), HasSubstr("killed"));
+    m_rebooted({}); // nobody waits for it any more
 }
 
 TEST_F(ConversationTest, tellsWhoSuspendedHowItEnded)
