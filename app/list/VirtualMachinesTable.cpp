@@ -35,6 +35,8 @@ protected:
     }
 };
 
+constexpr int NAME_LEAST = 140; // logical pixels
+
 bool isCommandKey(int key)
 {
     switch (key) {
@@ -112,6 +114,30 @@ void VirtualMachinesTable::restoreColumns(const QByteArray &state)
     // However narrow the window is, what a VM is doing stays in sight.
     header->setStretchLastSection(false);
     header->setSectionResizeMode(VirtualMachinesController::NameColumn, QHeaderView::Stretch);
+}
+
+void VirtualMachinesTable::resizeEvent(QResizeEvent *event)
+{
+    fitColumns();
+    QTableView::resizeEvent(event);
+}
+
+// Columns that were made wide in a wide window give way in a narrow one, the version before the
+// status, so that names can be told apart and the status stays in sight.
+void VirtualMachinesTable::fitColumns()
+{
+    QHeaderView *header = horizontalHeader();
+    const int others = header->sectionSize(VirtualMachinesController::VersionColumn) +
+                       header->sectionSize(VirtualMachinesController::StatusColumn);
+    int excess = others - (viewport()->width() - NAME_LEAST);
+    for (const int column :
+         {VirtualMachinesController::VersionColumn, VirtualMachinesController::StatusColumn}) {
+        const int size = header->sectionSize(column);
+        const int cut = std::clamp(excess, 0, size - header->minimumSectionSize());
+        if (cut > 0)
+            header->resizeSection(column, size - cut);
+        excess -= cut;
+    }
 }
 
 // The frame of the keyboard's row is drawn by all its cells.

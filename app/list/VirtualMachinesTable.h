@@ -31,6 +31,7 @@ Q_SIGNALS:
     void renamePressed();
 
 protected:
+    void resizeEvent(QResizeEvent *event) override;
     void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
     void keyPressEvent(QKeyEvent *event) override;
     // Home and End are the first and the last row.
@@ -39,4 +40,5 @@ protected:
 
 private:
     bool selectFirstOf(int key);
+    void fitColumns();
 };

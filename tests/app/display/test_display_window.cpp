@@ -2,6 +2,7 @@
 #include "app/display/TarvWindowController.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/PasteboardArchive.h"
+#include "app/kit/PlainText.h"
 #include "app/kit/UserDefaults.h"
 #include "tests/app/kit/application.h"
 #include "tests/tarvhv/display/FakeDisplay.h"
@@ -57,6 +58,20 @@ TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndKeepsIt)
     EXPECT_EQ(viewSize(), QSize(514, 360)) << "a change that the window caused";
     m_display->setSize(320, 240);
     EXPECT_EQ(viewSize(), QSize(320, 240)) << "one that it did not";
+}
+
+TEST_F(DisplayWindow, isNamedAsItsVMWhateverThatIs)
+{
+    for (const QString &name : {QStringLiteral("a %2 & %1 [*]"), QStringLiteral("mac")}) {
+        for (const unsigned screens : {1u, 2u}) {
+            auto display = std::make_unique<FakeDisplay>(640, 400);
+            display->vmName = name;
+            display->screens = screens;
+            const TarvWindowController controller(std::move(display));
+            EXPECT_EQ(PlainText::ofTitle(controller.window()),
+                      screens == 1 ? name : name + QStringLiteral(" (display 1)"));
+        }
+    }
 }
 
 TEST_F(DisplayWindow, closesWithItsVMAndNoOther)

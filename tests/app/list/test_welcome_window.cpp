@@ -12,6 +12,7 @@
 #include "tests/app/fixtures/list_fixture.h"
 
 #include <QApplication>
+#include <QHeaderView>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
@@ -260,6 +261,19 @@ TEST_F(WelcomeWindowTest, aRenamedVMMovesToItsPlace)
     m_controller->virtualMachinesController()->find(m_running)->setName(u"zero"_s);
     EXPECT_TRUE(waitUntil([this] { return row(m_running) == 2; }));
     EXPECT_EQ(table()->selectedRows(), QList<int>({2})) << "it stays selected";
+}
+
+TEST_F(WelcomeWindowTest, everyColumnStaysInSightInTheSmallestWindow)
+{
+    window()->resize(1200, 600);
+    ASSERT_TRUE(waitUntil([this] { return table()->viewport()->width() > 1000; }));
+    for (const int column : {1, 2})
+        table()->horizontalHeader()->resizeSection(column, 400);
+    window()->resize(window()->minimumSize());
+    ASSERT_TRUE(waitUntil([this] { return table()->viewport()->width() < 500; }));
+    const auto *header = table()->horizontalHeader();
+    EXPECT_GE(header->sectionSize(0), 140);
+    EXPECT_LE(header->length(), table()->viewport()->width());
 }
 
 TEST_F(WelcomeWindowTest, menuItemsFollowTheShownStatuses)

@@ -43,8 +43,8 @@ public:
     const display_fbctl *fbctl() const override { return &control; }
     QString path() const override { return QStringLiteral("/nowhere"); }
     QString uuid() const override { return id; }
-    QString name() const override { return QStringLiteral("mac"); }
-    unsigned totalDisplays() const override { return 1; }
+    QString name() const override { return vmName; }
+    unsigned totalDisplays() const override { return screens; }
     unsigned index() const override { return 1; }
     int width() const override { return image.width(); }
     int height() const override { return image.height(); }
@@ -83,6 +83,8 @@ public:
     Damage damage;
     display_fbctl control{};
     QString id = QStringLiteral("4a9e");
+    QString vmName = QStringLiteral("mac");
+    unsigned screens = 1;
     bool absolute = true;
     uint32_t capabilities = 0;
     bool active = false;
