@@ -243,6 +243,15 @@ TEST_F(AppDelegateTest, endsWithItsLastWindowOnceNothingIsUnderWay)
     EXPECT_FALSE(calls.contains(u"exit"_s)) << "no window was there yet";
     running = 1;
     delegate->lastWindowDidClose();
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "its VM runs";
+    vmEnds();
+    EXPECT_TRUE(ends());
+
+    calls.clear();
+    delegate = std::make_unique<AppDelegate>(parts());
+    finishLaunching();
+    running = 1;
+    delegate->lastWindowDidClose();
     EXPECT_FALSE(calls.contains(u"exit"_s));
     delegate->showWelcomeWindow(nullptr);
     vmEnds();

@@ -101,6 +101,7 @@ TEST_F(SessionBusTest, takesALostBusUpAgainWithItsNameAndSignals)
     for (int round = 1; round <= 2; round++) {
         bus.stop();
         ASSERT_TRUE(waitUntil([&] { return log().count("session bus is lost"_L1) == round; }));
+        EXPECT_FALSE(waitUntil([&] { return again == round; }, 1200)) << "there is no bus";
         bus.startAgain();
         ASSERT_TRUE(waitUntil([&] { return again == round; }));
         EXPECT_EQ(changes, round) << "what happened meanwhile";
