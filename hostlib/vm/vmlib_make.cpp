@@ -40,15 +40,18 @@ bool is_one_name(const char *text)
            strcmp(text, "..") != 0;
 }
 
-// The length of the log directory's path; 0 or less without one.
+// Removes what was said about a VM and what its guest said. The length of the log directory's path;
+// 0 or less without one.
 int delete_log(const char *id)
 {
     char path[VMLIB_PATH_SIZE];
     const int length = config_get_path_r("log_dir", path, sizeof path - 1);
     if (length <= 0)
         return length;
-    snprintf(path + length, sizeof path - static_cast<size_t>(length), "/%s.log", id);
-    unlink(path);
+    for (const char *end : {"log", "console.log"}) {
+        snprintf(path + length, sizeof path - static_cast<size_t>(length), "/%s.%s", id, end);
+        unlink(path);
+    }
     return length;
 }
 

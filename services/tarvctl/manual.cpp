@@ -111,7 +111,8 @@ constexpr Entry FILES[] = {
     {"~/.tarv/settings.ini", "The user's settings."},
     {"settings.ini in the support directory", "The settings of this machine."},
     {"tarvctl.log, vlaunchd.log and ID.log in the setting log_dir",
-     "What the controller, the launch service and a VM's engine and serial port had to say."},
+     "What the controller, the launch service and a VM's supervisor and engine had to say."},
+    {"ID.console.log in the setting log_dir", "What a VM's guest printed on its serial port."},
 };
 constexpr Entry EXAMPLES[] = {
     {"tarvctl create --ram-size 4G --disk-size 40G work ~/Downloads/debian.iso",

@@ -3,6 +3,7 @@
 
 #include "services/engine/launch.h"
 #include "services/loop/event.h"
+#include "services/loop/rate.h"
 #include "services/tarvvm/machine/vm_log.h"
 
 #include "platform/child.h"
@@ -46,12 +47,10 @@ public:
     int64_t processorTime() const;
 
 private:
-    EngineProcess(VmLog &log, std::function<void(const EngineEnd &)> ended)
-        : m_log(log), m_ended(std::move(ended))
-    {
-    }
+    EngineProcess(sd_event *loop, VmLog &log, std::function<void(const EngineEnd &)> ended);
     void readWords();
     bool readConsole(); // whether there was something
+    void pauseConsole();
     void takeWords(std::string_view bytes);
     void onEnd();
 
@@ -60,7 +59,9 @@ private:
     Child m_child;    // is killed when this goes while it lives
     UniqueFd m_words; // its standard error
     UniqueFd m_console;
-    EventSource m_watch_source, m_words_source, m_console_source;
+    EventSource m_watch_source, m_words_source, m_console_source, m_console_pause;
+    Rate m_console_rate;
+    sd_event *m_loop;
     std::string m_line;
     std::string m_last_words, m_words_before; // the last line and the one before it
 };

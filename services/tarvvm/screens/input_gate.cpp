@@ -26,7 +26,7 @@ void InputGate::forget(Waiter *waiter)
 void InputGate::sent()
 {
     m_unanswered++;
-    m_allowance -= 1;
+    m_rate.take(1);
 }
 
 void InputGate::answered()
@@ -37,16 +37,13 @@ void InputGate::answered()
 
 bool InputGate::isOpen()
 {
-    const auto now = std::chrono::steady_clock::now();
-    const double seconds =
-        std::chrono::duration<double>(now - std::exchange(m_counted, now)).count();
-    m_allowance = std::min(MESSAGES_AT_ONCE, m_allowance + seconds * MESSAGES_PER_SECOND);
-    if (m_allowance < 1 && !m_refill)
+    const bool in_time = m_rate.left() >= 1;
+    if (!in_time && !m_refill)
         m_refill = event_timer(m_loop, REFILL_MS, [this] {
             m_refill.reset();
             serve();
         });
-    return m_allowance >= 1 && m_unanswered < UNANSWERED_MAX;
+    return in_time && m_unanswered < UNANSWERED_MAX;
 }
 
 // A call that fails at once is answered at once, from within this.

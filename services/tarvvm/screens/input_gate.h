@@ -2,8 +2,8 @@
 #pragma once
 
 #include "services/loop/event.h"
+#include "services/loop/rate.h"
 
-#include <chrono>
 #include <deque>
 
 // QEMU reads all that it is sent and queues it in its own memory, and each message costs its main
@@ -52,8 +52,7 @@ private:
     sd_event *m_loop;
     std::deque<Waiter *> m_waiters;
     unsigned m_unanswered = 0;
-    double m_allowance = MESSAGES_AT_ONCE; // messages that may go out at once
-    std::chrono::steady_clock::time_point m_counted = std::chrono::steady_clock::now();
+    Rate m_rate{MESSAGES_PER_SECOND, MESSAGES_AT_ONCE};
     EventSource m_refill;
     bool m_serving = false;
 };

@@ -41,8 +41,7 @@ Viewer::Viewer(sd_event *loop, UniqueFd channel, std::shared_ptr<SharedFrame> fr
       m_frame(std::move(frame)),
       m_damage(m_frame->width(), m_frame->height()),
       m_input(guest, gate, [this] { listen(); }),
-      m_allowance(PACKETS_AT_ONCE),
-      m_counted(std::chrono::steady_clock::now())
+      m_packets(PACKETS_PER_SECOND, PACKETS_AT_ONCE)
 {
     setsockopt(m_channel.get(), SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     m_source =
@@ -136,11 +135,8 @@ void Viewer::onReady(uint32_t events)
 
 bool Viewer::withinRate(double packets)
 {
-    const auto now = std::chrono::steady_clock::now();
-    const double seconds = std::chrono::duration<double>(now - m_counted).count();
-    m_counted = now;
-    m_allowance = std::min(PACKETS_AT_ONCE, m_allowance + seconds * PACKETS_PER_SECOND) - packets;
-    return m_allowance >= 0;
+    m_packets.take(packets);
+    return m_packets.left() >= 0;
 }
 
 void Viewer::receive()

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "services/loop/event.h"
+#include "services/loop/rate.h"
 #include "services/tarvvm/pasteboard/guest_pasteboard.h"
 #include "services/tarvvm/screens/guest_size.h"
 #include "services/tarvvm/screens/listener_reader.h"
@@ -19,7 +20,6 @@
 #include "tarvhv/cli2/damage.h"
 #include "tarvhv/cli2/display_protocol.h"
 
-#include <chrono>
 #include <cstdint>
 #include <memory>
 
@@ -103,6 +103,5 @@ private:
     bool m_awaiting_done = false; // all of it is sent: the viewer owes an answer for it
 
     ViewerInput m_input;
-    double m_allowance; // packets that may still come at once
-    std::chrono::steady_clock::time_point m_counted;
+    Rate m_packets;
 };

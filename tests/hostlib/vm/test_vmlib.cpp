@@ -100,6 +100,7 @@ TEST_F(Vmlib, deletesWithTheResultThatLogsGive)
     const fs::path queue = Home::get().images / ".removal-queue";
     write_file(dir / "a" / "1.0" / "config.yaml", "");
     write_file(Home::get().logs / "a.log", "");
+    write_file(Home::get().logs / "a.console.log", "");
     EXPECT_EQ(vmlib_delete(lib.get(), "b", nullptr), -1);
     EXPECT_FALSE(fs::exists(queue));
     EXPECT_EQ(vmlib_delete(lib.get(), "", nullptr), -1);
@@ -116,6 +117,7 @@ TEST_F(Vmlib, deletesWithTheResultThatLogsGive)
     EXPECT_TRUE(fs::exists(dir / "a") && fs::exists(Home::get().logs / "a.log"));
     const int length = static_cast<int>(Home::get().logs.string().size());
     EXPECT_EQ(vmlib_delete(lib.get(), "a", nullptr), length);
-    EXPECT_FALSE(fs::exists(dir / "a") || fs::exists(Home::get().logs / "a.log"));
+    EXPECT_FALSE(fs::exists(dir / "a") || fs::exists(Home::get().logs / "a.log") ||
+                 fs::exists(Home::get().logs / "a.console.log"));
     EXPECT_EQ(vmlib_delete(lib.get(), "a", nullptr), length);
 }

@@ -1,4 +1,4 @@
-// What the Linux guest said on its serial line, as the VM's log has it.
+// What the Linux guest said on its serial line, as its log has it.
 #pragma once
 
 #include "tests/support/service_home.h"

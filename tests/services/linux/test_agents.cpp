@@ -51,7 +51,7 @@ TEST_F(LinuxAgents, shareThePasteboardRestartAreSuspendedAndGoWithAReset)
     vm.write("vms/" + vm.id() + "/config.yaml",
              "name: live\nram: {size: 536870912}\n"
              "hard_drives:\n- {file: disk.img}\n- {file: agents, format: raw}\n");
-    Serial serial(vm.file("log/" + vm.id() + ".log"));
+    Serial serial(vm.file("log/" + vm.id() + ".console.log"));
     ASSERT_TRUE(vm.startAndRun());
     {
         LiveViewer viewer(vm);

@@ -93,7 +93,7 @@ TEST(LinuxDevices, areFoundByTheirDriversAndWork)
     vm.write("images/second.img", std::string(1 << 20, '\0'));
     vm.write("images/disc.iso", std::string(1 << 16, '\0'));
     ASSERT_TRUE(vm.startAndRun()) << vm.log();
-    Serial serial(vm.file("log/" + vm.id() + ".log"));
+    Serial serial(vm.file("log/" + vm.id() + ".console.log"));
     LiveViewer first(vm), second(vm, 1), small(vm, 2);
     first.send(DISPLAY_ACTIVE, {1});
     second.send(DISPLAY_ACTIVE, {1});

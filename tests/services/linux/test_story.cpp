@@ -31,7 +31,10 @@ protected:
         EXPECT_EQ(answer.value("exit", -1), 0) << arguments[0] << ": " << answer << m_error;
         return answer.contains("body") ? answer["body"] : Json();
     }
-    std::string log(const std::string &id) const { return m_home.file("log/" + id + ".log"); }
+    std::string log(const std::string &id) const
+    {
+        return m_home.file("log/" + id + ".console.log");
+    }
     std::string stateFile(const std::string &id)
     {
         return done({"show", id})["configuration"].value("state_file", "");
