@@ -2,6 +2,7 @@
 
 #include "tests/support/scratch.h"
 
+#include "platform/file.h"
 #include "platform/host.h"
 
 #include <atomic>
@@ -9,6 +10,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -80,7 +82,7 @@ TEST(config, takes_overrides_only_for_keys_of_a_file)
     EXPECT_EQ(answer, home.path("elsewhere") + "\n~/elsewhere\n(null)\n(null)\n" +
                           "config: vm_lock_dir: parameter not found\r\n");
     // Only a directory that is defined once is made.
-    EXPECT_TRUE(fs::is_directory(home.path("images/all")));
+    EXPECT_EQ(unsigned(fs::status(home.path("images/all")).permissions()), 0755u);
     EXPECT_FALSE(fs::exists(home.path("elsewhere")));
     EXPECT_FALSE(fs::exists(home.path("two")));
 }
@@ -164,6 +166,50 @@ TEST(config, ends_the_process_when_settings_can_not_be_read)
     EXPECT_NE(log.text().find("/longer: File too large\r\n"), std::string::npos);
     EXPECT_EQ(status_of(home.path("file") + "/below"), 78);
     EXPECT_NE(log.text().find("failed to read config: Not a directory"), std::string::npos);
+}
+
+// Whoever rewrites a file of settings holds its lock: nobody reads half of it.
+TEST(config, waits_for_the_lock_of_its_files)
+{
+    const ScratchDirectory home;
+    home.write(".tarv/settings.ini", "[tarv]\na = old\n");
+    UniqueFd writer(platform_openat_locked(AT_FDCWD, home.path(".tarv/settings.ini").c_str(),
+                                           O_RDWR, FileLock::exclusive, 0));
+    ASSERT_TRUE(writer);
+    std::string answer;
+    struct stat file;
+    ASSERT_EQ(fstat(writer.get(), &file), 0);
+    std::thread reader([&] {
+        answer = in_new_process(home, [&] {
+            writer.reset(); // a child has a share in the lock
+            return text(config_get_str("a"));
+        });
+    });
+    const auto is_waited_for = [inode = ":" + std::to_string(file.st_ino) + " "] {
+        std::ifstream locks("/proc/locks");
+        for (std::string line; std::getline(locks, line);)
+            if (line.find("-> FLOCK") != line.npos && line.find(inode) != line.npos)
+                return true;
+        return false;
+    };
+    for (int i = 0; i < 10000 && !is_waited_for(); i++)
+        usleep(1000);
+    EXPECT_EQ(pwrite(writer.get(), "[tarv]\na = new\n", 15, 0), 15);
+    writer.reset();
+    reader.join();
+    EXPECT_EQ(answer, "new");
+}
+
+TEST(config, tells_the_platform)
+{
+    const auto platform_of = [](const char *arm64) {
+        return wait_child(run_child([&] {
+            setenv("TARV_HOST_ARM64", arm64, 1);
+            return config_get_platform();
+        }));
+    };
+    EXPECT_EQ(platform_of("0"), 1);
+    EXPECT_EQ(platform_of("1"), 2);
 }
 
 TEST(config, says_when_there_is_no_home_directory)

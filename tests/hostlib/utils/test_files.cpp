@@ -1,10 +1,12 @@
 #include "hostlib/utils/utils.h"
 
 #include "tests/support/scratch.h"
+#include "tests/support/small_disk.h"
 
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
@@ -100,6 +102,39 @@ TEST(rmdirat, does_not_follow_links)
     EXPECT_EQ(rmdirat(AT_FDCWD, directory.path("link").c_str()), 0);
     EXPECT_FALSE(fs::exists(fs::symlink_status(directory.path("link"))));
     EXPECT_EQ(directory.read("kept/file"), "text");
+}
+
+TEST(rmdirat, leaves_what_is_mounted_in_the_tree)
+{
+    const ScratchDirectory directory;
+    const std::string mounted = directory.path("tree/mounted");
+    fs::create_directories(mounted);
+    const int result = wait_child(run_child([&] {
+        const SmallDisk disk(mounted, "64k");
+        if (!disk.mounted())
+            return 77;
+        write_file(mounted + "/file", "text");
+        const Capture log(2);
+        if (rmdirat(AT_FDCWD, directory.path("tree").c_str()) != -1)
+            return 1;
+        return read_file(mounted + "/file") == "text" ? 0 : 2;
+    }));
+    if (result == 77)
+        GTEST_SKIP() << "no small file system can be mounted here";
+    EXPECT_EQ(result, 0);
+}
+
+TEST(home_dir, of_root_is_that_of_the_password_database)
+{
+    const auto home_with = [](const char *home) {
+        return wait_child(run_child([&] {
+            setenv("HOME", home, 1);
+            const struct passwd *entry = getpwuid(getuid());
+            const std::string expected = geteuid() == 0 ? entry->pw_dir : home;
+            return home_dir() == expected ? 0 : 1;
+        }));
+    };
+    EXPECT_EQ(home_with("/elsewhere"), 0);
 }
 
 TEST(rmdirat, says_what_can_not_be_removed)

@@ -78,7 +78,8 @@ TEST(proc, answers_in_the_manner_of_a_shell)
 {
     for (const int code : {0, 3, 255})
         EXPECT_EQ(proc_exec(tool, nullptr, nullptr, 2, "exit", std::to_string(code).c_str()), code);
-    signal(SIGPIPE, SIG_DFL); // what is ignored here is ignored by the tool
+    // What is ignored here is ignored by the tool: under nohup SIGHUP, too.
+    const auto hang_up = signal(SIGHUP, SIG_DFL), broken_pipe = signal(SIGPIPE, SIG_DFL);
     for (int number = 1; number < SIGSYS; number++) {
         if (number == SIGCHLD || number == SIGCONT || number == SIGURG || number == SIGWINCH ||
             number == SIGSTOP || number == SIGTSTP || number == SIGTTIN || number == SIGTTOU)
@@ -86,6 +87,14 @@ TEST(proc, answers_in_the_manner_of_a_shell)
         EXPECT_EQ(proc_exec(tool, nullptr, nullptr, 2, "kill", std::to_string(number).c_str()),
                   128 + number);
     }
+    signal(SIGHUP, hang_up);
+    signal(SIGPIPE, broken_pipe);
+    // Who has its children reaped by the system is not told how they ended.
+    EXPECT_EQ(wait_child(run_child([] {
+                  signal(SIGCHLD, SIG_IGN);
+                  return proc_exec(tool, nullptr, nullptr, 2, "exit", "0");
+              })),
+              129);
     const Capture log(2);
     EXPECT_EQ(proc_exec("/nowhere/tool", count_bytes, nullptr, 0), -1);
     EXPECT_EQ(log.text(),

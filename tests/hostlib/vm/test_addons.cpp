@@ -69,6 +69,27 @@ TEST_F(Addons, areFoundInTheFirstPlaceThatKnowsThem)
     EXPECT_EQ(home.takeLog(), "vm: fvutil exit status 1\r\nvm: a: no hard drives configured\r\n");
 }
 
+TEST_F(Addons, versionOfTheDiskIsCutAt63Bytes)
+{
+    Home::get().setTool("tarv_image_maker_executable", "printf '" + std::string(70, '7') + "\\n'");
+    EXPECT_EQ(version(), std::string(63, '7'));
+}
+
+TEST_F(Addons, firmwareVariablesAreSetAndRemoved)
+{
+    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "v"), -1);
+    EXPECT_EQ(errno, ENOEXEC);
+    EXPECT_EQ(Home::get().takeLog(), "vm: fvutil not configured\r\n");
+    Home::get().setTool("fvutil_executable", R"(printf '%s|' "$@" >> "$0.args")");
+    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "v w"), 0);
+    EXPECT_EQ(vm_write_nvram(vm.get(), "n", nullptr), 0);
+    EXPECT_EQ(read_file(Home::get().dir / "fvutil_executable.args"), "nvram|n|v w|-d|nvram|n|");
+    Home::get().setTool("fvutil_executable", "exit 3");
+    EXPECT_EQ(vm_write_nvram(vm.get(), "n", "v"), -1);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(Home::get().takeLog(), "vm: failed to set nvram variable n: error 3\r\n");
+}
+
 TEST_F(Addons, recordIsDecodedAndChecked)
 {
     write_file(image, boot_sector(std::string("\x80\0\0\x05\xFF\0\0\x07", 8), 10));

@@ -5,6 +5,7 @@
 #include "tests/hostlib/vm/home.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -165,6 +166,49 @@ TEST_F(Record, readsAndWritesItsVersionAsBytes)
     EXPECT_EQ(vm_read_version(vm.get()), nullptr);
     EXPECT_EQ(Home::get().takeLog(),
               "vm: failed to read localversion: Too many levels of symbolic links\r\n");
+}
+
+// Times of modification: the latest of the configuration, the firmware's store and the disks that
+// lie in the library; for the moment of the last stop that of the first disk alone.
+TEST_F(Record, tellsWhenItWasLastUsed)
+{
+    const fs::path images = Home::get().images, elsewhere = Home::get().dir / "elsewhere.img";
+    const auto set_time = [](const fs::path &file, time_t seconds) {
+        const timespec times[2] = {{seconds + 5000, 0}, {seconds, 7}};
+        EXPECT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0) << file;
+    };
+    write_file(dir / "config.yaml", "hard_drives: [{file: a.img}, {file: 'http://h/i'}, {file: " +
+                                        elsewhere.string() + "}, {file: b.img}]\n");
+    for (const fs::path &file :
+         {dir / "nvram", images / "a.img", images / "b.img", elsewhere, dir / "config.yaml"}) {
+        if (file != dir / "config.yaml")
+            write_file(file, "");
+        set_time(file, 1000);
+    }
+    const VmOwner vm = open();
+    timespec time{};
+    for (const fs::path &file : {dir / "config.yaml", dir / "nvram", images / "b.img"}) {
+        set_time(file, 3000);
+        ASSERT_EQ(vm_mtime(vm.get(), &time), 0);
+        EXPECT_EQ(time.tv_sec, 3000) << file;
+        EXPECT_EQ(time.tv_nsec, 7) << file;
+        set_time(file, 1000);
+    }
+    set_time(elsewhere, 9000);
+    ASSERT_EQ(vm_atime(vm.get(), &time), 0);
+    EXPECT_EQ(time.tv_sec, 1000);
+    set_time(images / "a.img", 2000);
+    EXPECT_EQ(vm_stop_date(vm.get()), 2000);
+    fs::remove(images / "b.img");
+    EXPECT_EQ(vm_mtime(vm.get(), &time), -1);
+    EXPECT_EQ(vm_stop_date(vm.get()), 2000);
+    fs::remove(images / "a.img");
+    Home::get().takeLog();
+    EXPECT_EQ(vm_stop_date(vm.get()), -1);
+    EXPECT_EQ(Home::get().takeLog(),
+              "vm: " + id + ": failed to stat a.img: No such file or directory\r\n");
+    EXPECT_EQ(vm_mtime(nullptr, &time), -1);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(Record, removesItsSuspendedStateFromBothPlaces)

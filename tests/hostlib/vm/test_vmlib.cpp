@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/stat.h>
 
 namespace fs = std::filesystem;
 using testing::UnorderedElementsAre;
@@ -93,6 +94,37 @@ TEST_F(Vmlib, findsByIdentifierOfAnyCaseAndByExactName)
     Home::get().takeLog();
     EXPECT_EQ(vmlib_tag_first(lib.get(), "none"), nullptr);
     EXPECT_EQ(Home::get().takeLog(), "vmlib: none: failed to open: No such file or directory\r\n");
+}
+
+TEST_F(Vmlib, makesAVmOrOpensTheOneThatIsThere)
+{
+    umask(022);
+    const auto mode = [&](const std::string &name) {
+        return unsigned(fs::status(dir / name).permissions());
+    };
+    const VmOwner random(vmlib_create(lib.get(), nullptr, nullptr));
+    const std::string id = vm_getid(random.get());
+    EXPECT_THAT(id, testing::MatchesRegex("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"));
+    EXPECT_EQ(mode(id), 0755u);
+    EXPECT_THAT(list(), testing::IsEmpty()) << "nothing is in it yet";
+    write_file(dir / id / "config.yaml", "name: kept\n");
+    const VmOwner again(vmlib_create(lib.get(), id.c_str(), nullptr));
+    EXPECT_EQ(find("kept"), id);
+    const VmOwner tagged(vmlib_create(lib.get(), id.c_str(), "1.0"));
+    EXPECT_STREQ(vm_gettag(tagged.get()), "1.0");
+    EXPECT_EQ(mode(id + "/1.0"), 0755u);
+    EXPECT_EQ(vmlib_create(lib.get(), nullptr, "1.0"), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(vmlib_vm_dir(lib.get(), id.c_str()), (dir / id).string());
+
+    // A version whose name begins with a dot is none.
+    write_file(dir / id / ".hidden" / "config.yaml", "");
+    write_file(dir / id / "1.0" / "config.yaml", "");
+    std::set<std::string> tags;
+    for (const char *tag = vmlib_tag_first(lib.get(), id.c_str()); tag;
+         tag = vmlib_tag_next(lib.get(), id.c_str()))
+        tags.insert(tag);
+    EXPECT_THAT(tags, UnorderedElementsAre("1.0"));
 }
 
 TEST_F(Vmlib, deletesWithTheResultThatLogsGive)

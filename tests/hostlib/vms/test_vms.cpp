@@ -115,6 +115,31 @@ TEST_F(Vms, statusTellsTheProcessAndWhatItReports)
     EXPECT_EQ(vms_getpid(id.c_str()), getpid());
 }
 
+// Numbers from 2^63 on are bits to whoever merges them, and the largest number to who converts
+// them.
+TEST(KvJson, keepsTheTopBitOfWhatIsMerged)
+{
+    const std::string text = R"({"n":9223372036854775808,"m":-1,"t":true,"z":null})";
+    const JsonOwner node(json_parse(text.data(), text.size()));
+    const KvOwner tree(kv_new_type(KV_MAP)), converted(kv_from_json(node.get()));
+    for (struct json *child = json_first_child(node.get()); child; child = json_next(child))
+        EXPECT_EQ(kv_set_json(tree.get(), child), 0);
+    EXPECT_EQ(static_cast<uint64_t>(kv_get_int(tree.get(), "n", 0)), uint64_t{1} << 63);
+    EXPECT_EQ(kv_get_int(tree.get(), "m", 0), -1);
+    EXPECT_EQ(kv_count(tree.get()), 3u);
+    EXPECT_EQ(kv_get_int(converted.get(), "n", 0), INT64_MAX);
+}
+
+TEST_F(Vms, connectsToTheLaunchServiceOrSaysThatThereIsNone)
+{
+    EXPECT_EQ(vconnect("ping"), -1);
+    EXPECT_NE(Home::get().takeLog().find("vlaunchd service unavailable: "), std::string::npos);
+    const Service service(Home::get().dir / "vlaunchd", "ping\r\n", "{}");
+    const UniqueFd fd(vconnect("ping"));
+    const JsonOwner answer(cli2_recv_json(fd.get()));
+    EXPECT_EQ(json_kind(answer.get()), JSON_OBJECT);
+}
+
 TEST_F(Vms, statusOfASupervisorThatDoesNotSayOkIsMalfunction)
 {
     const std::string failed = "malfunction;vms: " + id + ": failed to recv status: ";
