@@ -33,6 +33,12 @@ Alert &Alert::addButton(const QString &title)
     return *this;
 }
 
+Alert &Alert::addHarmlessButton(const QString &title)
+{
+    m_harmless = m_buttons.size();
+    return addButton(title);
+}
+
 QMessageBox *Alert::makeBox(QWidget *parent) const
 {
     auto *box = new QMessageBox(parent);
@@ -57,7 +63,7 @@ QMessageBox *Alert::makeBox(QWidget *parent) const
     if (titles.isEmpty())
         titles.append(QCoreApplication::translate("Alert", "OK"));
     for (int i = 0; i < titles.size(); ++i) {
-        const bool cancels = titles[i] == cancel;
+        const bool cancels = m_harmless < 0 ? titles[i] == cancel : m_harmless == i;
         QPushButton *button =
             box->addButton(titles[i], cancels ? QMessageBox::RejectRole : QMessageBox::AcceptRole);
         button->setObjectName(QStringLiteral("alertButton%1").arg(i + 1));
@@ -88,7 +94,10 @@ int Alert::runModal()
 
 QMessageBox *Alert::begin(std::function<void(int)> handler)
 {
-    QMessageBox *box = makeBox(nullptr);
+    QWidget *key = WindowController::keyWindow();
+    while (key && key->parentWidget()) // a sheet may end before the box is answered
+        key = key->parentWidget();
+    QMessageBox *box = makeBox(key);
     box->setWindowModality(Qt::ApplicationModal);
     QObject::connect(box, &QDialog::finished, box, [box, handler = std::move(handler)](int) {
         box->deleteLater();

@@ -19,11 +19,14 @@ public:
     Alert &setInformativeText(const QString &text);
     Alert &setCritical();
     Alert &addButton(const QString &title);
+    // One that changes nothing: it answers to Escape, whatever its name.
+    Alert &addHarmlessButton(const QString &title);
 
     // Runs a loop of its own until a button is pressed.
     int runModal();
-    // Shows it by itself, in front of all windows, and returns at once with the box, which deletes
-    // itself.
+    // Shows it in front of all windows and returns at once with the box, which deletes itself. It
+    // stands over the window that has the keyboard, if any; when that goes, the box goes
+    // unanswered.
     QMessageBox *begin(std::function<void(int result)> handler);
     // Shows it on a window and returns at once with the box, which deletes itself. A window that
     // closes answers with SHEET_STOP.
@@ -34,6 +37,7 @@ private:
     QString m_informativeText;
     QMessageBox::Icon m_icon = QMessageBox::Warning;
     QStringList m_buttons;
+    qsizetype m_harmless = -1; // which of them answers to Escape; -1: by its name
 
     QMessageBox *makeBox(QWidget *parent) const;
     static int resultOf(const QMessageBox *box);

@@ -21,7 +21,7 @@ void ask(WindowController *window, const QString &message, const std::function<v
 {
     Alert alert(message);
     // Waiting comes first: Return must not pull the plug of a guest that is busy writing.
-    alert.addButton(localised(QT_TRANSLATE_NOOP("ForceStopOffer", "Wait")))
+    alert.addHarmlessButton(localised(QT_TRANSLATE_NOOP("ForceStopOffer", "Wait")))
         .addButton(localised(QT_TRANSLATE_NOOP("ForceStopOffer", "Force Stop")));
     const auto answered = [forceStop](int result) {
         if (result == ALERT_FIRST_BUTTON + 1)

@@ -60,6 +60,8 @@ bool Termination::isIdle() const
 
 bool Termination::request()
 {
+    if (m_state == State::waiting && !m_question)
+        waitForCommands(); // its question went with the window that it stood on
     if (m_state != State::none)
         return m_state != State::asked;
     m_state = State::asked;
@@ -76,8 +78,9 @@ bool Termination::request()
 void Termination::waitForCommands()
 {
     m_state = State::waiting;
-    Alert alert(tr("Tarv quits when %n command(s) have finished.", nullptr,
-                   int(ControllerRun::underWay())));
+    const auto count = int(ControllerRun::underWay());
+    Alert alert(count == 1 ? tr("Tarv quits when the command that is running has finished.")
+                           : tr("Tarv quits when %n commands have finished.", nullptr, count));
     alert.setInformativeText(tr("A command that is left to itself runs on."));
     alert.addButton(tr("Quit Now")).addButton(tr("Cancel"));
     m_question = alert.begin([this](int result) {

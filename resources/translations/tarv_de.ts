@@ -568,13 +568,6 @@
         <source>Quit Tarv</source>
         <translation>Tarv beenden</translation>
     </message>
-    <message numerus="yes">
-        <source>Tarv quits when %n command(s) have finished.</source>
-        <translation>
-            <numerusform>Tarv wird beendet, sobald %n Befehl fertig ist.</numerusform>
-            <numerusform>Tarv wird beendet, sobald %n Befehle fertig sind.</numerusform>
-        </translation>
-    </message>
     <message>
         <source>A command that is left to itself runs on.</source>
         <translation>Ein Befehl, der sich selbst überlassen wird, läuft weiter.</translation>
@@ -582,6 +575,17 @@
     <message>
         <source>Quit Now</source>
         <translation>Sofort beenden</translation>
+    </message>
+    <message>
+        <source>Tarv quits when the command that is running has finished.</source>
+        <translation>Tarv wird beendet, sobald der laufende Befehl fertig ist.</translation>
+    </message>
+    <message numerus="yes">
+        <source>Tarv quits when %n commands have finished.</source>
+        <translation>
+            <numerusform>Tarv wird beendet, sobald %n Befehl fertig ist.</numerusform>
+            <numerusform>Tarv wird beendet, sobald %n Befehle fertig sind.</numerusform>
+        </translation>
     </message>
 </context>
 <context>

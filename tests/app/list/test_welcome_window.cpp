@@ -215,6 +215,7 @@ TEST_F(WelcomeWindowTest, aGuestThatStaysOnIsWaitedForOrForced)
     ASSERT_TRUE(box);
     EXPECT_EQ(box->text(), u"still on"_s);
     EXPECT_EQ(box->defaultButton()->text(), u"Wait"_s);
+    EXPECT_EQ(box->escapeButton(), box->defaultButton());
     press(box, "Wait");
     ASSERT_TRUE(waitUntil([this] { return !window()->findChild<QDialog *>(); }));
     EXPECT_EQ(recorded().size(), 1) << "waiting runs nothing";

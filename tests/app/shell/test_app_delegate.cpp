@@ -279,7 +279,7 @@ TEST_F(AppDelegateTest, aQuitWaitsForCommandsOrLeavesThemToThemselves)
     EXPECT_TRUE(delegate->requestTermination());
     EXPECT_TRUE(delegate->requestTermination()) << "asked once";
     ASSERT_TRUE(waitUntil([this] { return !alertText.isEmpty(); }));
-    EXPECT_EQ(alertText, u"Tarv quits when 1 command(s) have finished."_s);
+    EXPECT_EQ(alertText, u"Tarv quits when the command that is running has finished."_s);
     letControllerGo();
     ASSERT_TRUE(waitUntil([] { return ControllerRun::underWay() == 0; }));
     EXPECT_FALSE(calls.contains(u"exit"_s)) << "taken back";
