@@ -16,11 +16,18 @@ namespace {
 // Packets taken in one turn of the event loop; a flood leaves time for everything else.
 constexpr int PACKETS_PER_TURN = 256;
 
-// A picture of memory that stays another's.
-QImage picture_of(const MappedFrame &buffer)
+// The fourth byte of a pixel is whatever the guest left there; whoever gets the copy may take it
+// for alpha.
+QImage opaque_copy(const MappedFrame &frame)
 {
-    return QImage(buffer.pixels(), buffer.width(), buffer.height(), buffer.stride(),
-                  QImage::Format_RGB32);
+    QImage picture(frame.width(), frame.height(), QImage::Format_RGB32);
+    for (int y = 0; y < picture.height(); y++) {
+        const uint8_t *row = frame.pixels() + qsizetype(y) * frame.stride();
+        QRgb *place = reinterpret_cast<QRgb *>(picture.scanLine(y));
+        std::memcpy(place, row, size_t(picture.width()) * sizeof *place);
+        std::for_each(place, place + picture.width(), [](QRgb &pixel) { pixel |= 0xff000000; });
+    }
+    return picture;
 }
 
 QImage picture_of(const GuestCursor &cursor)
@@ -117,7 +124,7 @@ void ChannelDisplay::sendPasteboard(const QByteArray &archive)
 
 void ChannelDisplay::takeScreenshotWithCompletionHandler(ScreenshotHandler handler)
 {
-    QImage picture = m_closed ? QImage() : picture_of(m_answer.state.buffer()).copy();
+    QImage picture = m_closed ? QImage() : opaque_copy(m_answer.state.buffer());
     if (hdpi())
         picture.setDevicePixelRatio(2.0);
     QMetaObject::invokeMethod(

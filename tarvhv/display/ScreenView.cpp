@@ -161,6 +161,11 @@ void ScreenView::paintEvent(QPaintEvent *event)
         painter.setRenderHint(QPainter::SmoothPixmapTransform, place.isSmooth());
         painter.drawImage(target, image);
     }
+    // The frame buffer's fourth byte is whatever the guest left there, and Qt copies it as it is.
+    // Where the window's pixels have an alpha channel (Wayland) it would become one: black would
+    // show the windows behind. This sets the byte and leaves the colours.
+    painter.setCompositionMode(QPainter::RasterOp_SourceOrDestination);
+    painter.fillRect(target, Qt::black);
     acknowledge();
 }
 

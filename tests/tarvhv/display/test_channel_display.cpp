@@ -63,6 +63,11 @@ TEST_F(ChannelDisplayTest, announcesMergedDamageOnceAndAnswersEachSerialOnce)
     EXPECT_EQ(m_delegate.notifications, 1);
     EXPECT_EQ(m_display->takeDamage().rects(), std::vector({ScreenRect{0, 0, 8, 8}}));
     EXPECT_EQ(reinterpret_cast<const uint32_t *>(m_display->fbuf())[4 * 64 + 3], 0x123456u);
+    QImage shot;
+    m_display->takeScreenshotWithCompletionHandler([&](const QImage &image) { shot = image; });
+    ASSERT_TRUE(waitUntil([&] { return !shot.isNull(); }));
+    EXPECT_EQ(reinterpret_cast<const QRgb *>(shot.constScanLine(4))[3], 0xff123456u)
+        << "the unused byte is no alpha in what is handed on";
     EXPECT_TRUE(m_fake.received(DISPLAY_DAMAGE_DONE).empty()) << "not yet taken over";
     EXPECT_TRUE(acknowledges(1));
     m_display->acknowledgeFrame();

@@ -4,12 +4,16 @@
 
 #include <QDialog>
 #include <QPaintEvent>
+#include <QProcess>
+#include <QProcessEnvironment>
 #include <QSignalSpy>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 #include <memory>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -85,6 +89,61 @@ TEST_F(View, repaintsTheDamagedPartOnceAndAnswersForIt)
     EXPECT_EQ(shown(10, 20), QColor(Qt::red));
     EXPECT_EQ(shown(9, 20), QColor(Qt::black));
     EXPECT_EQ(shown(39, 24), QColor(Qt::red));
+}
+
+// A picture whose pixels all differ, with bytes of any kind where an alpha would be.
+QImage guest_picture(QSize size)
+{
+    QImage picture(size, QImage::Format_RGB32);
+    for (int y = 0; y < size.height(); y++)
+        for (int x = 0; x < size.width(); x++)
+            reinterpret_cast<QRgb *>(picture.scanLine(y))[x] =
+                uint32_t(x * 37 + y * 101) << 24 | uint32_t(y) << 12 | uint32_t(x);
+    return picture;
+}
+
+// Each case is checked at the scale of the host's screen, whatever it is.
+TEST_F(View, paintsOpaquePixelsOneForOneInWholeMultiplesOrSmooth)
+{
+    const qreal ratio = m_view->devicePixelRatioF();
+    const QSize device = (QSizeF(m_view->size()) * ratio).toSize();
+    QImage shown(device, QImage::Format_ARGB32_Premultiplied);
+    shown.setDevicePixelRatio(ratio);
+    const auto paint = [&](QSize guest) {
+        m_display.setSize(guest.width(), guest.height());
+        m_display.image = guest_picture(guest);
+        shown.fill(Qt::transparent);
+        m_view->render(&shown);
+    };
+    for (const int multiple : {1, device.width() / 50}) { // 1: the guest's pixels are the screen's
+        paint(device / multiple);
+        for (int y = 0; y < device.height(); y++)
+            for (int x = 0; x < device.width(); x++)
+                ASSERT_EQ(shown.pixel(x, y),
+                          m_display.image.pixel(x / multiple, y / multiple) | 0xff000000)
+                    << multiple << ": " << x << "," << y;
+    }
+    for (const QSize guest : {device * 2, device * 3 / 4, QSize(device.width(), 20)}) {
+        paint(guest);
+        for (int y = 0; y < device.height(); y++)
+            for (int x = 0; x < device.width(); x++)
+                ASSERT_EQ(qAlpha(shown.pixel(x, y)), 255) << guest.width() << ": " << x << "," << y;
+    }
+}
+
+TEST_F(View, paintsSoAtFractionalScalesToo)
+{
+    for (const char *scale : {"1.25", "1.5", "1.75", "2"}) {
+        QProcess again;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QT_SCALE_FACTOR"_s, QLatin1String(scale));
+        again.setProcessEnvironment(environment);
+        again.setProcessChannelMode(QProcess::ForwardedChannels);
+        again.start(QCoreApplication::applicationFilePath(),
+                    {u"--gtest_filter=View.paintsOpaque*"_s});
+        EXPECT_TRUE(again.waitForFinished(30000)) << scale;
+        EXPECT_EQ(again.exitCode(), 0) << scale;
+    }
 }
 
 TEST_F(View, givesEveryKeyToTheGuest)
