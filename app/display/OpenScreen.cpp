@@ -40,15 +40,34 @@ QString OpenScreen::title() const
     return tr("%1 (display %2)").arg(m_display->name(), QString::number(m_display->index()));
 }
 
+QString OpenScreen::windowTitle() const
+{
+    const bool keys = m_keyboard && m_keyboard->isHeld();
+    if (m_pointerGrabbed && keys)
+        return tr("%1 - Control and Alt release pointer and keyboard").arg(title());
+    if (m_pointerGrabbed)
+        return tr("%1 - Control and Alt release the pointer").arg(title());
+    if (keys)
+        return tr("%1 - Control and Alt release the keyboard").arg(title());
+    return title();
+}
+
 void OpenScreen::showIn(TarvWindow *window)
 {
     m_view = window->displayView();
     m_view->setDisplay(m_display.get());
-    window->setWindowTitle(PlainText::forTitle(title()));
-    connect(m_view, &TarvDisplayView::pointerGrabChanged, this, [this, window](bool grabbed) {
-        window->setWindowTitle(PlainText::forTitle(
-            grabbed ? tr("%1 - Control and Alt release the pointer").arg(title()) : title()));
+    m_keyboard = std::make_unique<KeyboardGrab>(m_view);
+    const auto showTitle = [this, window] {
+        window->setWindowTitle(PlainText::forTitle(windowTitle()));
+    };
+    showTitle();
+    connect(m_view, &TarvDisplayView::pointerGrabChanged, this, [this, showTitle](bool grabbed) {
+        m_pointerGrabbed = grabbed;
+        if (!grabbed && m_keyboard)
+            m_keyboard->disarm();
+        showTitle();
     });
+    connect(m_keyboard.get(), &KeyboardGrab::heldChanged, this, showTitle);
     if (!hasPicture())
         return;
     m_clock = std::make_unique<FrameClock>();
@@ -86,6 +105,7 @@ void OpenScreen::close()
     m_clock.reset();
     if (m_view)
         m_view->setDisplay(nullptr);
+    m_keyboard.reset();
     m_view = nullptr;
     if (m_display)
         m_display->setDelegate(nullptr);

@@ -4,6 +4,7 @@
 #include "app/display/displaygeometry.h"
 #include "app/kit/FrameClock.h"
 #include "app/kit/WindowController.h"
+#include "tarvhv/display/KeyboardGrab.h"
 #include "tarvhv/display/TarvDisplay.h"
 #include "tarvhv/display/TarvDisplayView.h"
 
@@ -36,8 +37,11 @@ public:
     // The window's title: the VM's name, and which of several screens it is.
     QString title() const;
 
-    // Shows the picture in a window, whose title it keeps.
+    // Shows the picture in a window, whose title it keeps: it tells the way out while the guest has
+    // the pointer or the keyboard.
     void showIn(TarvWindow *window);
+    // The host's keyboard, for this screen. Of an open screen.
+    KeyboardGrab &keyboard() { return *m_keyboard; }
     // The window is on the screen: frames are painted from the next turn of the loop on.
     void start(const TarvWindow *window);
     // The display has a new frame. False when it shows no pictures.
@@ -46,7 +50,11 @@ public:
     void close();
 
 private:
+    QString windowTitle() const;
+
     std::unique_ptr<TarvDisplay, DeleteLater> m_display;
     QPointer<TarvDisplayView> m_view;
+    std::unique_ptr<KeyboardGrab> m_keyboard;
+    bool m_pointerGrabbed = false;
     std::unique_ptr<FrameClock> m_clock; // none for a display without a picture
 };

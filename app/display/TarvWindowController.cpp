@@ -1,13 +1,23 @@
 #include "app/display/TarvWindowController.h"
 
 #include "app/display/DisplayMenu.h"
+#include "app/display/HostKeys.h"
 #include "app/display/KeyboardLock.h"
 #include "app/display/TarvWindow.h"
 #include "app/kit/MainMenu.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/Responder.h"
+#include "app/kit/UserDefaults.h"
+
+#include <QScreen>
 
 namespace {
+
+const QString HIDE_MENU_BAR_KEY = QStringLiteral("HideMenuBarInFullScreen");
+
+// What a full-screen window is proposed: dock and menu bar come when the pointer asks for them.
+constexpr PresentationOptions PROPOSED =
+    PRESENT_FULL_SCREEN | PRESENT_AUTO_HIDE_DOCK | PRESENT_AUTO_HIDE_MENU_BAR;
 
 TarvWindow *makeWindow(const OpenScreen &screen)
 {
@@ -43,6 +53,13 @@ void TarvWindowController::windowDidLoad()
     m_screen.showIn(m_window);
     connect(display(), &TarvDisplay::capsChanged, this,
             [this] { m_pasteboard.capsChanged(m_window && m_window->isActiveWindow()); });
+    connect(m_window, &TarvWindow::fullScreenWillChange, this,
+            &TarvWindowController::fullScreenWillChange);
+    connect(m_window, &TarvWindow::fullScreenDidChange, this, [this](bool entered) {
+        entered ? windowDidEnterFullScreen() : windowDidExitFullScreen();
+    });
+    connect(&m_screen.keyboard(), &KeyboardGrab::wayOutPressed, m_window, &TarvWindow::openMenu);
+    m_screen.keyboard().setLocked(locksKeyboard());
     m_resolution.settle();
     m_frame.fitToGuest();
 }
@@ -88,6 +105,9 @@ void TarvWindowController::windowWillClose()
 
 void TarvWindowController::windowDidBecomeKey()
 {
+    // Another window may have changed the preference, which is one for all of them.
+    if (display())
+        m_screen.keyboard().setLocked(locksKeyboard());
     m_pasteboard.windowDidBecomeKey();
 }
 
@@ -109,6 +129,50 @@ QSizeF TarvWindowController::windowWillResize(QSizeF proposed) const
 void TarvWindowController::windowDidEndLiveResize()
 {
     m_frame.windowDidEndLiveResize();
+}
+
+// ---- full screen
+
+FullScreenStep TarvWindowController::fullScreenStep() const
+{
+    return ::fullScreenStep(m_screen.guest(), QSizeF(m_window->screen()->size()),
+                            m_window->isInFullScreen(), liveResize(), allowsLiveResize());
+}
+
+void TarvWindowController::fullScreenWillChange(bool enters)
+{
+    if (!enters)
+        return windowWillExitFullScreen();
+    windowWillEnterFullScreen();
+    m_window->setPresentation(windowWillUseFullScreenPresentationOptions(PROPOSED));
+}
+
+void TarvWindowController::windowWillEnterFullScreen()
+{
+    m_frame.beginFullScreenChange();
+}
+
+void TarvWindowController::windowDidEnterFullScreen()
+{
+    m_frame.endFullScreenChange();
+    adjustResolution();
+}
+
+void TarvWindowController::windowWillExitFullScreen()
+{
+    m_frame.beginFullScreenChange();
+}
+
+void TarvWindowController::windowDidExitFullScreen()
+{
+    m_frame.endFullScreenChange();
+    adjustResolution();
+}
+
+PresentationOptions
+TarvWindowController::windowWillUseFullScreenPresentationOptions(PresentationOptions proposed) const
+{
+    return fullScreenOptions(proposed, UserDefaults::standard().boolForKey(HIDE_MENU_BAR_KEY));
 }
 
 // ---- the menu
@@ -201,11 +265,18 @@ bool TarvWindowController::locksKeyboard() const
 void TarvWindowController::setLocksKeyboard(bool locked)
 {
     KeyboardLock::setOn(locked);
+    if (display())
+        m_screen.keyboard().setLocked(locked);
 }
 
 void TarvWindowController::lockKeyboard(QObject *)
 {
     setLocksKeyboard(!locksKeyboard());
+}
+
+bool TarvWindowController::isKeyPressed() const
+{
+    return HostKeys::isAnyPressed();
 }
 
 bool TarvWindowController::pasteBoardEnabled() const

@@ -48,6 +48,19 @@ public:
     // The user is done resizing.
     void windowDidEndLiveResize();
 
+    // What becomes of a wish for full screen now.
+    FullScreenStep fullScreenStep() const;
+    // Around each change into and out of full screen, in this order.
+    void windowWillEnterFullScreen();
+    void windowDidEnterFullScreen();
+    void windowWillExitFullScreen();
+    void windowDidExitFullScreen();
+    // What full screen leaves of the desktop, of the options proposed.
+    PresentationOptions
+    windowWillUseFullScreenPresentationOptions(PresentationOptions proposed) const;
+    // Whether any key of the host's keyboard is down.
+    bool isKeyPressed() const;
+
     Q_INVOKABLE bool validateMenuItem(QAction *item) override;
     Q_INVOKABLE void zoomIn(QObject *sender);
     Q_INVOKABLE void zoomOut(QObject *sender);
@@ -79,6 +92,7 @@ protected:
 
 private:
     void windowDidLoad();
+    void fullScreenWillChange(bool enters);
     DisplayMenuState menuState() const;
 
     // Each room uses only those above it.

@@ -37,13 +37,13 @@ QSizeF WindowFrame::contentSize() const
 
 bool WindowFrame::isFree() const
 {
-    return !m_window->isMaximized() && !m_window->isFullScreen();
+    return !m_window->isMaximized() && !m_window->isInFullScreen();
 }
 
 void WindowFrame::setFrame(QSizeF frame)
 {
     m_zoomInProgress = true;
-    m_window->setFrameSize(frame);
+    m_window->resize(m_window->sizeInFrame(frame));
     m_settledFrame = m_window->frameSizeInPoints();
     m_zoomInProgress = false;
 }
@@ -71,7 +71,7 @@ QSizeF WindowFrame::constrained(QSizeF proposed) const
 
 void WindowFrame::windowDidResize()
 {
-    if (m_zoomInProgress || !m_screen.display() || !m_window->isVisible())
+    if (m_zoomInProgress || m_fullScreenChanges || !m_screen.display() || !m_window->isVisible())
         return;
     m_modifiers = QGuiApplication::queryKeyboardModifiers();
     m_resizing.start();
@@ -102,6 +102,18 @@ void WindowFrame::windowDidEndLiveResize()
         setFrame(QSizeF(snapLength(content.width()), snapLength(content.height())) + space().extra);
     }
     m_resolution.askForWindow();
+}
+
+void WindowFrame::beginFullScreenChange()
+{
+    m_fullScreenChanges = true;
+    m_resizing.stop();
+}
+
+void WindowFrame::endFullScreenChange()
+{
+    m_fullScreenChanges = false;
+    m_settledFrame = m_window->frameSizeInPoints();
 }
 
 void WindowFrame::stop()

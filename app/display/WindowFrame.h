@@ -39,6 +39,9 @@ public:
     void windowDidResize();
     // The user is done resizing: a guest that follows is asked for the snapped size.
     void windowDidEndLiveResize();
+    // Sizes that come in between are not the user's.
+    void beginFullScreenChange();
+    void endFullScreenChange();
     // The window closes.
     void stop();
 
@@ -51,6 +54,7 @@ private:
     OpenScreen &m_screen;
     GuestResolution &m_resolution;
     bool m_zoomInProgress = false;     // the frame is being changed from here
+    bool m_fullScreenChanges = false;  // full screen is being entered or left
     QTimer m_resizing;                 // runs while the user resizes
     Qt::KeyboardModifiers m_modifiers; // held while the user resized
     QSizeF m_settledFrame;             // the frame before the user's resizing

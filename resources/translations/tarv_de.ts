@@ -456,6 +456,14 @@
         <source>%1 - Control and Alt release the pointer</source>
         <translation>%1 – Strg und Alt geben den Zeiger frei</translation>
     </message>
+    <message>
+        <source>%1 - Control and Alt release pointer and keyboard</source>
+        <translation>%1 – Strg und Alt geben Zeiger und Tastatur frei</translation>
+    </message>
+    <message>
+        <source>%1 - Control and Alt release the keyboard</source>
+        <translation>%1 – Strg und Alt geben die Tastatur frei</translation>
+    </message>
 </context>
 <context>
     <name>ResolutionWindow</name>
@@ -552,6 +560,25 @@
     <message>
         <source>Malfunction</source>
         <translation>Gestört</translation>
+    </message>
+</context>
+<context>
+    <name>TarvWindow</name>
+    <message>
+        <source>Live Resolution will be turned on</source>
+        <translation>„Auflösung folgt dem Fenster“ wird eingeschaltet</translation>
+    </message>
+    <message>
+        <source>Upon switching to Full Screen, Live Resolution will be turned on</source>
+        <translation>Mit dem Wechsel zum Vollbild wird „Auflösung folgt dem Fenster“ eingeschaltet</translation>
+    </message>
+    <message>
+        <source>Switch</source>
+        <translation>Wechseln</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
     </message>
 </context>
 <context>

@@ -246,6 +246,11 @@ QString Desktop::activeWindow()
     return QString::fromLatin1(output(u"xdotool"_s, {u"getactivewindow"_s}).trimmed());
 }
 
+QRect Desktop::screen()
+{
+    return {0, 0, ScreenWidth, ScreenHeight};
+}
+
 QRect Desktop::geometry(const QString &window)
 {
     const QByteArray text = output(u"xwininfo"_s, {u"-id"_s, window});

@@ -54,6 +54,8 @@ public:
     QString window(const QString &pattern);
     QString activeWindow();
     QRect geometry(const QString &window);
+    // The whole screen.
+    static QRect screen();
     // What a window shows, 32-bit RGB; a null image when it is gone.
     QImage picture(const QString &window);
     // Mouse and keyboard, through the X server.

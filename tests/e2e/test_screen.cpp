@@ -1,6 +1,10 @@
 // A VM on screen with the real programs: pixels, keys, scaling, and a viewer that stands still.
 #include "tests/e2e/EndToEnd.h"
 
+#include "tests/support/scratch.h"
+
+#include <QDir>
+
 #include <csignal>
 #include <cstdlib>
 
@@ -139,4 +143,70 @@ TEST_F(Screen, aStoppedViewerNeitherBloatsNorStallsTheGuest)
                               return frame > frameBefore + 40;
                           }))
         << "after 10 s the window shows frame " << frame << " where it had shown " << frameBefore;
+}
+
+// Among other programs' windows, under a window manager that has keys of its own.
+class Keyboard : public Screen
+{
+protected:
+    void SetUp() override
+    {
+        Screen::SetUp();
+        if (HasFatalFailure())
+            return;
+        QDir().mkpath(desktop->path(u"config/Quelda"_s));
+        write_file(desktop->path(u"config/Quelda/Tarv.conf"_s).toStdString(),
+                   "[General]\nlockKeyboard=true\nliveResize=true\n");
+        const QString id = desktop->addVM(u"bars"_s, QStringLiteral(GUEST_DIR "/bars.img"));
+        desktop->startTarv();
+        ASSERT_FALSE(waitForWindow(u"^Virtual Machines$"_s).isEmpty()) << log("tarv");
+        const Answer started = desktop->tarvctl({u"start"_s, u"-v"_s, id});
+        ASSERT_EQ(started.status, 0) << started.message.toStdString();
+        m_guest = waitForWindow(u"^bars"_s);
+        ASSERT_FALSE(m_guest.isEmpty()) << log("tarv");
+        m_top = viewTop(m_guest, GUEST_BARS_SIZE);
+        ASSERT_TRUE(waitUntil(
+            90s, [&] { return barsAreExact(desktop->picture(m_guest), QPoint(0, m_top)); }));
+        desktop->xdotool({u"windowfocus"_s, u"--sync"_s, m_guest});
+    }
+    bool isTitled(const QString &pattern)
+    {
+        return waitUntil(30s, [&] { return desktop->window(pattern) == m_guest; });
+    }
+
+    QString m_guest;
+    int m_top = 0;
+};
+
+TEST_F(Keyboard, takesTheKeysOfTheDesktopUntilTheWayOutIsPressed)
+{
+    ASSERT_TRUE(isTitled(u"^bars - Control and Alt release the keyboard$"_s));
+    desktop->xdotool({u"key"_s, u"alt+Tab"_s}); // changes to another window here
+    EXPECT_TRUE(waitUntil(30s, [&] {
+        const QImage picture = desktop->picture(m_guest);
+        return blockIsShown(picture, QPoint(0, m_top), 0x38, 0) &&
+               blockIsShown(picture, QPoint(0, m_top), 0x0f, 1);
+    })) << "the keys did not reach the guest";
+    desktop->xdotool({u"keydown"_s, u"ctrl"_s, u"keydown"_s, u"alt"_s, u"keyup"_s, u"alt"_s,
+                      u"keyup"_s, u"ctrl"_s});
+    ASSERT_TRUE(isTitled(u"^bars$"_s));
+    desktop->xdotool({u"key"_s, u"alt+F4"_s});
+    EXPECT_TRUE(waitUntil(30s, [&] { return desktop->window(u"^bars"_s).isEmpty(); }))
+        << "the window manager does not have its keys back";
+}
+
+TEST_F(Keyboard, entersAndLeavesFullScreenByTheKeyboardAlone)
+{
+    const QRect before = desktop->geometry(m_guest);
+    const auto chooseFullScreen = [&](int wayOut) {
+        for (int time = 0; time < wayOut; time++)
+            desktop->xdotool({u"keydown"_s, u"ctrl"_s, u"keydown"_s, u"alt"_s, u"keyup"_s, u"alt"_s,
+                              u"keyup"_s, u"ctrl"_s});
+        desktop->xdotool({u"key"_s, u"--delay"_s, u"100"_s, u"Right"_s, u"Right"_s, u"Right"_s,
+                          u"Right"_s, u"Up"_s, u"Return"_s});
+    };
+    chooseFullScreen(2); // frees the keyboard, then opens the menu
+    ASSERT_TRUE(waitUntil(30s, [&] { return desktop->geometry(m_guest) == desktop->screen(); }));
+    chooseFullScreen(1); // it is free still
+    EXPECT_TRUE(waitUntil(30s, [&] { return desktop->geometry(m_guest) == before; }));
 }

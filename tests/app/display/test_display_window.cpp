@@ -1,11 +1,7 @@
-#include "app/display/TarvWindow.h"
-#include "app/display/TarvWindowController.h"
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/PasteboardArchive.h"
 #include "app/kit/PlainText.h"
-#include "app/kit/UserDefaults.h"
-#include "tests/app/kit/application.h"
-#include "tests/tarvhv/display/FakeDisplay.h"
+#include "tests/app/display/display_fixture.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -16,36 +12,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-class DisplayWindow : public ApplicationTest
-{
-protected:
-    DisplayWindow()
-    {
-        for (const char *key : {"liveResize", "sharedpasteboard", "lockKeyboard"})
-            UserDefaults::standard().removeKey(QLatin1String(key));
-    }
-    void open(int width, int height)
-    {
-        auto display = std::make_unique<FakeDisplay>(width, height);
-        m_display = display.get();
-        m_display->capabilities = m_caps;
-        m_controller = std::make_unique<TarvWindowController>(std::move(display));
-        m_window = qobject_cast<TarvWindow *>(m_controller->window());
-        m_controller->showWindow();
-        ASSERT_TRUE(waitUntil([this] { return m_window->isActiveWindow(); }));
-        waitUntil([turns = 0]() mutable { return ++turns > 10; });
-        m_display->taken();
-    }
-    QSize viewSize() const { return m_controller->view()->size(); }
-    // As the user resizes: the window system says nothing but the sizes.
-    void resizeContent(QSize size) { m_window->resize(m_window->size() + size - viewSize()); }
-
-    uint32_t m_caps = 0;
-    FakeDisplay *m_display = nullptr;
-    std::unique_ptr<TarvWindowController> m_controller;
-    TarvWindow *m_window = nullptr;
-};
 
 TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndKeepsIt)
 {

@@ -48,8 +48,8 @@ public:
     unsigned index() const override { return 1; }
     int width() const override { return image.width(); }
     int height() const override { return image.height(); }
-    bool hdpi() const override { return false; }
-    bool allowsLiveResize() const override { return true; }
+    bool hdpi() const override { return dense; }
+    bool allowsLiveResize() const override { return resizable; }
     uint32_t caps() const override { return capabilities; }
     bool absolutePointer() const override { return absolute; }
 
@@ -86,6 +86,8 @@ public:
     QString vmName = QStringLiteral("mac");
     unsigned screens = 1;
     bool absolute = true;
+    bool dense = false;
+    bool resizable = true;
     uint32_t capabilities = 0;
     bool active = false;
     int acknowledged = 0;
