@@ -28,6 +28,8 @@ constexpr seconds END_PATIENCE(60);
 constexpr seconds SUSPEND_PATIENCE(900);
 // The kernel ends a process at once, but for one in the middle of a write to a disk that hangs.
 constexpr seconds KILL_PATIENCE(10);
+// A supervisor makes its socket first of all, and removes it last but for its report.
+constexpr seconds LOST_PATIENCE(5);
 
 seconds stop_patience()
 {
@@ -106,8 +108,8 @@ Json ask_running(const VmRef &ref, const char *command, const Json &value, secon
 
 void check_running(const VmRef &ref)
 {
-    const VmState state = query_state(ref.id, false);
-    if (!state.serves)
+    const VmState state = settled_state(ref);
+    if (!state.runs())
         throw Failure(ExitStatus::state, ref.label() + ": is not running");
     if (state.status == VmStatus::malfunction)
         throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
@@ -131,8 +133,8 @@ void stop_one(const VmRef &ref, bool force)
 {
     Library library;
     service_ensure();
-    const VmState state = query_state(ref.id, false);
-    if (!state.serves && job_process(ref.id) == 0)
+    const VmState state = force ? query_state(ref.id, false) : settled_state(ref);
+    if (!state.runs())
         return stop_idle(library, ref, force);
     if (!force) {
         check_running(ref);
@@ -140,7 +142,7 @@ void stop_one(const VmRef &ref, bool force)
         return wait_gone(ref);
     }
     try {
-        if (state.status == VmStatus::running)
+        if (state.serves && state.status == VmStatus::running)
             ask_running(ref, "stop", {{"force", true}}, END_PATIENCE);
     } catch (const Failure &failure) {
         if (failure.status() != ExitStatus::service && failure.status() != ExitStatus::failed)
@@ -173,6 +175,21 @@ void reboot_one(const VmRef &ref)
 
 } // namespace
 
+VmState settled_state(const VmRef &ref)
+{
+    VmState state = query_state(ref.id, false);
+    for (const auto deadline = Clock::now() + LOST_PATIENCE; !state.serves && state.job > 0;
+         state = query_state(ref.id, false)) {
+        if (Clock::now() > deadline)
+            throw Failure(ExitStatus::service, vm_unreachable_message(ref.label(), ref.id));
+        check_cancelled();
+        const UniqueFd watch(platform_watch_process(state.job));
+        pollfd ended = {watch.get(), POLLIN, 0};
+        poll(&ended, 1, 30);
+    }
+    return state;
+}
+
 bool is_suspended(const struct kv *record)
 {
     return kv_get(record, "state_file") != nullptr;
@@ -180,7 +197,7 @@ bool is_suspended(const struct kv *record)
 
 void check_not_running(const VmRef &ref, const std::string &intent)
 {
-    if (query_state(ref.id, false).serves || job_process(ref.id) != 0)
+    if (query_state(ref.id, false).runs())
         throw Failure(ExitStatus::state,
                       ref.label() + ": is running; stop it to " + intent + " it");
 }

@@ -35,7 +35,10 @@ void service_ensure()
 
 Json service_request(const std::string &command, const Json &value, std::chrono::seconds patience)
 {
-    Exchange exchange = question(vms_launch_socket(), command, value, patience);
+    Json request = value;
+    if (request.is_object())
+        request[REQUEST_DEADLINE] = request_deadline(patience);
+    Exchange exchange = question(vms_launch_socket(), command, request, patience);
     if (exchange_run(exchange, Exchange::Step::done, check_cancelled) != Exchange::Step::done)
         throw Failure(ExitStatus::service, std::string("launch service: ") + vms_launch_socket() +
                                                ": " + strerror(exchange.error()));
@@ -54,6 +57,12 @@ std::optional<Json> vm_request(const std::string &id, const std::string &command
         return {};
     throw Failure(ExitStatus::service,
                   place_vm_socket(id) + ": no answer: " + strerror(exchange.error()));
+}
+
+std::string vm_unreachable_message(const std::string &label, const std::string &id)
+{
+    return label + ": runs, but nobody serves " + place_vm_socket(id) +
+           "; tarvctl stop --force ends it";
 }
 
 std::string vm_silent_message(const std::string &label, const std::string &id)

@@ -27,6 +27,9 @@ Json answer_of(const Exchange &exchange);
 // That whoever serves a VM's socket stays silent, and what to do about it.
 std::string vm_silent_message(const std::string &label, const std::string &id);
 
+// That a VM runs whose socket is gone.
+std::string vm_unreachable_message(const std::string &label, const std::string &id);
+
 // The text of an error answer.
 std::string answer_message(const Json &answer);
 bool answer_ok(const Json &answer);
@@ -38,7 +41,9 @@ struct VmState
     std::string state = {}; // a running one's own word
     Json details = nullptr; // what its supervisor reports
     bool serves = false;    // somebody holds its socket
-    bool runs() const { return serves; }
+    pid_t job = 0;          // the launch service's process for it
+    // Whoever has lost its socket runs all the same.
+    bool runs() const { return serves || job > 0; }
 };
 
 // The states of many VMs, asked of all supervisors at the same time: silent ones cost `patience`

@@ -94,7 +94,7 @@ void await_running(const VmRef &ref, UniqueFd watch = {})
         check_cancelled();
         const VmState state = query_state(ref.id, false);
         // One that is being stopped already may never have run.
-        if (state.status == VmStatus::running && state.state != VM_STATE_STARTING &&
+        if (state.serves && state.status == VmStatus::running && state.state != VM_STATE_STARTING &&
             state.state != VM_STATE_STOPPING)
             return;
         if (!state.serves)
@@ -111,7 +111,7 @@ void start_one(const VmRef &ref, StartMode mode, bool view)
     Library library;
     service_ensure();
     UniqueFd lock = library.lock(ref);
-    const VmState state = query_state(ref.id, false);
+    const VmState state = settled_state(ref);
     if (state.status == VmStatus::malfunction)
         throw Failure(ExitStatus::service, vm_silent_message(ref.label(), ref.id));
     if (state.serves) {

@@ -5,6 +5,7 @@
 #include "platform/new_file.h"
 #include "policy/owners.h"
 #include "tarvhv/cli2.h"
+#include "tarvhv/cli2/exchange.h"
 
 #include <cerrno>
 #include <cstring>
@@ -160,6 +161,9 @@ void command_run(JobTable &jobs, const char *command, const struct json *value,
         return reply(answer_error(EINVAL, std::string(command) + (found->value_kind == JSON_STRING
                                                                       ? ": needs a quoted label"
                                                                       : ": needs an object")));
+    if (request_is_late(value))
+        return reply(answer_error(ETIMEDOUT, std::string(command) +
+                                                 ": came too late: its sender has given up"));
     found->run(jobs, value, reply);
 }
 

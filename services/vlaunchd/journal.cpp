@@ -4,6 +4,7 @@
 #include "platform/new_file.h"
 #include "platform/owners.h"
 #include "policy/owners.h"
+#include "services/vlaunchd/holder.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +18,9 @@
 namespace {
 
 constexpr size_t RECORD_MAX = 64 * 1024;
+// A service whose socket was taken over leaves on its next turn; one that hangs is ended by whoever
+// starts this one.
+constexpr std::chrono::seconds HOLDER_LEAVES{10};
 constexpr std::string_view RECORD_SUFFIX = ".json";
 
 // A small regular file whole; none with errno when it is absent, too large or something else.
@@ -91,7 +95,8 @@ int JobJournal::open(const std::string &path)
         errno = EPERM;
         return -1;
     }
-    return 0;
+    m_hold = hold_records(m_dir.get(), HOLDER_LEAVES);
+    return m_hold ? 0 : -1;
 }
 
 int JobJournal::save(const Job &job)

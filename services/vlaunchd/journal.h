@@ -15,7 +15,8 @@
 class JobJournal
 {
 public:
-    // Opens the directory (made with mode 0700 when missing). 0, or -1 with errno set.
+    // Opens the directory (made with mode 0700 when missing) and makes this process its holder
+    // (holder.h). 0, or -1 with errno set: EBUSY where another service keeps it.
     int open(const std::string &path);
 
     // Saves a record. 0, or -1 with errno set and the earlier record whole.
@@ -33,5 +34,5 @@ public:
 
 private:
     std::string m_path;
-    UniqueFd m_dir;
+    UniqueFd m_dir, m_hold;
 };

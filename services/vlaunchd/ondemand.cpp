@@ -7,30 +7,84 @@
 #include "platform/file.h"
 #include "platform/process.h"
 #include "platform/unique_fd.h"
-#include "tarvhv/cli2.h"
+#include "platform/watch.h"
+#include "services/vlaunchd/holder.h"
+#include "tarvhv/cli2/exchange.h"
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <string_view>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto PATIENCE = std::chrono::seconds(15);
+// The service answers from memory, between two turns of its loop that write a small file each. One
+// that takes so long was stopped, or its disk was.
+constexpr std::chrono::seconds HUNG_AFTER{5};
+// What a service that lives needs to make its socket again, several times over.
+constexpr std::chrono::seconds RENEWAL{2};
 
 void pause_briefly()
 {
     usleep(10'000);
 }
 
+// Whether a launch service is there, judged by whether it answers the smallest question. A
+// connection alone says nothing: the kernel takes it for a service that was stopped.
+enum class Health
+{
+    answers,
+    absent, // errno says why
+    hangs
+};
+
+Health examine(const std::string &path)
+{
+    Exchange exchange(path, exchange_request("status", "\"\""), HUNG_AFTER);
+    if (exchange_run(exchange) == Exchange::Step::done)
+        return Health::answers;
+    errno = exchange.error();
+    return exchange.isServed() && errno == ETIMEDOUT ? Health::hangs : Health::absent;
+}
+
 bool listens(const std::string &path)
 {
-    UniqueFd fd(cli2_connect(path.c_str(), nullptr));
-    return static_cast<bool>(fd);
+    return examine(path) == Health::answers;
+}
+
+// Ends the process that keeps the records but serves nobody, so that another can take its place.
+// Its jobs live on and are found again by their records. SIGKILL, since it does not listen to
+// anything.
+void end_holder(const std::string &path)
+{
+    pid_t pid = 0;
+    const UniqueFd watch = watch_holder(records_path(path), &pid);
+    if (!watch || platform_watch_signal(watch.get(), SIGKILL) != 0)
+        return;
+    dprintf(log_fd, "vlaunchd: the launch service, pid %d, does not answer and is replaced\r\n",
+            pid);
+    pollfd ended{watch.get(), POLLIN, 0};
+    poll(&ended, 1, int(std::chrono::milliseconds(HUNG_AFTER).count()));
+}
+
+// Waits for a service that lives without its socket to make that again. False where there is none,
+// or it does not.
+bool renewed(const std::string &path, Health health)
+{
+    pid_t pid;
+    if (health == Health::hangs || !watch_holder(records_path(path), &pid))
+        return false;
+    for (const auto deadline = Clock::now() + RENEWAL; Clock::now() < deadline; pause_briefly())
+        if (listens(path))
+            return true;
+    return false;
 }
 
 int fail(int error, std::string &message, const std::string &text)
@@ -106,9 +160,11 @@ int start(const std::string &path, Clock::time_point deadline, std::string &mess
 int vlaunchd_ensure(std::string &message)
 {
     const std::string path = vms_launch_socket();
-    if (listens(path))
+    Health health = examine(path);
+    if (health == Health::answers)
         return 0;
-    if (errno != ENOENT && errno != ECONNREFUSED) {
+    // Who hung up without an answer was busy, or has just ended: what follows tells.
+    if (health == Health::absent && errno != ENOENT && errno != ECONNREFUSED && errno != ENOTCONN) {
         const int error = errno;
         return fail(error, message, path + ": " + strerror(error));
     }
@@ -121,7 +177,12 @@ int vlaunchd_ensure(std::string &message)
         const int error = errno;
         return fail(error, message, path + ".start: " + strerror(error));
     }
-    return listens(path) ? 0 : start(path, deadline, message);
+    // Another may have started or replaced it while the lock was waited for.
+    health = examine(path);
+    if (health == Health::answers || renewed(path, health))
+        return 0;
+    end_holder(path);
+    return listens(path) ? 0 : start(path, Clock::now() + PATIENCE, message);
 }
 
 std::vector<std::string> vlaunchd_environment()

@@ -9,8 +9,16 @@
 #include <cstring>
 #include <utility>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+
+namespace {
+
+constexpr uint64_t ACCEPT_PAUSE_MS = 100;
+constexpr std::chrono::seconds COMPLAIN_EVERY{10};
+
+} // namespace
 
 void Server::RequestDelete::operator()(cli2_request *request) const
 {
@@ -23,6 +31,13 @@ Server::Server(sd_event *event, JobTable &jobs, int listener)
 }
 
 Server::~Server() = default;
+
+int Server::listen_on(int listener)
+{
+    m_accept.reset();
+    m_listener.reset(listener);
+    return open();
+}
 
 int Server::open()
 {
@@ -44,11 +59,35 @@ void Server::accept_client()
     UniqueFd fd(cli2_accept(m_listener.get()));
     if (fd)
         return add_client(std::move(fd));
+    if (errno == EAGAIN)
+        return;
     if (errno == EPERM)
-        dprintf(log_fd, "vlaunchd: a client of another user was turned away\r\n");
+        return complain("a client of another user was turned away");
     // Without a free descriptor the waiting client stays in the queue; one that dawdles gives way.
-    else if ((errno == EMFILE || errno == ENFILE) && !make_room())
-        dprintf(log_fd, "vlaunchd: failed to accept a client: %s\r\n", strerror(errno));
+    const int error = errno;
+    if ((error == EMFILE || error == ENFILE) && make_room())
+        return;
+    // Nobody can give way. The listener stays ready all the while, so that it is left alone for a
+    // moment: else the loop would spin, and fill its log.
+    complain(std::string("failed to accept a client: ") + strerror(error));
+    sd_event_source_set_enabled(m_accept.get(), SD_EVENT_OFF);
+    m_accept_again = event_timer(m_event, ACCEPT_PAUSE_MS, [this] {
+        sd_event_source_set_enabled(m_accept.get(), SD_EVENT_ON);
+    });
+    if (!m_accept_again)
+        sd_event_source_set_enabled(m_accept.get(), SD_EVENT_ON);
+}
+
+// What strangers can bring about is told once in a while, with how often it happened.
+void Server::complain(const std::string &what)
+{
+    const auto now = std::chrono::steady_clock::now();
+    ++m_complaints;
+    if (now < m_complain_next)
+        return;
+    dprintf(log_fd, "vlaunchd: %s (%zu such since the last line)\r\n", what.c_str(),
+            std::exchange(m_complaints, 0));
+    m_complain_next = now + COMPLAIN_EVERY;
 }
 
 // Drops the client that has been sending its request, or taking its answer, for longest.
@@ -130,6 +169,15 @@ void Server::read_client(Client &client)
         return answer_client(number, command_refusal(errno));
     if (state == 0)
         return;
+    // Whoever has hung up by now waits for nothing: a service that was stopped for a while finds
+    // such requests in its queue, and what was given up must not be carried out.
+    pollfd gone{client.fd.get(), 0, 0};
+    if (poll(&gone, 1, 0) != 0) {
+        dprintf(log_fd, "vlaunchd: %s: its sender has given up, not carried out\r\n",
+                cli2_request_command(client.request.get()));
+        m_clients.erase(number);
+        return;
+    }
     client.stage = Stage::working;
     client.deadline.reset();
     sd_event_source_set_io_events(client.io.get(), 0);

@@ -5,6 +5,7 @@
 #include "services/loop/event.h"
 #include "services/vlaunchd/commands.h"
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -25,6 +26,8 @@ public:
     ~Server();
     // 0, or -1 with errno set.
     int open();
+    // Goes on on another listening socket, which is taken over. 0, or -1 with errno set.
+    int listen_on(int listener);
 
 private:
     struct RequestDelete
@@ -49,6 +52,7 @@ private:
     };
 
     void accept_client();
+    void complain(const std::string &what);
     void add_client(UniqueFd fd);
     bool make_room();
     int set_deadline(Client &client);
@@ -60,7 +64,9 @@ private:
     sd_event *m_event;
     JobTable &m_jobs;
     UniqueFd m_listener;
-    EventSource m_accept;
+    EventSource m_accept, m_accept_again;
+    size_t m_complaints = 0;
+    std::chrono::steady_clock::time_point m_complain_next;
     uint64_t m_next = 1;
     // By arrival, so that the first that still reads is the slowest.
     std::map<uint64_t, Client> m_clients;

@@ -3,8 +3,11 @@
 #include "hostlib/config/config.h"
 #include "hostlib/utils/utils.h"
 #include "hostlib/vms/vms.h"
+#include "services/loop/worker.h"
 #include "services/notify/notify.h"
 #include "services/settings.h"
+#include "services/vlaunchd/guard.h"
+#include "services/vlaunchd/holder.h"
 #include "services/vlaunchd/server.h"
 #include "tarvhv/cli2.h"
 #include "tarvhv/cli2/places.h"
@@ -78,16 +81,22 @@ int open_job_log(const std::string &label)
     return fd.release();
 }
 
-JobOptions job_options()
+void announce_stop(const std::string &id)
+{
+    if (notify_post("stop", id.c_str()) != 0 && errno != ENOTCONN)
+        dprintf(log_fd, "vlaunchd: %s: failed to announce the stop: %s\r\n", id.c_str(),
+                strerror(errno));
+}
+
+JobOptions job_options(Worker *bus)
 {
     JobOptions options;
     // A supervisor goes down its own ladder first; this is the rung below it.
     options.term_wait = stop_wait_setting() + SUPERVISOR_GRACE;
     options.open_log = open_job_log;
-    options.vm_died = [](const std::string &id) {
-        if (notify_post("stop", id.c_str()) != 0 && errno != ENOTCONN)
-            dprintf(log_fd, "vlaunchd: %s: failed to announce the stop: %s\r\n", id.c_str(),
-                    strerror(errno));
+    options.vm_died = [bus](const std::string &id) {
+        if (!bus || !bus->post([id] { announce_stop(id); }, [] {}))
+            dprintf(log_fd, "vlaunchd: %s: no room to announce the stop\r\n", id.c_str());
     };
     return options;
 }
@@ -137,21 +146,40 @@ int serve()
     if (open_listener(path, listener) != 0)
         return fail(path, errno);
     raise_descriptor_limit();
-    JobTable jobs(created, job_options());
-    if (jobs.open(path + ".jobs") != 0) {
+    const bool own_socket = !listener.path.empty();
+    SocketGuard guard;
+    Server *serving = nullptr;
+    const auto leave = [&] { sd_event_exit(created, 0); };
+    const auto renew = [&] {
+        dprintf(log_fd, "vlaunchd: %s: the socket was removed, made again\r\n", path.c_str());
+        UniqueFd again(cli2_listen(path.c_str()));
+        guard.renew();
+        if (!serving || !again || serving->listen_on(again.release()) != 0)
+            leave();
+    };
+    const auto taken = [&] {
+        dprintf(log_fd, "vlaunchd: %s: another serves there now\r\n", path.c_str());
+        leave();
+    };
+    if (own_socket && !guard.watch(created, path, {renew, taken}))
+        return fail(path, errno);
+
+    // The notifications of deaths go over the session's bus, which may hang; the jobs do not wait.
+    const std::unique_ptr<Worker> bus = Worker::start(created, JOBS_MAX);
+    JobTable jobs(created, job_options(bus.get()));
+    if (jobs.open(records_path(path)) != 0) {
         const int error = errno;
-        if (!listener.path.empty())
-            unlink(path.c_str());
-        return fail(path + ".jobs", error);
+        guard.remove();
+        return fail(records_path(path) + (error == EBUSY ? ": another launch service" : ""), error);
     }
     Server server(created, jobs, listener.fd.release());
+    serving = &server;
     if (server.open() != 0)
         return fail(path, errno);
     sd_notify(0, "READY=1");
     dprintf(log_fd, "vlaunchd: serving on %s\r\n", path.c_str());
     result = sd_event_loop(created);
-    if (!listener.path.empty())
-        unlink(path.c_str());
+    guard.remove();
     return result < 0 ? fail("the event loop failed", -result) : 0;
 }
 

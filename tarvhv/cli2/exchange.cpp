@@ -1,6 +1,7 @@
 #include "tarvhv/cli2/exchange.h"
 
 #include "platform/socket.h"
+#include "policy/json.h"
 #include "tarvhv/cli2/address.h"
 #include "tarvhv/cli2/descriptors.h"
 #include "tarvhv/cli2/peer.h"
@@ -152,6 +153,19 @@ Exchange::Step exchange_run(Exchange &exchange, Exchange::Step until,
             wake = look_up;
         cli2_wait(step == Exchange::Step::retry ? -1 : exchange.fd(), exchange.events(), wake);
     }
+}
+
+int64_t request_deadline(milliseconds patience)
+{
+    const auto until = Cli2Clock::now() + patience;
+    return std::chrono::duration_cast<milliseconds>(until.time_since_epoch()).count();
+}
+
+bool request_is_late(const struct json *request)
+{
+    const struct json *deadline = json_find_member(request, REQUEST_DEADLINE);
+    return deadline && json_kind(deadline) == JSON_NUMBER &&
+           json_number(deadline) < double(request_deadline(milliseconds(0)));
 }
 
 std::string exchange_request(const std::string &command, const std::string &value)

@@ -88,5 +88,14 @@ private:
 Exchange::Step exchange_run(Exchange &exchange, Exchange::Step until = Exchange::Step::done,
                             const std::function<void()> &meanwhile = {});
 
+// A request that changes something says until when it may be carried out, so that one whose sender
+// has given up is not: the service may have been stopped meanwhile and find it in its queue a day
+// later. Both sides run on one machine: the member "deadline" of the request's object counts the
+// milliseconds of the machine's steady clock.
+inline constexpr const char *REQUEST_DEADLINE = "deadline";
+int64_t request_deadline(std::chrono::milliseconds patience);
+// Whether a request's deadline has passed; false for one without.
+bool request_is_late(const struct json *request);
+
 // The bytes of a request: a command, and the JSON value behind it ("": none).
 std::string exchange_request(const std::string &command, const std::string &value = {});

@@ -50,3 +50,5 @@ VmStatus vm_status_of(const VmEvidence &evidence);
 // yet, or not for long.
 inline constexpr const char *VM_STATE_STARTING = "starting";
 inline constexpr const char *VM_STATE_STOPPING = "stopping";
+// Said of a supervisor that can't say it: it runs, and nobody serves its socket.
+inline constexpr const char *VM_STATE_UNREACHABLE = "unreachable";

@@ -1,8 +1,13 @@
+#include "platform/unique_fd.h"
+#include "tarvhv/cli2.h"
 #include "tests/services/tarvctl/controller_home.h"
 
+#include <atomic>
 #include <csignal>
+#include <thread>
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/wait.h>
 
 namespace {
@@ -166,6 +171,70 @@ TEST_F(ControllerTest, speaksToPeopleInTables)
     EXPECT_EQ(wrong.out, "");
     EXPECT_EQ(wrong.err, "tarvctl: no VM has the identifier or name \"nobody\"\n");
     m_home.environment["TARV_MACHINE_READABLE"] = "1";
+}
+
+TEST_F(ControllerTest, tellsTheTruthOfAVmWithoutASocket)
+{
+    const std::string id = create("vm");
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    ASSERT_EQ(unlink(vm_socket(id).c_str()), 0);
+    EXPECT_EQ(status(id), "running");
+    const std::string lost = "runs, but nobody serves " + vm_socket(id);
+    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+        {{"modify", id, "set", "cpu.count", "2"}, 4, "is running: only its name can be changed"},
+        {{"start", id}, 8, lost},
+        {{"stop", id}, 8, lost},
+        {{"delete", "--yes", id}, 4, "is running; stop it to delete it"},
+    };
+    for (const auto &[command, exit, message] : cases) {
+        const Json answer = ctl(command);
+        EXPECT_EQ(answer["exit"], exit) << command[0];
+        EXPECT_THAT(answer["message"].get<std::string>(), HasSubstr(message));
+    }
+    EXPECT_EQ(ctl({"stop", "--force", id})["exit"], 0);
+    EXPECT_EQ(status(id), "stopped");
+}
+
+TEST_F(ControllerTest, asksASupervisorAgainThatHangsUp)
+{
+    const std::string id = create("vm");
+    const UniqueFd listener(cli2_listen(vm_socket(id).c_str()));
+    ASSERT_TRUE(listener);
+    std::atomic<int> hang_ups = 3;
+    std::atomic<bool> over = false;
+    std::thread supervisor([&] {
+        while (!over) {
+            pollfd wait{listener.get(), POLLIN, 0};
+            poll(&wait, 1, 50);
+            const UniqueFd client(cli2_accept(listener.get()));
+            if (!client || hang_ups-- > 0)
+                continue;
+            cli2_answer(client.get(), nullptr, nullptr, 0);
+        }
+    });
+    EXPECT_EQ(status(id), "running") << "dropped three times, answered then";
+    hang_ups = 1000;
+    EXPECT_EQ(status(id), "malfunction");
+    over = true;
+    supervisor.join();
+    unlink(vm_socket(id).c_str());
+}
+
+TEST_F(ControllerTest, replacesALaunchServiceThatHangs)
+{
+    const std::string id = create("vm");
+    ASSERT_EQ(ctl({"start", id})["exit"], 0);
+    const auto service = [&] {
+        pid_t pid = 0;
+        std::ifstream(m_home.file("vlaunchd.jobs/.service")) >> pid;
+        return pid;
+    };
+    const pid_t hung = service();
+    ASSERT_GT(hung, 1);
+    kill(hung, SIGSTOP);
+    EXPECT_EQ(ctl({"stop", id})["exit"], 0);
+    EXPECT_NE(service(), hung);
+    EXPECT_EQ(status(id), "stopped");
 }
 
 } // namespace

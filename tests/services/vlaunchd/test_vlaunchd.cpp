@@ -1,6 +1,8 @@
 #include "services/vlaunchd/job.h"
 
 #include "platform/unique_fd.h"
+#include "tarvhv/cli2.h"
+#include "tarvhv/cli2/exchange.h"
 #include "tests/support/service_home.h"
 
 #include <gmock/gmock.h>
@@ -12,6 +14,7 @@
 #include <fstream>
 
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -264,6 +267,120 @@ TEST_F(VlaunchdTest, servesOthersWhileClientsMisbehave)
     char answer[256] = {};
     EXPECT_GT(recv(slow.get(), answer, sizeof answer - 1, 0), 0);
     EXPECT_THAT(answer, StartsWith("{\"status\":\"OK\""));
+}
+
+TEST_F(VlaunchdTest, carriesNothingOutWhoseSenderHasGivenUp)
+{
+    const pid_t service = m_home.start_vlaunchd();
+    const auto request = [](const char *label, int64_t deadline) {
+        const Json value = {{"label", label},
+                            {"program", JOBTOOL_PROGRAM},
+                            {"arguments", {"wait"}},
+                            {"deadline", deadline}};
+        return "start\r\n" + value.dump();
+    };
+    const auto send_to = [&](const std::string &text) {
+        UniqueFd fd(m_home.connect_vlaunchd());
+        EXPECT_EQ(send(fd.get(), text.data(), text.size(), MSG_NOSIGNAL), ssize_t(text.size()));
+        return fd;
+    };
+    ASSERT_EQ(start("removed", {"wait"})["status"], "OK");
+    kill(service, SIGSTOP);
+    send_to(request("left", request_deadline(std::chrono::hours(1))));
+    send_to("remove\r\n\"removed\"");
+    const UniqueFd late = send_to(request("late", request_deadline(std::chrono::seconds(-1))));
+    const UniqueFd good = send_to(request("good", request_deadline(std::chrono::hours(1))));
+    kill(service, SIGCONT);
+    char answer[512] = {};
+    EXPECT_GT(recv(late.get(), answer, sizeof answer - 1, MSG_WAITALL), 0);
+    EXPECT_THAT(answer, HasSubstr("came too late"));
+    EXPECT_GT(recv(good.get(), answer, sizeof answer - 1, MSG_WAITALL), 0);
+    std::vector<std::string> labels;
+    const Json list = ask("list");
+    for (const Json &job : list["body"]["jobs"])
+        if (job.contains("pid"))
+            labels.push_back(job["label"]);
+    EXPECT_THAT(labels, testing::ElementsAre("good", "removed"));
+}
+
+TEST_F(VlaunchdTest, makesItsSocketAgainAndLeavesItToAnother)
+{
+    const pid_t service = m_home.start_vlaunchd();
+    const std::string path = m_home.file("vlaunchd");
+    ASSERT_EQ(start("job", {"wait"})["status"], "OK");
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    ASSERT_TRUE(wait_for([&] { return bool(UniqueFd(m_home.connect_vlaunchd())); }));
+    EXPECT_GT(pid_of(ask("status", "job")), 0);
+
+    // Another that has taken its place keeps it, and the records are let go of.
+    const UniqueFd other(cli2_listen((path + ".other").c_str()));
+    ASSERT_EQ(rename((path + ".other").c_str(), path.c_str()), 0);
+    int status = -1;
+    EXPECT_TRUE(wait_for([&] { return waitpid(service, &status, WNOHANG) == service; }));
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(std::filesystem::exists(path));
+    unlink(path.c_str());
+    m_home.start_vlaunchd();
+    EXPECT_GT(pid_of(ask("status", "job")), 0);
+}
+
+TEST_F(VlaunchdTest, isHeldByOneServiceAtATime)
+{
+    const pid_t first = m_home.start_vlaunchd();
+    kill(first, SIGSTOP); // so that it can't see its place taken
+    unlink(m_home.file("vlaunchd").c_str());
+    const pid_t second = m_home.spawn({VLAUNCHD_PROGRAM});
+    ASSERT_TRUE(wait_for([&] { return bool(UniqueFd(m_home.connect_vlaunchd())); }));
+    EXPECT_EQ(waitpid(second, nullptr, WNOHANG), 0) << "it waits for the first to let go";
+    kill(first, SIGCONT);
+    EXPECT_TRUE(wait_for([&] { return waitpid(first, nullptr, WNOHANG) == first; }));
+    EXPECT_EQ(ask("list")["status"], "OK");
+    EXPECT_TRUE(std::filesystem::exists(m_home.file("vlaunchd")));
+    kill(second, SIGTERM);
+    waitpid(second, nullptr, 0);
+    EXPECT_FALSE(std::filesystem::exists(m_home.file("vlaunchd")));
+}
+
+TEST_F(VlaunchdTest, doesNotSpinWithoutADescriptor)
+{
+    const pid_t service = m_home.start_vlaunchd();
+    ASSERT_EQ(start("job", {"stubborn"})["status"], "OK");
+    // As many descriptors as it has, and all of them with clients that wait for a removal.
+    const auto used = std::distance(
+        std::filesystem::directory_iterator("/proc/" + std::to_string(service) + "/fd"), {});
+    const rlimit limit{rlim_t(used) + 6, rlim_t(used) + 6};
+    ASSERT_EQ(prlimit(service, RLIMIT_NOFILE, &limit, nullptr), 0);
+    std::vector<UniqueFd> clients;
+    const std::string request = "remove\r\n\"job\"";
+    const std::string log = m_home.file("log/vlaunchd.log");
+    const auto complaints = [&] {
+        size_t count = 0;
+        const std::string text = file_text(log);
+        for (size_t at = 0; (at = text.find("failed to accept", at)) != std::string::npos; ++at)
+            ++count;
+        return count;
+    };
+    // One at a time: one whose request has not been read yet would give way to the next.
+    EXPECT_TRUE(wait_for([&] {
+        clients.emplace_back(m_home.connect_vlaunchd());
+        send(clients.back().get(), request.data(), request.size(), MSG_NOSIGNAL);
+        return complaints() > 0;
+    }));
+    const auto ticks = [&] {
+        std::ifstream stat("/proc/" + std::to_string(service) + "/stat");
+        std::string word;
+        long sum = 0;
+        for (int field = 1; field <= 15 && stat >> word; ++field)
+            sum += field >= 14 ? std::stol(word) : 0;
+        return sum;
+    };
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    const long before = ticks();
+    wait_for([&] { return std::chrono::steady_clock::now() > until; });
+    EXPECT_LT(ticks() - before, sysconf(_SC_CLK_TCK) / 4) << "a quarter of that second";
+    EXPECT_EQ(complaints(), 1u);
+    clients.clear();
+    EXPECT_TRUE(wait_for([&] { return ask("list")["status"] == "OK"; }));
 }
 
 TEST_F(VlaunchdTest, doesNotServeWhereItsRecordsAreNotItsOwn)
