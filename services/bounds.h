@@ -22,6 +22,10 @@ inline constexpr std::chrono::seconds STOP_WAIT_USUAL{20}, STOP_WAIT_MAX{3600};
 // writes its report and removes its socket meanwhile.
 inline constexpr std::chrono::seconds SUPERVISOR_GRACE{3};
 
+// Goes with the SIGTERM that ends a job because somebody asked for its end, so that a supervisor
+// can tell it from the end of the session, at which its VM is suspended.
+inline constexpr int JOB_REMOVED = 1;
+
 // The log of a VM, in bytes. Its supervisor keeps it below this and drops the older half when it is
 // full; a mebibyte is some ten thousand lines.
 inline constexpr size_t VM_LOG_MAX = size_t(1) << 20;

@@ -61,3 +61,9 @@ int platform_watch_signal(int watch, int signal_number)
     }
     return kill(watched.pid, signal_number);
 }
+
+// A signal carries no number here.
+int platform_watch_queue(int watch, int signal_number, int)
+{
+    return platform_watch_signal(watch, signal_number);
+}

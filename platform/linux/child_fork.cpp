@@ -78,16 +78,19 @@ bool prepare(Plan &plan)
     return true;
 }
 
-// The parent's handlers and blocked signals are its own affair; the program starts with neither.
-void reset_signals()
+// The parent's handlers and blocked signals are its own affair; the program starts with neither,
+// but with those blocked that its launch names.
+void reset_signals(const std::vector<int> &blocked)
 {
     struct sigaction standard = {};
     standard.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; number++)
         sigaction(number, &standard, nullptr);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    sigset_t mask;
+    sigemptyset(&mask);
+    for (const int number : blocked)
+        sigaddset(&mask, number);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
 }
 
 // Inherits a descriptor under its own number.
@@ -155,7 +158,7 @@ void wait_to_go(int fd)
     if ((launch.life == ChildLife::free || bind_to_parent(plan.parent)) &&
         (launch.directory == AT_FDCWD || fchdir(launch.directory) == 0) &&
         place_stdio(plan.stdio) && close_others(plan)) {
-        reset_signals();
+        reset_signals(launch.blocked);
         if (launch.held)
             wait_to_go(plan.wait.get());
         waited = true;

@@ -27,7 +27,7 @@ EventSource make_source(Handler handler, Make make)
 
 using IoHandler = std::function<void(uint32_t)>;
 using PlainHandler = std::function<void()>;
-using SignalHandler = std::function<void(int)>;
+using SignalHandler = std::function<void(int, int)>;
 
 int on_io(sd_event_source *, int, uint32_t events, void *closure)
 {
@@ -49,7 +49,8 @@ int on_defer(sd_event_source *, void *closure)
 
 int on_signal(sd_event_source *, const signalfd_siginfo *info, void *closure)
 {
-    static_cast<Closure<SignalHandler> *>(closure)->handler(int(info->ssi_signo));
+    static_cast<Closure<SignalHandler> *>(closure)->handler(
+        int(info->ssi_signo), info->ssi_code == SI_QUEUE ? int(info->ssi_int) : 0);
     return 0;
 }
 
@@ -77,7 +78,8 @@ EventSource event_defer(sd_event *loop, std::function<void()> run)
     });
 }
 
-EventSource event_signal(sd_event *loop, int number, std::function<void(int)> arrived)
+EventSource event_signal(sd_event *loop, int number,
+                         std::function<void(int number, int value)> arrived)
 {
     return make_source(std::move(arrived), [&](sd_event_source **source, void *closure) {
         return sd_event_add_signal(loop, source, number, on_signal, closure);

@@ -21,5 +21,7 @@ EventSource event_io(sd_event *loop, int fd, uint32_t events, std::function<void
 EventSource event_timer(sd_event *loop, uint64_t milliseconds, std::function<void()> elapsed);
 // Calls `run` once, on the loop's next turn.
 EventSource event_defer(sd_event *loop, std::function<void()> run);
-// Calls `arrived` with the number of a signal, which must be blocked in every thread.
-EventSource event_signal(sd_event *loop, int number, std::function<void(int)> arrived);
+// Calls `arrived` with the number of a signal, which must be blocked in every thread, and the value
+// that was queued with it; 0 as a rule.
+EventSource event_signal(sd_event *loop, int number,
+                         std::function<void(int number, int value)> arrived);

@@ -21,6 +21,7 @@ enum class ExitStatus : int
     space = 7,     // no space on the disk
     service = 8,   // the launch service or a supervisor can't be asked
     cancelled = 9, // by SIGTERM or SIGINT
+    guest = 10,    // the guest did not do as it was asked; the VM runs on
 };
 
 // Ends a command with an exit status and a message for the user.

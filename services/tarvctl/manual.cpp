@@ -89,6 +89,8 @@ constexpr struct
     {ExitStatus::service, "The launch service or a supervisor can't be asked."},
     {ExitStatus::cancelled, "It was cancelled by a signal, or not confirmed. What was begun is "
                             "undone."},
+    {ExitStatus::guest, "The guest did not power off in its time. The VM runs on; stop --force "
+                        "ends it."},
 };
 
 struct Entry

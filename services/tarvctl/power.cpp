@@ -102,7 +102,9 @@ Json ask_running(const VmRef &ref, const char *command, const Json &value, secon
 {
     auto answer = vm_request(ref.id, command, value, patience);
     if (answer && !answer_ok(*answer))
-        throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(*answer));
+        throw Failure(answer->value("error", 0) == ETIMEDOUT ? ExitStatus::guest
+                                                             : ExitStatus::failed,
+                      ref.label() + ": " + answer_message(*answer));
     return answer ? *answer : Json();
 }
 

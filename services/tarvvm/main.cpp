@@ -1,5 +1,6 @@
 // tarvvm: runs one virtual machine and answers for it.
 #include "hostlib/config/config.h"
+#include "services/bounds.h"
 #include "services/tarvvm/core/report.h"
 #include "services/tarvvm/core/supervisor.h"
 
@@ -76,8 +77,12 @@ int run(const Options &options)
         return EX_OSERR;
     const std::unique_ptr<sd_event, LoopFree> loop(made);
     Supervisor supervisor(loop.get(), options.mode);
-    const auto on_signal = [&](int number) {
-        supervisor.stopNow("ended by signal " + std::to_string(number));
+    const auto on_signal = [&](int number, int value) {
+        const std::string why = "signal " + std::to_string(number);
+        if (number == SIGINT || value == JOB_REMOVED)
+            supervisor.stopNow("ended by " + why);
+        else
+            supervisor.endOfSession(why);
     };
     EventSource sources[3];
     int next = 0;

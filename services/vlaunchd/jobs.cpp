@@ -225,7 +225,7 @@ void JobTable::begin_removal(Entry &entry)
     entry.job.state = JobState::removing;
     dprintf(log_fd, "vlaunchd: %s: removing, SIGTERM to pid %d\r\n", entry.job.label.c_str(),
             entry.job.pid);
-    platform_watch_signal(entry.watch.get(), SIGTERM);
+    platform_watch_queue(entry.watch.get(), SIGTERM, JOB_REMOVED);
     platform_watch_signal(entry.watch.get(), SIGCONT); // a stopped one hears it too
     sd_event_source *timer = nullptr;
     const auto wait = std::chrono::duration_cast<std::chrono::microseconds>(m_options.term_wait);

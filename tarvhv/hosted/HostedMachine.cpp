@@ -56,7 +56,7 @@ HostedMachine::~HostedMachine()
 
 void HostedMachine::end()
 {
-    m_child.signal(SIGTERM);
+    m_child.signal(SIGINT); // by force: SIGTERM would suspend it
 }
 
 void HostedMachine::tryScreen()

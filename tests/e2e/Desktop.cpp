@@ -94,7 +94,7 @@ Desktop::~Desktop()
         m_children.back()->waitForFinished(5000);
         m_children.pop_back();
     }
-    endProcesses(u"tarvvm"_s, SIGTERM);
+    endProcesses(u"tarvvm"_s, SIGINT);
     endProcesses(u"vlaunchd"_s, SIGTERM);
     for (const char *program : {"tarv", "tarvctl", "tarvvm", "vlaunchd", "qemu-system-x86_64"})
         endProcesses(QLatin1String(program), SIGKILL);

@@ -98,7 +98,7 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
     EXPECT_EQ(desktop->status(id), u"running"_s);
     const Answer twice = desktop->tarvctl({u"start"_s, id});
     EXPECT_EQ(desktop->processes(u"tarvvm"_s).size(), 1u) << twice.message.toStdString();
-    const Answer stopped = desktop->tarvctl({u"stop"_s, id});
+    const Answer stopped = desktop->tarvctl({u"stop"_s, u"--force"_s, id});
     EXPECT_EQ(stopped.status, 0) << stopped.message.toStdString();
     expectEngineGone(id);
     EXPECT_EQ(desktop->status(id), u"stopped"_s);

@@ -37,6 +37,9 @@ struct ChildLaunch
     std::vector<int> kept = {}; // more descriptors, above 2, that stay open under their own numbers
     ChildLife life = ChildLife::free;
     ChildSignals signals = ChildSignals::inherited;
+    // Signals that the child has blocked; a program of its own mind may unblock them. ENOTSUP for a
+    // free child that keeps no descriptors.
+    std::vector<int> blocked = {};
     bool new_session = false; // a session of its own, without a terminal
     bool held = false;        // it runs no program before go(); ENOTSUP where the system can't
 };

@@ -10,3 +10,5 @@ int platform_watch_process(pid_t pid);
 // Sends a signal to the process behind such a descriptor. 0, or -1 with errno set: ESRCH when it
 // has ended.
 int platform_watch_signal(int watch, int signal_number);
+// The same with a number that the receiver can read, where the system can send one (else without).
+int platform_watch_queue(int watch, int signal_number, int value);

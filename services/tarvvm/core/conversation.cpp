@@ -42,13 +42,22 @@ void Conversation::stop(std::unique_ptr<ServiceRequest> request)
         request->fail(EBUSY, "the VM is being suspended");
         return;
     }
-    keep(&m_stop_waiters, std::move(request));
+    keep(force ? &m_force_waiters : &m_stop_waiters, std::move(request));
     m_orders.stop(force ? StopKind::force : StopKind::ask);
+}
+
+void Conversation::stopLapsed(std::chrono::seconds waited)
+{
+    for (auto &request : std::exchange(m_stop_waiters, {}))
+        request->fail(ETIMEDOUT, "the guest did not power off within " +
+                                     std::to_string(waited.count()) +
+                                     " s; it runs on. Force Stop (stop --force) ends it");
 }
 
 void Conversation::suspend(std::unique_ptr<ServiceRequest> request)
 {
-    if (!m_run.step(RunEvent::suspendAsked)) {
+    // Whoever asked for a stop waits for a guest that powers off.
+    if (m_run.state() == RunState::stopping || !m_run.step(RunEvent::suspendAsked)) {
         refuseBusy(*request);
         return;
     }
@@ -114,8 +123,9 @@ void Conversation::guestRuns()
 void Conversation::end(Outcome outcome, const std::string &message)
 {
     const std::string failure = message.empty() ? "the VM ended" : message;
-    for (auto &request : std::exchange(m_stop_waiters, {}))
-        request->answer(nullptr);
+    for (Requests *waiters : {&m_stop_waiters, &m_force_waiters})
+        for (auto &request : std::exchange(*waiters, {}))
+            request->answer(nullptr);
     for (auto &request : std::exchange(m_suspend_waiters, {}))
         if (outcome == Outcome::suspended)
             request->answer(nullptr);

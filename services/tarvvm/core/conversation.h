@@ -1,13 +1,15 @@
 // What the service socket's commands do, and who waits for which answer.
 //
 // A stop and a suspend are answered when the run has ended, a display when the guest runs: until
-// then the connection is kept.
+// then the connection is kept. A stop that only asks is answered sooner when the guest did not
+// power off in its time; the VM runs on then.
 #pragma once
 
 #include "services/failure.h"
 #include "services/tarvvm/core/run_state.h"
 #include "services/tarvvm/core/service.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -43,6 +45,8 @@ public:
     void guestRuns();
     // The machine goes on, and why it was not suspended.
     void suspendFailed(const ServiceFailure &failure);
+    // The guest did not power off within so many seconds, and runs on.
+    void stopLapsed(std::chrono::seconds waited);
     // The run is over: everybody who still waits is answered. `message`: how it ended.
     enum class Outcome
     {
@@ -63,7 +67,7 @@ private:
 
     Run &m_run;
     Orders m_orders;
-    Requests m_stop_waiters, m_suspend_waiters, m_view_waiters;
+    Requests m_stop_waiters, m_force_waiters, m_suspend_waiters, m_view_waiters;
     // Shared with the order that is under way, which may outlive this.
     const std::shared_ptr<Requests> m_reboot_waiters = std::make_shared<Requests>();
 };

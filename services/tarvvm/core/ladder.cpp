@@ -2,7 +2,6 @@
 
 namespace {
 
-constexpr uint64_t DEFAULT_STOP_WAIT_S = 20;
 constexpr uint64_t TERMINATE_MS = 5000; // QEMU writes out what its disks hold in memory
 constexpr uint64_t SIGNAL_MS = 3000;
 constexpr uint64_t KILL_MS = 1000;
@@ -12,8 +11,6 @@ constexpr uint64_t KILL_MS = 1000;
 Rung ladder_next(Rung rung)
 {
     switch (rung) {
-    case Rung::ask:
-        return Rung::terminate;
     case Rung::terminate:
         return Rung::signal;
     case Rung::leave:
@@ -24,11 +21,9 @@ Rung ladder_next(Rung rung)
     return Rung::kill;
 }
 
-uint64_t ladder_patience_ms(Rung rung, unsigned stop_wait_s)
+uint64_t ladder_patience_ms(Rung rung)
 {
     switch (rung) {
-    case Rung::ask:
-        return (stop_wait_s ? stop_wait_s : DEFAULT_STOP_WAIT_S) * 1000;
     case Rung::terminate:
         return TERMINATE_MS;
     case Rung::signal:
@@ -43,14 +38,12 @@ uint64_t ladder_patience_ms(Rung rung, unsigned stop_wait_s)
 const char *ladder_text(Rung rung)
 {
     switch (rung) {
-    case Rung::ask:
-        return "asking the guest to power off";
     case Rung::leave:
         return "waiting for the engine to end by itself";
     case Rung::terminate:
         return "telling the engine to quit";
     case Rung::signal:
-        return "sending SIGTERM to the engine";
+        return "sending SIGINT to the engine";
     case Rung::kill:
         break;
     }
@@ -60,7 +53,7 @@ const char *ladder_text(Rung rung)
 void Ladder::climbTo(Rung rung)
 {
     if (!m_rung || *m_rung < rung)
-        climb(rung, ladder_patience_ms(rung, m_stop_wait_s));
+        climb(rung, ladder_patience_ms(rung));
 }
 
 void Ladder::leave(uint64_t patience_ms)
@@ -74,7 +67,7 @@ void Ladder::climb(Rung rung, uint64_t patience_ms)
     m_rung = rung;
     m_timer = event_timer(m_loop, patience_ms, [this] {
         const Rung next = ladder_next(*m_rung);
-        climb(next, ladder_patience_ms(next, m_stop_wait_s));
+        climb(next, ladder_patience_ms(next));
     });
     m_act(rung);
 }

@@ -1,11 +1,12 @@
-// How an engine is ended: one rung after the other, each given its time and each in the log.
+// How an engine is ended, by force alone: one rung after the other, each given its time and each in
+// the log. A guest that is asked to power off is not on this ladder: nothing here is ever reached
+// because a guest did not do as it was asked.
 //
-//   rung        what is done                         patience         used by
-//   ask         the guest's power button             "stop_wait"      stop
-//   leave       nothing: it is ending by itself      as given         giving up
-//   terminate   the engine is told to quit           5 s              stop --force, the guest is
-//   off signal      SIGTERM                              3 s kill        SIGKILL, again every
-//   second          1 s
+//   rung        what is done                         patience    used by
+//   leave       nothing: it is ending by itself      as given    giving up
+//   terminate   the engine is told to quit           5 s         stop --force, the guest is off
+//   signal      a signal asks it to quit             3 s
+//   kill        SIGKILL, again every second          1 s
 //
 // After `leave` comes `kill`: an engine that is given up can't be told anything.
 #pragma once
@@ -18,7 +19,6 @@
 
 enum class Rung
 {
-    ask,
     leave,
     terminate,
     signal,
@@ -27,19 +27,15 @@ enum class Rung
 
 // The rung after this one; the last one is repeated.
 Rung ladder_next(Rung rung);
-// How long a rung is given, milliseconds. `stop_wait_s` is the setting "stop_wait"; 0: 20 s. A
-// `leave` has no time of its own.
-uint64_t ladder_patience_ms(Rung rung, unsigned stop_wait_s);
+// How long a rung is given, milliseconds. A `leave` has no time of its own.
+uint64_t ladder_patience_ms(Rung rung);
 const char *ladder_text(Rung rung);
 
 class Ladder
 {
 public:
     // `act` does what a rung says.
-    Ladder(sd_event *loop, unsigned stop_wait_s, std::function<void(Rung)> act)
-        : m_loop(loop), m_stop_wait_s(stop_wait_s), m_act(std::move(act))
-    {
-    }
+    Ladder(sd_event *loop, std::function<void(Rung)> act) : m_loop(loop), m_act(std::move(act)) {}
     // Goes to a rung and on from there. It never goes down: nothing is done when this rung, or a
     // later one, has been reached.
     void climbTo(Rung rung);
@@ -52,7 +48,6 @@ private:
     void climb(Rung rung, uint64_t patience_ms);
 
     sd_event *m_loop;
-    unsigned m_stop_wait_s;
     std::function<void(Rung)> m_act;
     EventSource m_timer;
     std::optional<Rung> m_rung;

@@ -24,10 +24,12 @@ constexpr Transition TRANSITIONS[] = {
     {bit(RunState::starting) | bit(RunState::resuming), RunEvent::machineReady,
      RunState::releasing},
     {bit(RunState::releasing), RunEvent::guestRuns, RunState::running},
-    {RUNNING, RunEvent::roomMissing, RunState::waitingForRoom},
+    {RUNNING | bit(RunState::stopping), RunEvent::roomMissing, RunState::waitingForRoom},
     {bit(RunState::waitingForRoom), RunEvent::roomFound, RunState::running},
-    {RUNNING, RunEvent::suspendAsked, RunState::suspending},
-    {RUNNING, RunEvent::stopAsked, RunState::stopping},
+    {RUNNING | bit(RunState::stopping), RunEvent::suspendAsked, RunState::suspending},
+    {bit(RunState::running) | bit(RunState::stopping), RunEvent::stopAsked, RunState::stopping},
+    {bit(RunState::waitingForRoom), RunEvent::stopAsked, RunState::waitingForRoom},
+    {bit(RunState::stopping), RunEvent::stopLapsed, RunState::running},
     {bit(RunState::suspending), RunEvent::suspendFailed, RunState::running},
     {bit(RunState::suspending), RunEvent::stateSaved, RunState::forcing},
     {ALIVE, RunEvent::forced, RunState::forcing},
@@ -78,9 +80,10 @@ bool Run::step(RunEvent event, const std::string &reason)
     const std::optional<RunState> next = run_state_next(m_state, event);
     if (!next)
         return false;
+    const bool stays = m_state == *next && reason.empty();
     m_state = *next;
     // The reason of giving up is what is said when the engine has ended.
-    if (m_state != RunState::ended)
+    if (m_state != RunState::ended && !stays)
         m_reason = reason;
     if ((bit(m_state) & ALIVE) != 0)
         m_reached = m_state;

@@ -8,9 +8,13 @@
 //   running         roomMissing     waitingForRoom  QEMU paused it: a disk of the host is full
 //   waitingForRoom  roomMissing     waitingForRoom
 //   waitingForRoom  roomFound       running
-//   running, waitingForRoom
-//                   suspendAsked    suspending
+//   running, waitingForRoom, stopping
+//                   suspendAsked    suspending      of a stopping one, at the end of the session
+//   running, stopping
 //                   stopAsked       stopping        the guest was asked to power off
+//   waitingForRoom  stopAsked       waitingForRoom  it hears of it once it goes on
+//   stopping        stopLapsed      running         it did not, and runs on
+//   stopping        roomMissing     waitingForRoom  it needs room to power off
 //   suspending      suspendFailed   running
 //   suspending      stateSaved      forcing         the state is safe, the engine is to go
 //   any up to stopping
@@ -47,6 +51,7 @@ enum class RunEvent
     suspendFailed,
     stateSaved,
     stopAsked,
+    stopLapsed,
     forced,
     givenUp,
     engineEnded

@@ -1,6 +1,6 @@
 // The supervisor's steps through the table of states: to a running guest, into a saved state, to an
 // end. Each begins with the transition that allows it.
-#include "hostlib/config/config.h"
+#include "services/settings.h"
 #include "services/tarvvm/core/supervisor.h"
 
 #include <csignal>
@@ -13,12 +13,8 @@ constexpr uint64_t START_PATIENCE_MS = 60000;
 // What went wrong may be the beginning of the engine's end, which then says more.
 constexpr uint64_t KILL_GRACE_MS = 200;
 constexpr uint64_t END_PATIENCE_MS = 2000; // of an engine that closed its monitor
-
-unsigned stop_wait_setting()
-{
-    const int64_t seconds = config_find("stop_wait") ? config_get_long("stop_wait") : 0;
-    return seconds > 0 && seconds <= 3600 ? unsigned(seconds) : 0;
-}
+// The end of a session leaves 90 s by systemd's default, of which the ladder may take 9.
+constexpr uint64_t SESSION_MS = 75000;
 
 } // namespace
 
@@ -53,8 +49,7 @@ ServiceFailure Supervisor::startEngine()
         return failure;
     m_engine = std::move(engine);
     const std::string &images = m_vm.host.images_dir;
-    m_ladder =
-        std::make_unique<Ladder>(m_loop, stop_wait_setting(), [this](Rung rung) { act(rung); });
+    m_ladder = std::make_unique<Ladder>(m_loop, [this](Rung rung) { act(rung); });
     m_room = std::make_unique<RoomWait>(m_loop, m_run, m_engine->qmp(), m_log);
     m_saved_state = std::make_unique<SavedState>(m_loop, *m_worker, m_record, m_log,
                                                  m_vm.machine.state_file, images);
@@ -190,6 +185,8 @@ void Supervisor::onSuspension(const ServiceFailure &failure)
     } else if (!m_engine->qmp().isClosed() && m_run.step(RunEvent::suspendFailed)) {
         m_engine->qmp().execute("cont");
         m_conversation->suspendFailed(failure);
+        if (m_session_deadline)
+            stop(StopKind::ask); // what else the guest can do in the time that is left
     }
 }
 
@@ -197,16 +194,60 @@ void Supervisor::onSuspension(const ServiceFailure &failure)
 
 void Supervisor::stop(StopKind kind)
 {
-    if (kind == StopKind::ask && m_run.step(RunEvent::stopAsked))
-        m_ladder->climbTo(Rung::ask);
-    else if (kind == StopKind::force || !run_state_is_up(m_run.state()))
-        force(); // a guest that does not run yet can't be asked
+    // A guest that does not run yet can't be asked, and has nothing to lose.
+    if (kind == StopKind::force || !run_state_is_up(m_run.state()))
+        force();
+    else if (m_run.step(RunEvent::stopAsked))
+        askToPowerOff();
+}
+
+// It is never ended for not doing so: what it has not saved would be lost, and whoever asked can
+// still say that it is to be forced.
+void Supervisor::askToPowerOff()
+{
+    m_log.line("asking the guest to power off");
+    m_engine->qmp().execute("system_powerdown");
+    if (m_stop_deadline)
+        return; // whoever asked first is not to wait longer because others ask
+    const std::chrono::seconds wait = stop_wait_setting();
+    const uint64_t wait_ms = uint64_t(std::chrono::milliseconds(wait).count());
+    m_stop_deadline = event_timer(m_loop, wait_ms, [this, wait] { stopLapsed(wait); });
+}
+
+void Supervisor::stopLapsed(std::chrono::seconds waited)
+{
+    m_stop_deadline.reset();
+    if (m_run.state() > RunState::stopping)
+        return; // it is on its way out
+    m_run.step(RunEvent::stopLapsed);
+    m_log.line("the guest did not power off and runs on");
+    m_conversation->stopLapsed(waited);
 }
 
 void Supervisor::stopNow(const std::string &why)
 {
     m_log.line(why);
     force();
+}
+
+void Supervisor::endOfSession(const std::string &why)
+{
+    const std::string what = text_setting("at_logout", "suspend");
+    m_log.line("the session ends (" + why + "), at_logout: " + what);
+    if (what == "force" || !run_state_is_up(m_run.state())) {
+        force(); // a guest that does not run yet has its saved state, or has done nothing
+        return;
+    }
+    if (m_session_deadline)
+        return;
+    m_session_deadline = event_timer(m_loop, SESSION_MS, [this] {
+        m_log.line("the session's time is up");
+        force();
+    });
+    if (what == "stop")
+        stop(StopKind::ask);
+    else if (m_run.step(RunEvent::suspendAsked))
+        suspend();
 }
 
 void Supervisor::force()
@@ -235,17 +276,13 @@ void Supervisor::act(Rung rung)
 {
     m_log.line(std::string("stopping: ") + ladder_text(rung));
     switch (rung) {
-    case Rung::ask:
-        m_engine->qmp().execute("system_powerdown");
-        break;
     case Rung::leave:
         break;
     case Rung::terminate:
-        m_run.step(RunEvent::forced); // the guest was asked and did not do it
         m_engine->qmp().execute("quit");
         break;
     case Rung::signal:
-        m_engine->process().signal(SIGTERM);
+        m_engine->process().signal(SIGINT); // which QEMU takes as SIGTERM, and has not blocked
         break;
     case Rung::kill:
         m_engine->process().signal(SIGKILL);

@@ -22,6 +22,7 @@
 #include "services/tarvvm/core/usage.h"
 #include "services/tarvvm/machine/vm_log.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -46,6 +47,9 @@ public:
     bool begin(const std::string &id);
     // Ends the VM by force, as a signal asks.
     void stopNow(const std::string &why);
+    // The session ends (log-out, shutdown): what the setting "at_logout" says becomes of the guest,
+    // within the time that a session's end leaves.
+    void endOfSession(const std::string &why);
     // Takes everything down: viewers, socket, waiting requests; then tells the session's bus.
     // `report` is called when a new supervisor could bind the socket, before anybody is answered.
     // False when a call is stuck in a lock that a stranger holds: the process is to end at once,
@@ -76,6 +80,8 @@ private:
     void suspend();
     void onSuspension(const ServiceFailure &failure);
     void stop(StopKind kind);
+    void askToPowerOff();
+    void stopLapsed(std::chrono::seconds waited);
     void force();
     void giveUp(const std::string &message, uint64_t patience_ms);
     void act(Rung rung);
@@ -101,6 +107,6 @@ private:
     std::unique_ptr<Worker> m_worker, m_bus_worker;
     std::unique_ptr<SavedState> m_saved_state;
     std::unique_ptr<Suspension> m_suspension;
-    EventSource m_start_deadline, m_record_deadline;
+    EventSource m_start_deadline, m_stop_deadline, m_record_deadline, m_session_deadline;
     std::optional<EngineEnd> m_engine_end; // while a state or its mark is on its way to the disk
 };

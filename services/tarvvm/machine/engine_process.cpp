@@ -78,7 +78,10 @@ std::unique_ptr<EngineProcess> EngineProcess::start(sd_event *loop, const Launch
                      .err = words_end.get(),
                      .kept = {channels->engine_monitor.get(), channels->engine_console.get(),
                               channels->engine_agent.get()},
-                     .life = ChildLife::bound};
+                     .life = ChildLife::bound,
+                     // At the end of a session every process of it gets these. QEMU would end its
+                     // guest at once, unasked, while the supervisor is still suspending it.
+                     .blocked = {SIGTERM, SIGHUP}};
     plan.arguments.insert(plan.arguments.begin(), launch.program);
     if (self->m_child.start(plan) != 0)
         return nullptr;

@@ -1,5 +1,7 @@
 #include "services/tarvvm/machine/migration.h"
 
+#include <fcntl.h>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -21,7 +23,9 @@ void Migration::save(int file, Done done)
 
 void Migration::load(int file, Done done)
 {
+    m_file.reset(fcntl(file, F_DUPFD_CLOEXEC, 0));
     begin("migrate-incoming", file, std::move(done));
+    watchSilence();
 }
 
 void Migration::begin(const char *command, int file, Done done)
@@ -53,8 +57,23 @@ void Migration::poll()
     });
 }
 
+// QEMU may read the whole state without looking at its monitor once. But the descriptor that it was
+// given shares its offset with this one, which tells how far it is.
+void Migration::watchSilence()
+{
+    m_heard = false;
+    m_offset = lseek(m_file.get(), 0, SEEK_CUR);
+    m_silence = event_timer(m_loop, m_silence_ms, [this] {
+        if (m_heard || lseek(m_file.get(), 0, SEEK_CUR) != m_offset)
+            watchSilence();
+        else
+            finish("QEMU has fallen silent while it reads the state");
+    });
+}
+
 void Migration::judge(const json *result, const std::string &error)
 {
+    m_heard = true;
     const std::string status = json_find_str(result, "status", "");
     const int64_t total = json_find_int64(result, "ram.total", 0);
     if (m_progress && total > 0)
@@ -72,12 +91,15 @@ void Migration::judge(const json *result, const std::string &error)
 void Migration::cancel()
 {
     m_poll.reset();
+    m_silence.reset();
     m_done = nullptr;
 }
 
 void Migration::finish(const std::string &error)
 {
     m_poll.reset();
+    m_silence.reset();
+    m_file.reset();
     m_progress.reset();
     if (const Done done = std::exchange(m_done, nullptr))
         done({0, error});

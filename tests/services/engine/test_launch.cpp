@@ -97,21 +97,24 @@ TEST(Launch, describesTheSmallestMachineWhole)
 {
     const Machine pinned = parse("machine: pc-q35-7.2\n").machine;
     EXPECT_NE(engine_launch_line(engine_launch(pinned, host(), LaunchOptions()))
-                  .find(" -machine pc-q35-7.2 "),
+                  .find(" -machine pc-q35-7.2,dump-guest-core=off "),
               std::string::npos);
     const Parsed parsed = parse("name: One\nram: {size: 67108864}\n");
     const Launch launch = engine_launch(parsed.machine, host(), LaunchOptions());
-    EXPECT_EQ(engine_launch_line(launch),
-              "/bin/qemu -name guest=One -uuid " + std::string(ID) +
-                  " -no-user-config -nodefaults -machine q35 -accel tcg,tb-size=64 -cpu max"
-                  " -smp 1 -m size=67108864B -S"
-                  " -chardev socket,id=monitor,fd=3 -mon chardev=monitor,mode=control"
-                  " -chardev socket,id=console,fd=4 -serial chardev:console"
-                  " -display dbus,p2p=yes"
-                  " -device virtio-vga,max_outputs=1,xres=1280,yres=800"
-                  " -device qemu-xhci,id=usb -device usb-tablet,bus=usb.0"
-                  " -device ide-cd,bus=ide.0" +
-                  agent(5));
+    EXPECT_EQ(
+        engine_launch_line(launch),
+        "/bin/qemu -name guest=One -uuid " + std::string(ID) +
+            " -no-user-config -nodefaults -machine q35,dump-guest-core=off -accel "
+            "tcg,tb-size=64 -cpu max"
+            " -smp 1 -m size=67108864B -S"
+            " -sandbox on,obsolete=deny,elevateprivileges=deny,spawn=deny,resourcecontrol=deny"
+            " -chardev socket,id=monitor,fd=3 -mon chardev=monitor,mode=control"
+            " -chardev socket,id=console,fd=4 -serial chardev:console"
+            " -display dbus,p2p=yes"
+            " -device virtio-vga,max_outputs=1,xres=1280,yres=800"
+            " -device qemu-xhci,id=usb -device usb-tablet,bus=usb.0"
+            " -device ide-cd,bus=ide.0" +
+            agent(5));
     EXPECT_EQ(launch.environment, host().environment);
 }
 
@@ -139,7 +142,8 @@ TEST(Launch, describesAFullMachineWholeWhateverElseItsRecordSays)
         engine_launch(parsed.machine, facts, {StartMode::recovery, 7, 8, 9, /*incoming=*/true});
     EXPECT_EQ(engine_launch_line(launch),
               "/bin/qemu -name 'guest=A,, b' -uuid " + std::string(ID) +
-                  " -no-user-config -nodefaults -machine q35 -accel kvm -cpu host -smp 4"
+                  " -no-user-config -nodefaults -machine q35,dump-guest-core=off -accel kvm -cpu "
+                  "host -smp 4"
                   " -m size=67108864B -S -incoming defer -boot menu=on,splash-time=5000"
                   " -chardev socket,id=monitor,fd=7 -mon chardev=monitor,mode=control"
                   " -chardev socket,id=console,fd=8 -serial chardev:console"

@@ -121,6 +121,17 @@ TEST_F(ConversationTest, keepsNoMoreThanSoManyOfAKindAndOrdersOneReboot)
     m_rebooted({}); // nobody waits for it any more
 }
 
+TEST_F(ConversationTest, guestThatDoesNotPowerOffRunsOn)
+{
+    run();
+    const UniqueFd asked = ask("stop\r\n"), forced = ask("stop\r\n{\"force\":true}");
+    m_conversation->stopLapsed(std::chrono::seconds(20));
+    EXPECT_THAT(answer(asked), HasSubstr("\"error\":" + std::to_string(ETIMEDOUT)));
+    EXPECT_EQ(answer(forced), "") << "who forces it waits for its end";
+    m_conversation->end(Conversation::Outcome::ended, "");
+    EXPECT_THAT(answer(forced), HasSubstr("OK"));
+}
+
 TEST_F(ConversationTest, tellsWhoSuspendedHowItEnded)
 {
     const struct

@@ -1,10 +1,12 @@
 // The supervisor with a real QEMU: screens, keys, the ends of either, suspending, bad input.
+#include "services/bounds.h"
 #include "tests/guest/guests.h"
 #include "tests/services/tarvvm/live_vm.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <sysexits.h>
@@ -62,21 +64,63 @@ TEST(Live, rudeViewerLosesItsConnectionAndNobodyElse)
     EXPECT_EQ(vm.ask("reboot\r\n").status(), "OK");
 }
 
-TEST(Live, stopAsksFirstAndForcesThen)
+TEST(Live, stopAsksAndOnlyForceEnds)
 {
     LiveVm vm("bars"); // its guest never hears the power button
+    vm.home().set("stop_wait", "1");
     ASSERT_TRUE(vm.startAndRun());
-    EXPECT_EQ(vm.ask("stop\r\n").status(), "OK");
-    EXPECT_EQ(vm.wait(), 0);
+    const LiveAnswer asked = vm.ask("stop\r\n");
+    EXPECT_EQ(
+        asked.message(),
+        "the guest did not power off within 1 s; it runs on. Force Stop (stop --force) ends it");
+    EXPECT_EQ(json_find_int64(asked.tree.get(), "error", 0), ETIMEDOUT);
+    EXPECT_EQ(vm.state(), "running");
     EXPECT_THAT(vm.log(), HasSubstr("asking the guest to power off"));
+    EXPECT_EQ(vm.log().find("stopping: "), std::string::npos) << "no rung is for who only asks";
+    EXPECT_EQ(vm.ask("stop\r\n{\"force\":true}").status(), "OK");
+    EXPECT_EQ(vm.wait(), 0);
     EXPECT_THAT(vm.log(), HasSubstr("telling the engine to quit"));
     ASSERT_TRUE(vm.startAndRun());
     // An engine that hears nothing any more is killed in the end.
     const pid_t engine = pid_t(vm.status("engine_pid"));
     kill(engine, SIGSTOP);
-    kill(vm.pid(), SIGTERM);
+    kill(vm.pid(), SIGINT);
     EXPECT_EQ(vm.wait(), 0);
     EXPECT_THAT(vm.log(), HasSubstr("killing the engine"));
+}
+
+// A session that ends sends SIGTERM to all its processes, to QEMU too.
+TEST(Live, endOfTheSessionSuspendsUnlessTheSettingSaysOtherwise)
+{
+    for (const char *setting : {"", "force"}) {
+        SCOPED_TRACE(setting);
+        LiveVm vm("bars");
+        if (*setting)
+            vm.home().set("at_logout", setting);
+        ASSERT_TRUE(vm.startAndRun());
+        kill(pid_t(vm.status("engine_pid")), SIGTERM);
+        kill(vm.pid(), SIGTERM);
+        EXPECT_EQ(vm.wait(), 0);
+        EXPECT_EQ(vm.config().find("state_file: ") != std::string::npos, !*setting);
+    }
+    // A job that is removed ends: nobody asked for a saved state.
+    LiveVm vm("bars");
+    ASSERT_TRUE(vm.startAndRun());
+    sigval removed = {};
+    removed.sival_int = JOB_REMOVED;
+    sigqueue(vm.pid(), SIGTERM, removed);
+    EXPECT_EQ(vm.wait(), 0);
+    EXPECT_EQ(vm.config().find("state_file: "), std::string::npos);
+}
+
+TEST(Live, engineHasNoRightsToSpare)
+{
+    LiveVm vm("bars");
+    ASSERT_TRUE(vm.startAndRun());
+    const std::string status =
+        file_text("/proc/" + std::to_string(vm.status("engine_pid")) + "/status");
+    EXPECT_THAT(status, HasSubstr("Seccomp:\t2"));
+    EXPECT_THAT(status, HasSubstr("NoNewPrivs:\t1"));
 }
 
 TEST(Live, suspendedGuestGoesOnWhereItWas)

@@ -22,17 +22,19 @@ TEST(RunState, allowsWhatIsInTheTableAndNothingElse)
     constexpr RunState no = RunState(-1);
     // Events from loadBegun to engineEnded.
     const std::array<RunState, EVENTS> table[] = {
-        {resuming, releasing, no, no, no, no, no, no, no, forcing, givingUp, ended},
-        {no, releasing, no, no, no, no, no, no, no, forcing, givingUp, ended},
-        {no, no, running, no, no, no, no, no, no, forcing, givingUp, ended},
-        {no, no, no, waitingForRoom, no, suspending, no, no, stopping, forcing, givingUp, ended},
-        {no, no, no, waitingForRoom, running, suspending, no, no, stopping, forcing, givingUp,
+        {resuming, releasing, no, no, no, no, no, no, no, no, forcing, givingUp, ended},
+        {no, releasing, no, no, no, no, no, no, no, no, forcing, givingUp, ended},
+        {no, no, running, no, no, no, no, no, no, no, forcing, givingUp, ended},
+        {no, no, no, waitingForRoom, no, suspending, no, no, stopping, no, forcing, givingUp,
          ended},
-        {no, no, no, no, no, no, running, forcing, no, forcing, givingUp, ended},
-        {no, no, no, no, no, no, no, no, no, forcing, givingUp, ended},
-        {no, no, no, no, no, no, no, no, no, no, no, ended},
-        {no, no, no, no, no, no, no, no, no, no, no, ended},
-        {no, no, no, no, no, no, no, no, no, no, no, no}};
+        {no, no, no, waitingForRoom, running, suspending, no, no, waitingForRoom, no, forcing,
+         givingUp, ended},
+        {no, no, no, no, no, no, running, forcing, no, no, forcing, givingUp, ended},
+        {no, no, no, waitingForRoom, no, suspending, no, no, stopping, running, forcing, givingUp,
+         ended},
+        {no, no, no, no, no, no, no, no, no, no, no, no, ended},
+        {no, no, no, no, no, no, no, no, no, no, no, no, ended},
+        {no, no, no, no, no, no, no, no, no, no, no, no, no}};
     for (int state = int(starting); state <= int(ended); state++)
         for (int event = 0; event < EVENTS; event++)
             EXPECT_EQ(run_state_next(RunState(state), RunEvent(event)).value_or(no),
@@ -50,6 +52,8 @@ TEST(RunState, keepsItsReasonAndWhatWasReached)
     EXPECT_FALSE(run.step(RunEvent::suspendFailed, "never begun"));
     EXPECT_EQ(run.state(), RunState::waitingForRoom) << "a refused event changes nothing";
     EXPECT_EQ(run.reason(), "disk0 is full");
+    ASSERT_TRUE(run.step(RunEvent::stopAsked));
+    EXPECT_EQ(run.reason(), "disk0 is full") << "it still waits";
     ASSERT_TRUE(run.step(RunEvent::roomFound));
     EXPECT_EQ(run.reason(), "");
     ASSERT_TRUE(run.step(RunEvent::givenUp, "QEMU closed its monitor"));
@@ -61,20 +65,22 @@ TEST(RunState, keepsItsReasonAndWhatWasReached)
 class LadderTest : public LoopTest
 {
 protected:
-    LadderTest() : m_ladder(m_loop, 1, [this](Rung rung) { m_rungs.push_back(rung); }) {}
+    LadderTest() : m_ladder(m_loop, [this](Rung rung) { m_rungs.push_back(rung); }) {}
     std::vector<Rung> m_rungs;
     Ladder m_ladder;
 };
 
 TEST_F(LadderTest, climbsAndNeverGoesDown)
 {
-    m_ladder.climbTo(Rung::ask);
-    m_ladder.climbTo(Rung::ask);
     m_ladder.climbTo(Rung::terminate);
-    m_ladder.climbTo(Rung::ask);
+    m_ladder.climbTo(Rung::terminate);
+    m_ladder.climbTo(Rung::signal);
+    m_ladder.climbTo(Rung::terminate);
     m_ladder.leave(1);
-    EXPECT_THAT(m_rungs, ElementsAre(Rung::ask, Rung::terminate));
-    EXPECT_EQ(m_ladder.reached(), Rung::terminate);
+    EXPECT_THAT(m_rungs, ElementsAre(Rung::terminate, Rung::signal));
+    EXPECT_EQ(m_ladder.reached(), Rung::signal);
+    EXPECT_EQ(ladder_next(Rung::terminate), Rung::signal);
+    EXPECT_EQ(ladder_next(Rung::signal), Rung::kill);
 }
 
 TEST_F(LadderTest, killsWhatDoesNotLeave)
@@ -84,15 +90,6 @@ TEST_F(LadderTest, killsWhatDoesNotLeave)
     while (m_rungs.size() < 3 && std::chrono::steady_clock::now() < deadline)
         sd_event_run(m_loop, 100'000);
     EXPECT_THAT(m_rungs, ElementsAre(Rung::leave, Rung::kill, Rung::kill));
-}
-
-TEST_F(LadderTest, waitsForTheGuestAsLongAsItIsToldTo)
-{
-    EXPECT_EQ(ladder_patience_ms(Rung::ask, 0), 20000u);
-    EXPECT_EQ(ladder_patience_ms(Rung::ask, 3), 3000u);
-    EXPECT_EQ(ladder_next(Rung::ask), Rung::terminate);
-    EXPECT_EQ(ladder_next(Rung::terminate), Rung::signal);
-    EXPECT_EQ(ladder_next(Rung::signal), Rung::kill);
 }
 
 TEST(Verdict, saysWhyTheEngineEndedUnlessThatWasAsked)
