@@ -3,6 +3,8 @@
 #include <csignal>
 #include <utility>
 
+#include <sys/inotify.h>
+
 namespace {
 
 template <typename Handler>
@@ -41,6 +43,12 @@ int on_timer(sd_event_source *, uint64_t, void *closure)
     return 0;
 }
 
+int on_file(sd_event_source *, const inotify_event *, void *closure)
+{
+    static_cast<Closure<PlainHandler> *>(closure)->handler();
+    return 0;
+}
+
 int on_defer(sd_event_source *, void *closure)
 {
     static_cast<Closure<PlainHandler> *>(closure)->handler();
@@ -68,6 +76,14 @@ EventSource event_timer(sd_event *loop, uint64_t milliseconds, std::function<voi
     return make_source(std::move(elapsed), [&](sd_event_source **source, void *closure) {
         return sd_event_add_time_relative(loop, source, CLOCK_MONOTONIC, milliseconds * 1000, 1000,
                                           on_timer, closure);
+    });
+}
+
+EventSource event_file(sd_event *loop, const std::string &path, std::function<void()> changed)
+{
+    return make_source(std::move(changed), [&](sd_event_source **source, void *closure) {
+        return sd_event_add_inotify(loop, source, path.c_str(),
+                                    IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF, on_file, closure);
     });
 }
 

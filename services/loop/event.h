@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include <systemd/sd-event.h>
 
@@ -19,6 +20,9 @@ using EventSource = std::unique_ptr<sd_event_source, EventSourceFree>;
 EventSource event_io(sd_event *loop, int fd, uint32_t events, std::function<void(uint32_t)> ready);
 // Calls `elapsed` once, so many milliseconds from now.
 EventSource event_timer(sd_event *loop, uint64_t milliseconds, std::function<void()> elapsed);
+// Calls `changed` whenever something happens to the file of this name itself: it is removed,
+// renamed or gets other attributes. Null with errno set where it can't be watched.
+EventSource event_file(sd_event *loop, const std::string &path, std::function<void()> changed);
 // Calls `run` once, on the loop's next turn.
 EventSource event_defer(sd_event *loop, std::function<void()> run);
 // Calls `arrived` with the number of a signal, which must be blocked in every thread, and the value

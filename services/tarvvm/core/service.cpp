@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint64_t REQUEST_PATIENCE_MS = 10000;
 constexpr uint64_t PAUSE_MS = 200; // a descriptor may be free by then
+constexpr uint64_t REMAKE_MS = 2000;
 
 bool is_out_of_descriptors(int error)
 {
@@ -64,9 +65,62 @@ std::unique_ptr<Service> Service::listen(sd_event *loop, const std::string &path
 Service::~Service()
 {
     // Whoever removes the job may have removed the file too, and a new supervisor made its own.
-    struct stat status;
-    if (!m_path.empty() && lstat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode)
+    if (fileIsOurs())
         unlink(m_path.c_str());
+}
+
+bool Service::fileIsOurs() const
+{
+    struct stat status;
+    return !m_path.empty() && lstat(m_path.c_str(), &status) == 0 && status.st_ino == m_inode;
+}
+
+void Service::guard(Worker &worker)
+{
+    m_worker = &worker;
+    watchFile();
+}
+
+void Service::watchFile()
+{
+    m_file_watch = event_file(m_loop, m_path, [this] {
+        if (!fileIsOurs())
+            remake();
+    });
+    // It may have gone before it was watched.
+    if (!m_file_watch || !fileIsOurs())
+        remake();
+}
+
+// Where another process serves the path by now, nothing is taken from it. This object may be gone
+// when the worker is done.
+void Service::remake()
+{
+    const bool taken = m_worker->run(
+        [path = m_path] { return std::make_shared<UniqueFd>(cli2_listen(path.c_str())); },
+        [this, alive = std::weak_ptr<int>(m_alive),
+         path = m_path](const std::shared_ptr<UniqueFd> &listener) {
+            if (!alive.expired())
+                adopt(std::move(*listener));
+            else if (*listener)
+                unlink(path.c_str());
+        });
+    if (!taken)
+        adopt(UniqueFd());
+}
+
+void Service::adopt(UniqueFd listener)
+{
+    struct stat status;
+    if (!listener || lstat(m_path.c_str(), &status) != 0) {
+        if (!m_file_watch || !fileIsOurs())
+            m_retry = event_timer(m_loop, REMAKE_MS, [this] { remake(); });
+        return;
+    }
+    m_inode = status.st_ino;
+    m_source = event_io(m_loop, listener.get(), EPOLLIN, [this](uint32_t) { accept(); });
+    m_listener = std::move(listener);
+    watchFile();
 }
 
 void Service::accept()

@@ -4,6 +4,7 @@
 
 #include "services/engine/trees.h"
 #include "services/loop/event.h"
+#include "services/loop/worker.h"
 
 #include "platform/unique_fd.h"
 #include "tarvhv/cli2.h"
@@ -53,6 +54,9 @@ public:
     // Binds the socket. Null with errno set: EADDRINUSE when a live process has it.
     static std::unique_ptr<Service> listen(sd_event *loop, const std::string &path,
                                            Handler handler);
+    // Sees to it that the socket's file stays: /tmp is cleaned by many hands, and a VM without it
+    // looks stopped to everybody. It is made again on the worker, since that takes a lock.
+    void guard(Worker &worker);
     ~Service(); // removes the socket file, unless it is another's by now
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
@@ -69,6 +73,10 @@ private:
     Service() = default;
     void accept();
     UniqueFd acceptOne();
+    void watchFile();
+    bool fileIsOurs() const;
+    void remake();
+    void adopt(UniqueFd listener);
     void pause();
     void resume();
     void receive(Connections::iterator connection);
@@ -78,7 +86,9 @@ private:
     std::string m_path;
     UniqueFd m_listener;
     ino_t m_inode = 0;
-    EventSource m_source, m_pause;
+    EventSource m_source, m_pause, m_file_watch, m_retry;
+    Worker *m_worker = nullptr;                             // while the file is guarded
+    std::shared_ptr<int> m_alive = std::make_shared<int>(); // goes with this object
     Handler m_handler;
     Connections m_connections; // the oldest first
 };

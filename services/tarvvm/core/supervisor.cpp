@@ -73,6 +73,8 @@ bool Supervisor::startWorkers()
 {
     m_worker = Worker::start(m_loop);
     m_bus_worker = m_worker ? Worker::start(m_loop) : nullptr;
+    if (m_bus_worker)
+        m_service->guard(*m_bus_worker);
     return m_bus_worker ? true : fail(EX_OSERR, std::string("a thread: ") + std::strerror(errno));
 }
 

@@ -113,6 +113,19 @@ TEST(Live, endOfTheSessionSuspendsUnlessTheSettingSaysOtherwise)
     EXPECT_EQ(vm.config().find("state_file: "), std::string::npos);
 }
 
+TEST(Live, socketThatIsRemovedIsMadeAgain)
+{
+    LiveVm vm("bars");
+    ASSERT_TRUE(vm.startAndRun());
+    for (int round = 0; round < 3; round++) {
+        std::filesystem::remove(vm_socket(vm.id()));
+        EXPECT_TRUE(wait_for([&] { return vm.state() == "running"; }));
+    }
+    EXPECT_EQ(vm.ask("stop\r\n{\"force\":true}").status(), "OK");
+    EXPECT_EQ(vm.wait(), 0);
+    EXPECT_FALSE(vm.socketExists());
+}
+
 TEST(Live, engineHasNoRightsToSpare)
 {
     LiveVm vm("bars");
