@@ -57,13 +57,13 @@ void Engine::connectScreens()
         m_loop, m_machine, *m_pasteboard, [this](const std::string &line) { m_log.line(line); });
     const auto begin =
         m_begin == Begin::saved ? DisplayServer::Begin::saved : DisplayServer::Begin::configured;
-    m_displays->start(*m_qmp, begin, [this](const std::string &error) { onScreens(error); });
+    m_displays->start(*m_qmp, begin, [this](const ServiceFailure &failure) { onScreens(failure); });
 }
 
-void Engine::onScreens(const std::string &error)
+void Engine::onScreens(const ServiceFailure &failure)
 {
-    if (!error.empty()) {
-        m_handlers.failed("the engine's display: " + error);
+    if (failure) {
+        m_handlers.failed("the engine's display: " + failure.text);
         return;
     }
     unplugCables();

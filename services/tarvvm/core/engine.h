@@ -58,7 +58,7 @@ public:
 private:
     Qmp::Handlers monitorHandlers();
     void connectScreens();
-    void onScreens(const std::string &error);
+    void onScreens(const ServiceFailure &failure);
     void unplugCables();
 
     sd_event *m_loop;

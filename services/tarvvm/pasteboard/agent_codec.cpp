@@ -142,11 +142,10 @@ void AgentEncoder::add(agent_type type, const std::string &head, Contents conten
     m_messages.push_back({type, start + head, std::move(contents)});
 }
 
-void AgentEncoder::addInstead(agent_type type, const std::string &head)
+size_t AgentEncoder::drop(agent_type type)
 {
-    std::erase_if(m_messages,
-                  [&](const Message &each) { return each.type == type && each.done == 0; });
-    add(type, head);
+    return std::erase_if(m_messages,
+                         [&](const Message &each) { return each.type == type && each.done == 0; });
 }
 
 bool AgentEncoder::next(std::string *bytes)

@@ -96,8 +96,8 @@ public:
 
     // Queues a message whose body is `head` and then the contents, if any.
     void add(agent_type type, const std::string &head, Contents contents = nullptr);
-    // The same for one that makes others of its type void, as far as nothing of them is out.
-    void addInstead(agent_type type, const std::string &head);
+    // Takes messages of a type back of which nothing is out yet. How many.
+    size_t drop(agent_type type);
     // Appends the bytes of the next chunk. False when there is none.
     bool next(std::string *bytes);
     size_t waiting() const { return m_messages.size(); }

@@ -45,8 +45,12 @@ void AgentLink::grab(uint32_t kinds)
     for (const agent_kind kind : {AGENT_TEXT, AGENT_PNG})
         if (kinds & 1u << kind)
             body += agent_number(kind);
-    // Viewers may copy faster than the guest reads: only the last that it was offered counts.
-    m_encoder.addInstead(AGENT_GRAB, body);
+    // Viewers may copy faster than the guest reads. Only the last offer counts, and answers from
+    // what was offered before are empty, so that no more than two contents are held for the guest.
+    m_encoder.drop(AGENT_GRAB);
+    for (size_t left = m_encoder.drop(AGENT_CLIPBOARD); left > 0; left--)
+        answer(AGENT_NONE, nullptr);
+    m_encoder.add(AGENT_GRAB, body);
 }
 
 void AgentLink::request(agent_kind kind, size_t contents_max)

@@ -29,7 +29,7 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
     m_begin = begin;
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-        done(std::strerror(errno));
+        done(ServiceFailure::of("a socket for it"));
         return;
     }
     UniqueFd ours(ends[0]);
@@ -47,7 +47,7 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
     };
     m_bus = DisplayBus::open(m_loop, std::move(ours), std::move(handlers));
     if (!m_bus) {
-        done(std::strerror(errno));
+        done(ServiceFailure::of("its connection"));
         return;
     }
     JsonTree name(json_mkobject());
@@ -59,15 +59,15 @@ void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
     qmp.execute("add_client", std::move(client),
                 [this, done](const json *result, const std::string &error) {
                     if (!result) {
-                        done(error);
+                        done({EIO, error});
                         return;
                     }
                     m_bus->listConsoles([this, done](const std::vector<Console> &consoles,
                                                      const ServiceFailure &failure) {
-                        if (!failure)
-                            takeConsoles(consoles, done);
+                        if (failure)
+                            done(failure);
                         else
-                            done(failure.text);
+                            takeConsoles(consoles, done);
                     });
                 });
 }
@@ -92,7 +92,7 @@ void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Don
             Screen::create(m_loop, *m_bus, consoles[number], m_machine.displays[number].hdpi,
                            m_pasteboard, m_desktop.get(), m_gate, m_log);
         if (!screen) {
-            done(std::strerror(errno));
+            done(ServiceFailure::of("memory for screen " + std::to_string(number)));
             return;
         }
         m_screens.push_back(std::move(screen));
@@ -100,7 +100,7 @@ void DisplayServer::takeConsoles(const std::vector<Console> &consoles, const Don
         if (number > 0 && m_begin == Begin::configured)
             plugIn(number);
     }
-    done(m_screens.empty() ? "QEMU has no screen" : "");
+    done(m_screens.empty() ? ServiceFailure{ENODEV, "QEMU has no screen"} : ServiceFailure());
 }
 
 void DisplayServer::plugIn(size_t number)

@@ -18,7 +18,7 @@ public:
     // buffers; nobody has that many windows.
     static constexpr size_t VIEWERS_MAX = 32;
 
-    using Done = std::function<void(const std::string &error)>; // an empty error is success
+    using Done = std::function<void(const ServiceFailure &failure)>;
 
     DisplayServer(sd_event *loop, const Machine &machine, GuestPasteboard &pasteboard,
                   Screen::Log log);

@@ -198,6 +198,14 @@ TEST_F(Pasteboard, offersTheGuestWhatAViewerGivesUntilItCopiesItself)
     m_pasteboard.ask(&m_reader, false);
     EXPECT_THAT(m_reader.arrived, ElementsAre("the guest's")) << "it has nothing of its own";
 
+    const std::string huge(4 << 20, 'y'); // more than fits the port
+    EXPECT_TRUE(give({huge, ""}));
+    for (int i = 0; i < 3; i++)
+        say(AGENT_REQUEST, agent_number(0) + agent_number(AGENT_TEXT));
+    EXPECT_TRUE(give({"newer", ""}));
+    EXPECT_THAT(told(), ElementsAre("7:1", "4:1 " + huge, "4:0 ", "4:0 ", "7:1"))
+        << "what waits is not kept for a guest that is slow";
+
     const std::string ten(10, '\0');
     EXPECT_FALSE(m_pasteboard.give(unsealed_memory(10), 10));
     EXPECT_FALSE(m_pasteboard.give(platform_memory_of("test", ten).fd, 11));
