@@ -5,21 +5,9 @@
 #include "app/kit/SheetCodes.h"
 #include "app/kit/UserDefaults.h"
 
-#include <cstdlib>
-#include <utility>
-
 namespace {
 
 const QString LIVE_RESIZE_KEY = QStringLiteral("liveResize");
-
-// A guest may round a size that it is asked for to what its video mode can be.
-constexpr int MODE_GRANULARITY = 16;
-
-bool isAnswerTo(QSize asked, QSize size)
-{
-    return !asked.isEmpty() && std::abs(asked.width() - size.width()) < MODE_GRANULARITY &&
-           std::abs(asked.height() - size.height()) < MODE_GRANULARITY;
-}
 
 } // namespace
 
@@ -46,9 +34,8 @@ void GuestResolution::askForWindow()
     const TarvDisplayView *view = m_screen.view();
     if (!display || !view)
         return;
-    m_askedSize = pixelsOf(view->backingAlignedRect(view->bounds()).size(), m_screen.guest());
-    display->setWidth(uint32_t(m_askedSize.width()), uint32_t(m_askedSize.height()),
-                      display->hdpi());
+    const QSize size = pixelsOf(view->backingAlignedRect(view->bounds()).size(), m_screen.guest());
+    display->setWidth(uint32_t(size.width()), uint32_t(size.height()), display->hdpi());
 }
 
 void GuestResolution::toggleHiDPI()
@@ -73,22 +60,13 @@ void GuestResolution::choose(WindowController *window)
     });
 }
 
-void GuestResolution::settle()
+// A guest that was asked for the view's size was asked for the aligned one. Where points are no
+// whole pixels that can be one less, and the view is filled all the same.
+bool GuestResolution::fillsView() const
 {
+    const TarvDisplayView *view = m_screen.view();
+    const QRectF bounds = view->bounds();
     const GuestScreen guest = m_screen.guest();
-    m_guestSize = QSize(guest.width, guest.height);
-}
-
-bool GuestResolution::changedByGuest()
-{
-    // Only a change of the guest's counts: the user may have scaled the window since the last one.
-    const GuestScreen guest = m_screen.guest();
-    const QSize size(guest.width, guest.height);
-    if (std::exchange(m_guestSize, size) == size ||
-        guestFills(guest, m_screen.view()->bounds().size()))
-        return false;
-    if (isAnswerTo(m_askedSize, size))
-        return false;
-    m_askedSize = {};
-    return true;
+    return guestFills(guest, bounds.size()) ||
+           guestFills(guest, view->backingAlignedRect(bounds).size());
 }

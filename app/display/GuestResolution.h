@@ -1,13 +1,10 @@
 // What a display window asks of its guest's resolution.
 #pragma once
 
-#include <QSize>
-
 class OpenScreen;
 class WindowController;
 
-// The guest can be asked for a resolution and takes its time, or another one; whether a change of
-// the guest's screen is such an answer or the guest's own is told apart here.
+// The guest can be asked for a resolution and takes its time, or another one.
 class GuestResolution
 {
 public:
@@ -26,14 +23,9 @@ public:
     // Lets the user choose a resolution, in a sheet on the window.
     void choose(WindowController *window);
 
-    // The guest's screen as it is now is the window's own doing.
-    void settle();
-    // After a frame: whether the guest changed its size by itself, so that the window has to
-    // follow.
-    bool changedByGuest();
+    // Whether the view shows the guest pixel for point.
+    bool fillsView() const;
 
 private:
     OpenScreen &m_screen;
-    QSize m_guestSize; // as of the last frame
-    QSize m_askedSize; // pixels that the window's size asked the guest for
 };

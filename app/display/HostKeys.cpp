@@ -1,5 +1,7 @@
 #include "app/display/HostKeys.h"
 
+#include "app/display/X11.h"
+
 #include <QGuiApplication>
 
 #include <algorithm>
@@ -10,12 +12,11 @@
 
 bool HostKeys::isAnyPressed()
 {
-    const auto *x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-    if (!x11)
+    xcb_connection_t *connection = x11Connection();
+    if (!connection)
         return QGuiApplication::queryKeyboardModifiers() != Qt::NoModifier;
     const std::unique_ptr<xcb_query_keymap_reply_t, decltype(&std::free)> reply(
-        xcb_query_keymap_reply(x11->connection(), xcb_query_keymap(x11->connection()), nullptr),
-        std::free);
+        xcb_query_keymap_reply(connection, xcb_query_keymap(connection), nullptr), std::free);
     return reply && std::any_of(std::begin(reply->keys), std::end(reply->keys),
                                 [](uint8_t eight) { return eight != 0; });
 }

@@ -8,17 +8,28 @@
 #include <QIntValidator>
 #include <QPushButton>
 
+namespace {
+
+// Escape and the window's own close button cancel, too.
+class ResolutionSheet : public QDialog
+{
+public:
+    void reject() override { done(SHEET_STOP); }
+};
+
+} // namespace
+
 ResolutionWindowController::ResolutionWindowController(const TarvDisplay &display)
     : m_ui(std::make_unique<Ui::ResolutionWindow>()),
       m_hdpi(display.hdpi()),
       m_width(uint64_t(display.width())),
       m_height(uint64_t(display.height()))
 {
-    auto *dialog = new QDialog;
+    auto *dialog = new ResolutionSheet;
     m_ui->setupUi(dialog);
     setWindow(dialog);
-    m_ui->widthField->setValidator(new QIntValidator(1, int(DISPLAY_WIDTH_MAX), dialog));
-    m_ui->heightField->setValidator(new QIntValidator(1, int(DISPLAY_HEIGHT_MAX), dialog));
+    limit(m_ui->widthField, m_ui->widthProblem, DISPLAY_WIDTH_MAX);
+    limit(m_ui->heightField, m_ui->heightProblem, DISPLAY_HEIGHT_MAX);
     m_ui->hdpiButton->setChecked(m_hdpi);
     showValues();
     m_ui->widthField->selectAll();
@@ -34,11 +45,29 @@ QDialog *ResolutionWindowController::sheet() const
     return qobject_cast<QDialog *>(window());
 }
 
+// The field takes what can become a number of pixels; beside it stands what is wrong, until it is
+// right.
+void ResolutionWindowController::limit(QLineEdit *field, QLabel *problem, uint32_t most)
+{
+    field->setValidator(new QIntValidator(1, int(most), field));
+    problem->setTextFormat(Qt::PlainText);
+    problem->setText(tr("Must be a number from 1 to %1").arg(most));
+    problem->setVisible(false);
+    connect(field, &QLineEdit::textChanged, problem, [field, problem] {
+        if (field->hasAcceptableInput())
+            problem->setVisible(false);
+    });
+}
+
 // Takes the fields' values over; false, with the focus on the field, when one holds none.
 bool ResolutionWindowController::commit()
 {
-    for (QLineEdit *field : {m_ui->widthField, m_ui->heightField}) {
+    const std::pair<QLineEdit *, QLabel *> fields[] = {{m_ui->widthField, m_ui->widthProblem},
+                                                       {m_ui->heightField, m_ui->heightProblem}};
+    for (const auto &[field, problem] : fields) {
         if (!field->hasAcceptableInput()) {
+            problem->setVisible(true);
+            field->setAccessibleDescription(problem->text());
             field->setFocus();
             field->selectAll();
             return false;

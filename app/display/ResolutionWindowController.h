@@ -9,6 +9,8 @@
 namespace Ui {
 class ResolutionWindow;
 }
+class QLabel;
+class QLineEdit;
 class TarvDisplay;
 
 // Only edits values. Ends with SHEET_CONTINUE when they are to be applied, with SHEET_STOP when
@@ -29,13 +31,14 @@ public:
 
     // Doubles or halves the resolution, so that the size in points stays.
     Q_INVOKABLE void toggleHDPI(QObject *sender);
-    // Does nothing while a field holds what is no resolution.
+    // While a field holds what is no resolution it says so beside it, and nothing else.
     Q_INVOKABLE void ok(QObject *sender);
     Q_INVOKABLE void cancel(QObject *sender);
 
 private:
     bool commit();
     void showValues();
+    void limit(QLineEdit *field, QLabel *problem, uint32_t most);
 
     std::unique_ptr<Ui::ResolutionWindow> m_ui;
     bool m_hdpi;

@@ -72,7 +72,7 @@ QSizeF TarvWindow::frameAround(QSize size) const
 void TarvWindow::toggleFullScreen(QObject *)
 {
     auto *controller = qobject_cast<TarvWindowController *>(WindowController::forWindow(this));
-    if (!controller || !controller->display() || WindowController::attachedSheet(this))
+    if (!controller || !controller->display())
         return;
     switch (controller->fullScreenStep()) {
     case FullScreenStep::toggle:
@@ -81,6 +81,8 @@ void TarvWindow::toggleFullScreen(QObject *)
     case FullScreenStep::refuse:
         break;
     case FullScreenStep::ask:
+        if (WindowController::attachedSheet(this))
+            return;
         Alert(tr("Live Resolution will be turned on"))
             .setInformativeText(
                 tr("Upon switching to Full Screen, Live Resolution will be turned on"))

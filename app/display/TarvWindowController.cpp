@@ -60,13 +60,13 @@ void TarvWindowController::windowDidLoad()
     });
     connect(&m_screen.keyboard(), &KeyboardGrab::wayOutPressed, m_window, &TarvWindow::openMenu);
     m_screen.keyboard().setLocked(locksKeyboard());
-    m_resolution.settle();
-    m_frame.fitToGuest();
+    adjustFrameAnimate(false);
 }
 
 void TarvWindowController::showWindow()
 {
     WindowController::showWindow();
+    m_frame.updateLimits();
     if (!m_screen.hasPicture())
         return;
     m_screen.start(m_window);
@@ -78,8 +78,18 @@ void TarvWindowController::showWindow()
 
 void TarvWindowController::displayNotification(TarvDisplay *)
 {
-    if (m_screen.takeFrame() && m_resolution.changedByGuest() && m_frame.isFree())
-        m_frame.fitToGuest();
+    // While full screen is entered or left the window's size says nothing: the guest is asked for
+    // the one that comes of it.
+    if (!m_screen.takeFrame() || m_frame.changesFullScreen() || m_resolution.fillsView())
+        return;
+    if (m_window->isInFullScreen())
+        m_window->toggleFullScreen(nullptr);
+    m_frame.fitToGuest(WindowFrame::Motion::animated);
+}
+
+void TarvWindowController::displayPixelsDidChange(TarvDisplay *)
+{
+    m_screen.takeFrame();
 }
 
 void TarvWindowController::displayPasteboardDataDidChange(TarvDisplay *, const QByteArray &archive)
@@ -210,6 +220,7 @@ bool TarvWindowController::liveResize() const
 void TarvWindowController::setLiveResize(bool live)
 {
     GuestResolution::setLiveResize(live);
+    m_frame.updateLimits();
 }
 
 void TarvWindowController::toggleLiveResize(QObject *)
@@ -232,9 +243,9 @@ void TarvWindowController::setResolution(QObject *)
     m_resolution.choose(this);
 }
 
-void TarvWindowController::adjustFrameAnimate(bool)
+void TarvWindowController::adjustFrameAnimate(bool animate)
 {
-    m_frame.fitToGuest();
+    m_frame.fitToGuest(animate ? WindowFrame::Motion::animated : WindowFrame::Motion::immediate);
 }
 
 void TarvWindowController::zoomIn(QObject *)

@@ -81,6 +81,7 @@ public:
     Q_INVOKABLE void takeScreenShot(QObject *sender);
 
     void displayNotification(TarvDisplay *display) override;
+    void displayPixelsDidChange(TarvDisplay *display) override;
     void displayPasteboardDataDidChange(TarvDisplay *display, const QByteArray &archive) override;
     void displayDidClose(TarvDisplay *display) override;
 

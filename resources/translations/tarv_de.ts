@@ -485,6 +485,13 @@
     </message>
 </context>
 <context>
+    <name>ResolutionWindowController</name>
+    <message>
+        <source>Must be a number from 1 to %1</source>
+        <translation>Muss eine Zahl von 1 bis %1 sein</translation>
+    </message>
+</context>
+<context>
     <name>RichText</name>
     <message>
         <source>not a rich-text document</source>

@@ -219,8 +219,10 @@ void ChannelDisplay::announceFrame(const DisplayChanges &changes)
         sizeChanged();
     if (!changes.frame)
         acknowledgeFrame(); // damage of which nothing lies in the picture
-    else if (m_delegate)
+    else if (m_delegate && changes.mode)
         m_delegate->displayNotification(this);
+    else if (m_delegate)
+        m_delegate->displayPixelsDidChange(this);
 }
 
 void ChannelDisplay::send(uint32_t type, std::initializer_list<int32_t> arguments,

@@ -20,8 +20,10 @@ class TarvDisplayDelegate
 {
 public:
     virtual ~TarvDisplayDelegate() = default;
-    // A new frame, or a changed size of the guest's screen.
+    // A new frame buffer or a changed mode of the guest's screen.
     virtual void displayNotification(TarvDisplay *display) = 0;
+    // Pixels of the picture changed, and nothing else did.
+    virtual void displayPixelsDidChange(TarvDisplay *display) { displayNotification(display); }
     // The guest's pasteboard arrived: a pasteboard archive.
     virtual void displayPasteboardDataDidChange(TarvDisplay *display,
                                                 const QByteArray &archive) = 0;

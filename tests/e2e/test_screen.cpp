@@ -145,6 +145,40 @@ TEST_F(Screen, aStoppedViewerNeitherBloatsNorStallsTheGuest)
         << "after 10 s the window shows frame " << frame << " where it had shown " << frameBefore;
 }
 
+TEST_F(Screen, keepsItsShapeWhileTheUserDragsAnEdge)
+{
+    const QString id = desktop->addVM(u"bars"_s, QStringLiteral(GUEST_DIR "/bars.img"));
+    desktop->startTarv();
+    ASSERT_FALSE(waitForWindow(u"^Virtual Machines$"_s).isEmpty()) << log("tarv");
+    ASSERT_EQ(desktop->tarvctl({u"start"_s, u"-v"_s, id}).status, 0);
+    const QString guest = waitForWindow(u"^bars$"_s);
+    ASSERT_FALSE(guest.isEmpty()) << log("tarv");
+    const QPoint origin(0, viewTop(guest, GUEST_BARS_SIZE));
+    ASSERT_TRUE(waitUntil(90s, [&] { return barsAreExact(desktop->picture(guest), origin); }));
+    const QRect whole = desktop->geometry(guest);
+    const QPoint corner = whole.bottomRight() - QPoint(20, 20);
+    desktop->xdotool({u"windowfocus"_s, u"--sync"_s, guest});
+    desktop->xdotool({u"mousemove"_s, QString::number(corner.x()), QString::number(corner.y()),
+                      u"keydown"_s, u"alt"_s, u"mousedown"_s, u"3"_s});
+    for (int step = 0; step < 8; step++)
+        desktop->xdotool({u"mousemove_relative"_s, u"--"_s, u"-30"_s, u"-5"_s});
+    QRect held;
+    EXPECT_TRUE(waitUntil(30s,
+                          [&] {
+                              held = desktop->geometry(guest);
+                              const double height = held.width() * double(GUEST_BARS_SIZE.height) /
+                                                    GUEST_BARS_SIZE.width;
+                              return held.width() < whole.width() - 100 &&
+                                     std::abs(held.height() - origin.y() - height) <= 2;
+                          }))
+        << held.width() << " x " << held.height();
+    for (int step = 0; step < 16; step++)
+        desktop->xdotool({u"mousemove_relative"_s, u"30"_s, u"30"_s});
+    EXPECT_TRUE(waitUntil(30s, [&] { return desktop->geometry(guest).size() == whole.size(); }))
+        << "it is no larger than its guest";
+    desktop->xdotool({u"mouseup"_s, u"3"_s, u"keyup"_s, u"alt"_s});
+}
+
 // Among other programs' windows, under a window manager that has keys of its own.
 class Keyboard : public Screen
 {

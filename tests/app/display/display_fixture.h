@@ -8,6 +8,8 @@
 #include "tests/app/kit/application.h"
 #include "tests/tarvhv/display/FakeDisplay.h"
 
+#include <QElapsedTimer>
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -32,6 +34,13 @@ protected:
         ASSERT_TRUE(waitUntil([this] { return m_window->isActiveWindow(); }));
         waitUntil([turns = 0]() mutable { return ++turns > 10; });
         m_display->taken();
+    }
+    // Until the window has taken its size for settled, and nothing moves.
+    static void settle()
+    {
+        QElapsedTimer time;
+        time.start();
+        waitUntil([&] { return time.elapsed() > 400; });
     }
     QSize viewSize() const { return m_controller->view()->size(); }
     // As the user resizes: the window system says nothing but the sizes.

@@ -1,29 +1,115 @@
 #include "app/kit/NotificationCenter.h"
 #include "app/kit/PasteboardArchive.h"
 #include "app/kit/PlainText.h"
+#include "app/kit/SheetCodes.h"
 #include "tests/app/display/display_fixture.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QDialogButtonBox>
+#include <QLabel>
+#include <QLineEdit>
 #include <QMimeData>
 #include <QPointer>
+#include <QPushButton>
+#include <QResizeEvent>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
-TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndKeepsIt)
+// The sizes that a widget has had.
+class SizeRecorder : public QObject
+{
+public:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Resize)
+            seen.push_back(static_cast<QResizeEvent *>(event)->size());
+        return false;
+    }
+    std::vector<QSize> seen;
+};
+
+TEST_F(DisplayWindow, asksALiveGuestForTheSnappedSizeAndTakesItsAnswer)
 {
     UserDefaults::standard().setBool(QStringLiteral("liveResize"), true);
     open(640, 400);
     resizeContent(QSize(500, 350));
     ASSERT_TRUE(waitUntil([&] { return viewSize() == QSize(514, 360); }));
     EXPECT_EQ(m_display->taken(), "size 514 360 0");
+    m_display->paint(QRect(1, 1, 5, 5), Qt::red);
+    EXPECT_EQ(viewSize(), QSize(514, 360)) << "the guest takes its time";
     m_display->setSize(512, 352); // as its video modes allow
-    EXPECT_EQ(viewSize(), QSize(514, 360)) << "a change that the window caused";
-    m_display->setSize(320, 240);
-    EXPECT_EQ(viewSize(), QSize(320, 240)) << "one that it did not";
+    EXPECT_TRUE(waitUntil([&] { return viewSize() == QSize(512, 352); }));
+    settle();
+    EXPECT_EQ(m_display->taken(), "") << "its answer is not answered";
+}
+
+TEST_F(DisplayWindow, followsTheGuestWhateverSizeItWasGivenBefore)
+{
+    open(640, 400);
+    resizeContent(QSize(400, 250));
+    settle();
+    m_display->paint(QRect(1, 1, 5, 5), Qt::red);
+    settle();
+    EXPECT_EQ(viewSize(), QSize(400, 250)) << "a moving picture is scaled";
+    m_display->notify();
+    EXPECT_TRUE(waitUntil([&] { return viewSize() == QSize(640, 400); }));
+
+    SizeRecorder sizes;
+    m_controller->view()->installEventFilter(&sizes);
+    m_display->setSize(500, 300);
+    EXPECT_TRUE(waitUntil([&] { return viewSize() == QSize(500, 300); }));
+    EXPECT_TRUE(std::any_of(sizes.seen.begin(), sizes.seen.end(), [](QSize size) {
+        return size.width() > 500 && size.width() < 640;
+    })) << "it moves there";
+    m_controller->zoomOut(nullptr);
+    m_controller->zoomOut(nullptr); // from where the first one goes to
+    EXPECT_TRUE(waitUntil([&] { return viewSize() == QSize(400, 240); }));
+    settle();
+    EXPECT_EQ(viewSize(), QSize(400, 240));
+}
+
+TEST_F(DisplayWindow, leavesASizeInTheUsersHandUntilTheUserIsDone)
+{
+    open(640, 400);
+    resizeContent(QSize(400, 250));
+    m_display->setSize(500, 300);
+    EXPECT_EQ(viewSize(), QSize(400, 250));
+    EXPECT_TRUE(waitUntil([&] { return viewSize() == QSize(500, 300); }));
+}
+
+TEST_F(DisplayWindow, saysBesideTheFieldWhatIsNoResolution)
+{
+    open(640, 400);
+    m_controller->setResolution(nullptr);
+    QDialog *sheet = WindowController::attachedSheet(m_window);
+    ASSERT_NE(sheet, nullptr);
+    const QSignalSpy ended(sheet, &QDialog::finished);
+    auto *height = sheet->findChild<QLineEdit *>(QStringLiteral("heightField"));
+    const auto *problem = sheet->findChild<QLabel *>(QStringLiteral("heightProblem"));
+    auto *ok = sheet->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok);
+    height->setText(QStringLiteral("0"));
+    ok->click();
+    EXPECT_TRUE(problem->isVisible());
+    EXPECT_FALSE(sheet->findChild<QLabel *>(QStringLiteral("widthProblem"))->isVisible());
+    EXPECT_EQ(ended.size(), 0) << "the sheet stays";
+    height->setText(QStringLiteral("300"));
+    EXPECT_FALSE(problem->isVisible());
+    QTest::keyClick(height, Qt::Key_Escape);
+    ASSERT_EQ(ended.size(), 1);
+    EXPECT_EQ(ended[0][0].toInt(), SHEET_STOP);
+    EXPECT_EQ(m_display->taken(), "");
+    m_controller->setResolution(nullptr);
+    sheet = WindowController::attachedSheet(m_window);
+    sheet->findChild<QLineEdit *>(QStringLiteral("heightField"))->setText(QStringLiteral("300"));
+    sheet->findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok)->click();
+    EXPECT_EQ(m_display->taken(), "size 640 300 0");
 }
 
 TEST_F(DisplayWindow, isNamedAsItsVMWhateverThatIs)

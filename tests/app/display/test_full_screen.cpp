@@ -78,6 +78,22 @@ TEST_F(FullScreen, asksTheGuestForTheScreenAndForTheWindowAgain)
     EXPECT_EQ(viewSize(), QSize(640, 400));
 }
 
+TEST_F(FullScreen, isLeftWhenTheGuestTakesAnotherSize)
+{
+    UserDefaults::standard().setBool(u"liveResize"_s, true);
+    openAndWatch(640, 400);
+    m_window->toggleFullScreen(nullptr);
+    m_display->setSize(700, 500); // of before
+    changed(true);
+    m_display->setSize(screenSize().width(), screenSize().height());
+    m_display->paint(QRect(1, 1, 5, 5), Qt::red);
+    EXPECT_TRUE(m_window->isFullScreen());
+    m_display->setSize(500, 300);
+    EXPECT_FALSE(m_window->isFullScreen());
+    changed(false);
+    EXPECT_EQ(viewSize(), QSize(500, 300));
+}
+
 TEST_F(FullScreen, asksTheUserBeforeAGuestHasToFollow)
 {
     openAndWatch(640, 400);

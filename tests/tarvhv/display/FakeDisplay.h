@@ -29,7 +29,8 @@ public:
             for (int x = rectangle.left(); x <= rectangle.right(); x++)
                 image.setPixelColor(x, y, colour);
         damage.add({rectangle.x(), rectangle.y(), rectangle.width(), rectangle.height()});
-        notify();
+        if (delegate)
+            delegate->displayPixelsDidChange(this);
     }
     void notify()
     {
