@@ -109,6 +109,7 @@ void TarvWindowController::windowWillClose()
     m_frame.stop();
     m_pasteboard.stopPolling();
     m_screen.close();
+    m_window->disconnect(this); // what it is told of on its way out is nothing to act on
     detachWindow();
     m_window = nullptr;
 }
