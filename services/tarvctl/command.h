@@ -11,7 +11,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 // What a command line said. Each command fills and reads its own share.
 struct Arguments
@@ -37,6 +38,10 @@ struct Command
 };
 
 std::span<const Command> command_table();
+
+// What help and the manual call an argument. Pairs are one argument of the parser, whose names have
+// no blanks.
+std::string argument_text(const CLI::Option &argument);
 
 // The keys that modify can set, for help: a line each.
 std::string modify_keys_help();

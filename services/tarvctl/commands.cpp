@@ -101,7 +101,7 @@ void declare_modify(CLI::App &app, Arguments &arguments)
 {
     declare_vm(app, arguments);
     add_word(app, "set", arguments.word, "The word set");
-    app.add_option("KEY VALUE", arguments.pairs, "Keys of the configuration and their new values")
+    app.add_option("KEY", arguments.pairs, "Keys of the configuration and their new values")
         ->required();
     app.footer(modify_keys_help());
 }
@@ -138,6 +138,12 @@ constexpr Command COMMANDS[] = {
 };
 
 } // namespace
+
+std::string argument_text(const CLI::Option &argument)
+{
+    const std::string name = argument.get_name();
+    return name == "KEY" ? "KEY VALUE" : name;
+}
 
 std::span<const Command> command_table()
 {

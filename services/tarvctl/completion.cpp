@@ -23,7 +23,7 @@ std::string kind_of(const std::string &argument)
         {"VM", "vms"},
         {"IMAGE", "images"},
         {"NAME", "-"},
-        {"KEY VALUE", "keys"},
+        {"KEY", "keys"},
     };
     for (const auto &[name, kind] : kinds)
         if (name == argument)

@@ -92,6 +92,11 @@ public:
         label("SUBCOMMAND", "COMMAND");
         label("Positionals", "Arguments");
     }
+    std::string make_option_name(const CLI::Option *option, bool is_positional) const override
+    {
+        return is_positional ? argument_text(*option)
+                             : CLI::Formatter::make_option_name(option, false);
+    }
     std::string make_option_opts(const CLI::Option *option) const override
     {
         const bool has_value = option->nonpositional() && option->get_items_expected_max() > 0;

@@ -52,7 +52,7 @@ std::string synopsis(const CLI::App &command)
                 "]";
     for (const CLI::Option *option : command.get_options())
         if (!option->nonpositional())
-            text += " \\fI" + troff(option->get_name()) + "\\fR" +
+            text += " \\fI" + troff(argument_text(*option)) + "\\fR" +
                     (option->get_items_expected_max() > 1 ? " ..." : "");
     return text + "\n";
 }
@@ -65,7 +65,8 @@ std::string section_of(const CLI::App &command)
         const std::string name = option->get_name();
         if (option->nonpositional() ? is_shown(*option) : name != "VM" && name != "set")
             text += ".TP\n" +
-                    (option->nonpositional() ? option_head(*option) : "\\fI" + name + "\\fR") +
+                    (option->nonpositional() ? option_head(*option)
+                                             : "\\fI" + argument_text(*option) + "\\fR") +
                     "\n" + troff(option->get_description()) + "\n";
     }
     const std::string footer = command.get_footer();
