@@ -12,6 +12,31 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+// Mounts of this process are seen nowhere else. An ordinary user gets them with a user space of
+// its own.
+inline bool own_mounts()
+{
+    static const bool own = [] {
+        const unsigned uid = geteuid(), gid = getegid();
+        if (unshare(CLONE_NEWNS) != 0) {
+            if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+                return false;
+            const auto map = [](const char *file, unsigned number) {
+                const std::string text =
+                    std::to_string(number) + " " + std::to_string(number) + " 1";
+                const UniqueFd fd(open(file, O_WRONLY | O_CLOEXEC));
+                return write(fd.get(), text.data(), text.size()) == ssize_t(text.size());
+            };
+            const UniqueFd deny(open("/proc/self/setgroups", O_WRONLY | O_CLOEXEC));
+            if (write(deny.get(), "deny", 4) != 4 || !map("/proc/self/uid_map", uid) ||
+                !map("/proc/self/gid_map", gid))
+                return false;
+        }
+        return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    }();
+    return own;
+}
+
 class SmallDisk
 {
 public:
@@ -51,31 +76,6 @@ public:
 
 private:
     std::string filler() const { return m_path + "/.filler"; }
-
-    // Mounts of this process are seen nowhere else. An ordinary user gets them with a user space of
-    // its own.
-    static bool own_mounts()
-    {
-        static const bool own = [] {
-            const unsigned uid = geteuid(), gid = getegid();
-            if (unshare(CLONE_NEWNS) != 0) {
-                if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-                    return false;
-                const auto map = [](const char *file, unsigned number) {
-                    const std::string text =
-                        std::to_string(number) + " " + std::to_string(number) + " 1";
-                    const UniqueFd fd(open(file, O_WRONLY | O_CLOEXEC));
-                    return write(fd.get(), text.data(), text.size()) == ssize_t(text.size());
-                };
-                const UniqueFd deny(open("/proc/self/setgroups", O_WRONLY | O_CLOEXEC));
-                if (write(deny.get(), "deny", 4) != 4 || !map("/proc/self/uid_map", uid) ||
-                    !map("/proc/self/gid_map", gid))
-                    return false;
-            }
-            return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-        }();
-        return own;
-    }
 
     std::string m_path;
     bool m_mounted = false;
