@@ -32,6 +32,24 @@ bool hasAddons(const QByteArray &vmid)
     const KvOwner version(vm_read_addons_version(record.get()));
     return version != nullptr;
 }
+
+// The same as ListActions::forceStop once the list's window has gone. What has been suspended or
+// has stopped meanwhile is left alone: force would drop a saved state.
+void forceStopUnwatched(const QStringList &vmids)
+{
+    const auto find = [vmids,
+                       preparation = ControllerRun::prepare()]() -> BackgroundWork::Continuation {
+        QStringList running;
+        for (const QString &vmid : vmids)
+            if (takesVM(ListCommand::stop, TarvVM::serviceStatus(vmid)))
+                running.append(vmid);
+        return [running, preparation] {
+            if (!running.isEmpty())
+                TarvCTL::executeCommand(longCommandArguments(u"stop"_s, {u"--force"_s}, running));
+        };
+    };
+    BackgroundWork::shared().run(BackgroundWork::Lane::guests, find);
+}
 } // namespace
 
 ListActions::ListActions(WindowController *window, VirtualMachinesTable *table,
@@ -98,10 +116,11 @@ void ListActions::startByAddons(const QString &vmid)
     // The shared one: a start that was asked for happens also when this window closes meanwhile.
     BackgroundWork::shared().run(
         BackgroundWork::Lane::guests,
-        [self = QPointer(this), vmid]() -> BackgroundWork::Continuation {
+        [self = QPointer(this), vmid,
+         preparation = ControllerRun::prepare()]() -> BackgroundWork::Continuation {
             const bool addons = hasAddons(QFile::encodeName(vmid));
             const StartMode mode = addons ? StartMode::normal : StartMode::forced;
-            return [self, vmid, mode] {
+            return [self, vmid, mode, preparation] {
                 if (self)
                     self->m_starting.remove(vmid);
                 TarvVM *known = self ? self->m_contents->machines()->find(vmid) : nullptr;
@@ -175,8 +194,7 @@ void ListActions::runUnderSheet(const QString &command, const QString &descripti
             if (self)
                 self->forceStop(virtualMachines);
             else
-                TarvCTL::executeCommand(
-                    longCommandArguments(u"stop"_s, {u"--force"_s}, virtualMachines));
+                forceStopUnwatched(virtualMachines);
         });
     runLongCommand(*m_window, std::move(run));
 }

@@ -32,6 +32,7 @@ struct Followed
 {
     std::mutex mutex;
     std::set<std::shared_ptr<ControllerRun>> runs;
+    size_t prepared = 0;
     QObject *receiver = nullptr; // lives on the main thread, as long as the application object
 };
 
@@ -48,14 +49,34 @@ void closeReceiver()
     delete std::exchange(followed().receiver, nullptr);
 }
 
+// On the main thread, under the lock.
+void openReceiver()
+{
+    if (followed().receiver)
+        return;
+    followed().receiver = new QObject;
+    qAddPostRoutine(closeReceiver);
+}
+
 void addFollowed(const std::shared_ptr<ControllerRun> &run)
 {
     const std::lock_guard lock(followed().mutex);
-    if (!followed().receiver) {
-        followed().receiver = new QObject;
-        qAddPostRoutine(closeReceiver);
-    }
+    openReceiver();
     followed().runs.insert(run);
+}
+
+void postEnd()
+{
+    NotificationCenter::defaultCenter().post(CONTROLLER_RUN_DID_END);
+}
+
+// Any thread.
+void endPreparation(void *)
+{
+    const std::lock_guard lock(followed().mutex);
+    followed().prepared--;
+    if (followed().receiver)
+        QMetaObject::invokeMethod(followed().receiver, postEnd, Qt::QueuedConnection);
 }
 
 // On the main thread.
@@ -114,7 +135,15 @@ std::shared_ptr<ControllerRun> ControllerRun::launch(const ControllerLaunch &lau
 size_t ControllerRun::underWay()
 {
     const std::lock_guard lock(followed().mutex);
-    return followed().runs.size();
+    return followed().runs.size() + followed().prepared;
+}
+
+ControllerRun::Preparation ControllerRun::prepare()
+{
+    const std::lock_guard lock(followed().mutex);
+    openReceiver();
+    followed().prepared++;
+    return {nullptr, endPreparation};
 }
 
 bool ControllerRun::isUnderWay(const QString &kind, const QString &vmid)
@@ -144,7 +173,7 @@ void ControllerRun::follow(const std::shared_ptr<ControllerRun> &run, UniqueFd o
             removeFollowed(run);
             if (const Ended ended = std::exchange(run->m_ended, nullptr))
                 ended();
-            NotificationCenter::defaultCenter().post(CONTROLLER_RUN_DID_END);
+            postEnd();
         },
         Qt::QueuedConnection);
 }

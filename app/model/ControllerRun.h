@@ -22,7 +22,8 @@
 #include <memory>
 #include <sys/types.h>
 
-// Posted on the main thread after each end, once whoever followed the run has been told of it.
+// Posted on the main thread after each end, once whoever followed the run has been told of it, and
+// after each preparation.
 inline const QString CONTROLLER_RUN_DID_END = QStringLiteral("ControllerRunDidEnd");
 
 // Used on the main thread.
@@ -39,8 +40,12 @@ public:
     static std::shared_ptr<ControllerRun> launch(const ControllerLaunch &launch, Reader reader,
                                                  Ended ended);
 
-    // How many runs have not been delivered their end.
+    // How many runs have not been delivered their end, or are being prepared.
     static size_t underWay();
+    // Counts as under way until it is let go of, on any thread: a command that was asked for and
+    // waits for what decides about it must not be lost with the last window.
+    using Preparation = std::shared_ptr<void>;
+    static Preparation prepare();
     // Whether one of them carries out such a command (see commandKind) on a VM. A key that is held
     // or a second click must not give a VM the same command twice.
     static bool isUnderWay(const QString &kind, const QString &vmid);

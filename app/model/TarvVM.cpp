@@ -206,9 +206,10 @@ void TarvVM::start(StartMode mode)
     if (m_uuid.isEmpty())
         return startOrShow(m_uuid, mode, /*running=*/false);
     const auto told = [post = BackgroundWork::shared().poster(), vmid = m_uuid,
-                       stored = m_storedStatus, mode](const QString &status) {
+                       stored = m_storedStatus, mode,
+                       preparation = ControllerRun::prepare()](const QString &status) {
         const QString known = status.isNull() ? stored : status;
-        post([vmid, mode, running = known == statusWord(VmStatus::running)] {
+        post([vmid, mode, preparation, running = known == statusWord(VmStatus::running)] {
             startOrShow(vmid, mode, running);
         });
     };

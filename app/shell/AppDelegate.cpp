@@ -40,6 +40,8 @@ AppDelegate::AppDelegate(AppParts parts, QObject *parent)
       m_displays(m_parts),
       m_termination(m_parts, [this] { return !m_displays.isIdle(); })
 {
+    connect(&m_displays, &DisplayWindows::requestDidEnd, &m_termination,
+            &Termination::somethingDidEnd);
 }
 
 AppDelegate::~AppDelegate()

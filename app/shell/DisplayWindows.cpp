@@ -68,6 +68,7 @@ void DisplayWindows::created(const QString &path, int index, std::unique_ptr<Tar
     for (const Opened &opened : answered.waiting)
         if (opened)
             opened(shown);
+    Q_EMIT requestDidEnd();
 }
 
 void DisplayWindows::show(const QString &path, int index, std::unique_ptr<TarvDisplay> display)

@@ -46,6 +46,10 @@ public:
     // loop, since it is in the middle of its own close.
     void windowWillClose(const QWidget *window);
 
+Q_SIGNALS:
+    // A request is over, with a window or without one.
+    void requestDidEnd();
+
 private:
     // An open window, with what its display said of itself when it was opened.
     struct Display

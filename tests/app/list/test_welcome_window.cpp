@@ -51,6 +51,13 @@ TEST_F(WelcomeWindowTest, doubleClickStartsOneVM)
     ASSERT_TRUE(waitForRecorded(1));
     EXPECT_EQ(recorded().last(), u"start -uv "_s + m_stopped) << "no add-ons: forced";
 
+    // Counted as under way at once: a quit, or the window's close, does not lose it.
+    ASSERT_TRUE(waitUntil([] { return ControllerRun::underWay() == 0; }));
+    QTest::mouseDClick(table()->viewport(), Qt::LeftButton, {}, rowOf(m_suspended));
+    EXPECT_EQ(ControllerRun::underWay(), 1u);
+    ASSERT_TRUE(waitForRecorded(2));
+    EXPECT_EQ(recorded().last(), u"start -uv "_s + m_suspended);
+
     // A click below the last row starts nothing; a double-clicked running VM shows its screen.
     QString opened;
     TarvVM::setDisplayOpener([&](const QString &path, int) { opened = path; });
@@ -59,7 +66,7 @@ TEST_F(WelcomeWindowTest, doubleClickStartsOneVM)
     QTest::mouseDClick(table()->viewport(), Qt::LeftButton, Qt::AltModifier, rowOf(m_running));
     ASSERT_TRUE(waitUntil([&] { return !opened.isEmpty(); }));
     EXPECT_TRUE(opened.contains(m_running));
-    EXPECT_EQ(recorded().size(), 1);
+    EXPECT_EQ(recorded().size(), 2);
 }
 
 TEST_F(WelcomeWindowTest, aVMThatDoesNotAnswerHoldsUpNoCommand)

@@ -269,6 +269,14 @@ TEST_F(AppDelegateTest, endsWithItsLastWindowOnceNothingIsUnderWay)
     EXPECT_FALSE(calls.contains(u"exit"_s)) << "a command runs";
     letControllerGo();
     EXPECT_TRUE(ends());
+
+    calls.clear();
+    delegate = std::make_unique<AppDelegate>(parts());
+    displaysFail = true;
+    delegate->viewDisplay(u"/tmp/gone"_s, 0);
+    delegate->lastWindowDidClose();
+    EXPECT_FALSE(calls.contains(u"exit"_s)) << "a window may come";
+    EXPECT_TRUE(ends());
 }
 
 TEST_F(AppDelegateTest, aQuitWaitsForCommandsOrLeavesThemToThemselves)
