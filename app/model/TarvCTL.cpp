@@ -47,7 +47,7 @@ TarvCTL::~TarvCTL()
 }
 
 void TarvCTL::execute(const QStringList &arguments, const std::optional<Environment> &environment,
-                      CompletionHandler handler)
+                      const CompletionHandler &handler)
 {
     ControllerLaunch launch = controllerLaunch(arguments, environment);
     launch.standardError = m_standardError >= 0 ? m_standardError : log_fd;
@@ -187,11 +187,11 @@ int32_t TarvCTL::exitStatus() const
 
 TarvCTL *TarvCTL::executeCommand(const QStringList &arguments,
                                  const std::optional<Environment> &environment,
-                                 CompletionHandler handler)
+                                 const CompletionHandler &handler)
 {
     auto *runner = new TarvCTL;
     runner->m_ownsItself = true;
-    runner->execute(arguments, environment, std::move(handler));
+    runner->execute(arguments, environment, handler);
     return runner;
 }
 

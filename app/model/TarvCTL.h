@@ -49,7 +49,7 @@ public:
     // the command fails, an alert is shown, and the handler follows when it is dismissed.
     void execute(const QStringList &arguments,
                  const std::optional<Environment> &environment = std::nullopt,
-                 CompletionHandler handler = {});
+                 const CompletionHandler &handler = {});
 
     // Asks the command to end (SIGTERM), and sends SIGABRT if it still runs 5 seconds later.
     void abort();
@@ -75,7 +75,7 @@ public:
     // The same with a runner that lives until its command has ended or was detached.
     static TarvCTL *executeCommand(const QStringList &arguments,
                                    const std::optional<Environment> &environment = std::nullopt,
-                                   CompletionHandler handler = {});
+                                   const CompletionHandler &handler = {});
 
     // Whether the agreement has been accepted for this computer.
     static bool isEulaAccepted();

@@ -27,9 +27,6 @@ Q_SIGNALS:
     // There is another connection. Names and signals have to be asked for again.
     void reconnected();
 
-private Q_SLOTS:
-    void disconnected();
-
 private:
     void watch();
     void retry();
@@ -38,4 +35,7 @@ private:
     QString m_name; // of the connection
     QTimer m_due;
     BackgroundWork m_work;
+
+private Q_SLOTS:
+    void disconnected();
 };
