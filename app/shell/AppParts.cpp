@@ -36,8 +36,7 @@ QString spelledByLibrary(const QString &id)
 {
     const VmlibOwner library(vmlib_open(nullptr));
     while (const char *each = library ? vmlib_next(library.get()) : nullptr)
-        if (QString known = QFile::decodeName(each);
-            known.compare(id, Qt::CaseInsensitive) == 0)
+        if (QString known = QFile::decodeName(each); known.compare(id, Qt::CaseInsensitive) == 0)
             return known;
     return id;
 }

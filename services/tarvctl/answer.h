@@ -1,6 +1,8 @@
 // What a command answers, and how it is printed for people and for programs.
 #pragma once
 
+#include "tarvhv/cli2/exit_status.h"
+
 #include <stdexcept>
 #include <string>
 
@@ -12,16 +14,16 @@ using Json = nlohmann::json;
 enum class ExitStatus : int
 {
     ok = 0,
-    failed = 1,    // the operation failed
-    usage = 2,     // wrong arguments
-    not_found = 3, // no such VM
-    state = 4,     // the VM is not in a state that allows it
-    exists = 5,    // the name is taken
-    input = 6,     // an image, size or value can't be used
-    space = 7,     // no space on the disk
-    service = 8,   // the launch service or a supervisor can't be asked
-    cancelled = 9, // by SIGTERM or SIGINT
-    guest = 10,    // the guest did not do as it was asked; the VM runs on
+    failed = 1,                  // the operation failed
+    usage = 2,                   // wrong arguments
+    not_found = 3,               // no such VM
+    state = 4,                   // the VM is not in a state that allows it
+    exists = 5,                  // the name is taken
+    input = 6,                   // an image, size or value can't be used
+    space = 7,                   // no space on the disk
+    service = 8,                 // the launch service or a supervisor can't be asked
+    cancelled = 9,               // by SIGTERM or SIGINT
+    guest = EXIT_GUEST_STAYS_ON, // the guest did not do as it was asked; the VM runs on
 };
 
 // Ends a command with an exit status and a message for the user.
