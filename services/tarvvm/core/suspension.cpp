@@ -94,8 +94,21 @@ void Suspension::cancel()
 
 void Suspension::finish(const ServiceFailure &failure)
 {
+    // Who hears of a failure finds the room again that the unfinished file took.
+    const auto draft = std::exchange(m_draft, nullptr);
+    m_recording =
+        draft && !draft->failure &&
+        m_worker.post([draft] { unlink(draft->path.c_str()); }, [this, failure] { tell(failure); });
+    if (m_recording)
+        return;
+    if (draft && !draft->failure)
+        unlink(draft->path.c_str());
+    tell(failure);
+}
+
+void Suspension::tell(const ServiceFailure &failure)
+{
     m_recording = false;
-    drop();
     if (const Done done = std::exchange(m_done, nullptr))
         done(failure);
 }

@@ -39,7 +39,7 @@ public:
     // Gives up writing, as the engine is about to be ended. What has been written whole by then is
     // on its way to the disk and comes to its own end.
     void cancel();
-    // The state is being put on the disk: the engine is not needed for it.
+    // The state is being put on the disk, or what there is of it removed: the engine is not needed.
     bool isRecording() const { return m_recording; }
     // Percent; none while nothing is being suspended. What is left after 99 is the disk's.
     std::optional<int64_t> progress() const;
@@ -52,6 +52,7 @@ private:
     void publish();
     void record();
     void finish(const ServiceFailure &failure);
+    void tell(const ServiceFailure &failure);
     void drop();
 
     Migration &m_migration;
