@@ -4,10 +4,17 @@
 #include <cstdio>
 #include <cstring>
 
+ExitStatus exit_status_of(int error)
+{
+    if (error == ENOSPC || error == EDQUOT)
+        return ExitStatus::space;
+    return error == EBUSY || error == EEXIST ? ExitStatus::state : ExitStatus::failed;
+}
+
 Failure system_failure(const std::string &what, int error)
 {
-    return {error == ENOSPC || error == EDQUOT ? ExitStatus::space : ExitStatus::failed,
-            what + ": " + strerror(error)};
+    const bool full = exit_status_of(error) == ExitStatus::space;
+    return {full ? ExitStatus::space : ExitStatus::failed, what + ": " + strerror(error)};
 }
 
 namespace {

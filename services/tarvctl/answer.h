@@ -40,6 +40,8 @@ private:
     ExitStatus m_status;
 };
 
+// What an errno of a system call, or of a service's answer, is for whoever reads exit statuses.
+ExitStatus exit_status_of(int error);
 // A failure of a system call: "<what>: <error text>"; ENOSPC and EDQUOT are ExitStatus::space.
 Failure system_failure(const std::string &what, int error);
 

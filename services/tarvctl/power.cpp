@@ -103,7 +103,7 @@ Json ask_running(const VmRef &ref, const char *command, const Json &value, secon
     auto answer = vm_request(ref.id, command, value, patience);
     if (answer && !answer_ok(*answer))
         throw Failure(answer->value("error", 0) == ETIMEDOUT ? ExitStatus::guest
-                                                             : ExitStatus::failed,
+                                                             : answer_exit_status(*answer),
                       ref.label() + ": " + answer_message(*answer));
     return answer ? *answer : Json();
 }
@@ -147,7 +147,8 @@ void stop_one(const VmRef &ref, bool force)
         if (state.serves && state.status == VmStatus::running)
             ask_running(ref, "stop", {{"force", true}}, END_PATIENCE);
     } catch (const Failure &failure) {
-        if (failure.status() != ExitStatus::service && failure.status() != ExitStatus::failed)
+        // Whatever the supervisor says to it, it is ended.
+        if (failure.status() == ExitStatus::cancelled)
             throw;
     }
     end_by_force(ref);

@@ -76,6 +76,13 @@ bool answer_ok(const Json &answer)
     return answer.is_object() && answer.contains("status") && answer["status"] == "OK";
 }
 
+ExitStatus answer_exit_status(const Json &answer)
+{
+    const bool tells =
+        answer.is_object() && answer.contains("error") && answer["error"].is_number_integer();
+    return exit_status_of(tells ? answer["error"].get<int>() : 0);
+}
+
 std::string answer_message(const Json &answer)
 {
     if (answer.is_object() && answer.contains("message") && answer["message"].is_string())

@@ -33,6 +33,8 @@ std::string vm_unreachable_message(const std::string &label, const std::string &
 // The text of an error answer.
 std::string answer_message(const Json &answer);
 bool answer_ok(const Json &answer);
+// What its error is for whoever reads exit statuses.
+ExitStatus answer_exit_status(const Json &answer);
 
 // What is known of one VM's process.
 struct VmState

@@ -66,7 +66,7 @@ UniqueFd launch(const VmRef &ref, StartMode mode)
         const int error = answer.value("error", 0);
         const bool leaving = error == EEXIST || error == EBUSY;
         if (!leaving)
-            throw Failure(ExitStatus::failed, ref.label() + ": " + answer_message(answer));
+            throw Failure(answer_exit_status(answer), ref.label() + ": " + answer_message(answer));
         if (Clock::now() > deadline)
             throw Failure(ExitStatus::state, ref.label() + ": " + answer_message(answer));
         check_cancelled();

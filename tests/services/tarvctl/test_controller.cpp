@@ -195,12 +195,13 @@ TEST_F(ControllerTest, tellsTheTruthOfAVmWithoutASocket)
     EXPECT_EQ(status(id), "stopped");
 }
 
-TEST_F(ControllerTest, asksASupervisorAgainThatHangsUp)
+TEST_F(ControllerTest, asksASupervisorAgainThatHangsUpAndTellsWhyItRefuses)
 {
     const std::string id = create("vm");
     const UniqueFd listener(cli2_listen(vm_socket(id).c_str()));
     ASSERT_TRUE(listener);
     std::atomic<int> hang_ups = 3;
+    std::atomic<int> refusal = EBUSY;
     std::atomic<bool> over = false;
     std::thread supervisor([&] {
         while (!over) {
@@ -209,10 +210,20 @@ TEST_F(ControllerTest, asksASupervisorAgainThatHangsUp)
             const UniqueFd client(cli2_accept(listener.get()));
             if (!client || hang_ups-- > 0)
                 continue;
-            cli2_answer(client.get(), nullptr, nullptr, 0);
+            char request[64] = {};
+            poll(&(wait = {client.get(), POLLIN, 0}), 1, 5000);
+            cli2_recv(client.get(), request, sizeof request - 1, 0);
+            if (request[0] == 'r')
+                cli2_answer_error(client.get(), refusal, "no", nullptr);
+            else
+                cli2_answer(client.get(), nullptr, nullptr, 0);
         }
     });
     EXPECT_EQ(status(id), "running") << "dropped three times, answered then";
+    for (const auto &[error, exit] : {std::pair(EBUSY, 4), {ENOSPC, 7}, {EIO, 1}}) {
+        refusal = error;
+        EXPECT_EQ(ctl({"reboot", id})["exit"], exit) << "what the supervisor refuses with";
+    }
     hang_ups = 1000;
     EXPECT_EQ(status(id), "malfunction");
     over = true;
