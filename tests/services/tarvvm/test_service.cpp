@@ -79,11 +79,14 @@ TEST_F(ServiceTest, doesNotSpinWithoutADescriptorAndGoesOnWhenThereIsOne)
     ASSERT_TRUE(m_service);
     const UniqueFd client = connect();
     ask(client);
+    // Taken before: the undefined-behaviour sanitizer needs descriptors for its first look at a
+    // type.
+    sd_event *const loop = m_loop;
     {
         const NoDescriptors none;
         int turns = 0;
         for (int i = 0; i < 200; i++)
-            turns += sd_event_run(m_loop, 0) > 0;
+            turns += sd_event_run(loop, 0) > 0;
         EXPECT_LT(turns, 5);
         EXPECT_EQ(answer(client), "none");
     }
