@@ -70,7 +70,7 @@ QByteArray HostPasteboard::archive() const
     items.removeIf([](const PasteboardItem &item) { return item.data.isEmpty(); });
     if (items.isEmpty())
         return {};
-    const QByteArray archive = PasteboardArchive::write(items);
+    QByteArray archive = PasteboardArchive::write(items);
     if (!archive.isEmpty())
         return archive;
     // A picture that is too large is no reason to keep the text back.

@@ -36,8 +36,6 @@ private:
     void followDesktop();
     // The portal's colour scheme: 1 asks for dark, anything else for nothing in particular.
     void desktopPrefers(QVariant preference);
-
-private Q_SLOTS:
     // The portal's signal SettingChanged.
-    void settingChanged(const QDBusMessage &change);
+    Q_SLOT void settingChanged(const QDBusMessage &change);
 };

@@ -98,7 +98,7 @@ QString uniqueName(const QString &name, const QStringList &taken)
     for (;; number++) {
         // "_copy" is followed by "_copy2": there is no number 1.
         const QString suffix = number == 0 ? QString() : QString::number(number + 1);
-        const QString candidate = base + mark + suffix;
+        QString candidate = base + mark + suffix;
         if (!taken.contains(candidate, Qt::CaseInsensitive))
             return candidate;
     }

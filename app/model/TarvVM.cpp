@@ -131,7 +131,7 @@ QString TarvVM::status() const
 {
     if (m_uuid.isEmpty())
         return statusWord(VmStatus::stopped);
-    if (const QString service = serviceStatus(m_uuid); !service.isNull())
+    if (QString service = serviceStatus(m_uuid); !service.isNull())
         return service;
     return hasFailedHere(m_uuid) || vms_exit_status(m_uuid.toUtf8().constData()) != 0
                ? statusWord(VmStatus::failed)

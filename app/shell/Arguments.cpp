@@ -70,9 +70,7 @@ bool parseArguments(const QStringList &arguments, StartArguments *parsed, QStrin
         } else if (options && argument.size() > 1 && argument.startsWith(QLatin1Char('-'))) {
             *error = QStringLiteral("unknown argument %1 (see tarv --help)").arg(argument);
             return false;
-        } else if (isUrlRequest(argument)) {
-            parsed->open.append(QUrl(argument));
-        } else if (argument.startsWith(QLatin1String("file:"))) {
+        } else if (isUrlRequest(argument) || argument.startsWith(QLatin1String("file:"))) {
             parsed->open.append(QUrl(argument));
         } else if (!argument.isEmpty()) {
             parsed->open.append(QUrl::fromLocalFile(QFileInfo(argument).absoluteFilePath()));

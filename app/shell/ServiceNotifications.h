@@ -19,7 +19,5 @@ public:
 
 private:
     void listen(QDBusConnection bus);
-
-private Q_SLOTS:
-    void received(const QDBusMessage &message);
+    Q_SLOT void received(const QDBusMessage &message);
 };

@@ -30,12 +30,10 @@ Q_SIGNALS:
 private:
     void watch();
     void retry();
+    Q_SLOT void disconnected();
 
     const QString m_address;
     QString m_name; // of the connection
     QTimer m_due;
     BackgroundWork m_work;
-
-private Q_SLOTS:
-    void disconnected();
 };

@@ -47,14 +47,13 @@ public:
     {
     }
 
-public Q_SLOTS:
-    void Activate(const QVariantMap &platform_data)
+    Q_SLOT void Activate(const QVariantMap &platform_data)
     {
         takeActivationToken(platform_data);
         later([this] { Q_EMIT m_instance->activationRequested(); });
     }
 
-    void Open(const QStringList &uris, const QVariantMap &platform_data)
+    Q_SLOT void Open(const QStringList &uris, const QVariantMap &platform_data)
     {
         takeActivationToken(platform_data);
         QList<QUrl> urls;
@@ -63,8 +62,8 @@ public Q_SLOTS:
         later([this, urls] { Q_EMIT m_instance->openRequested(urls); });
     }
 
-    void ActivateAction(const QString &action_name, const QVariantList &,
-                        const QVariantMap &platform_data)
+    Q_SLOT void ActivateAction(const QString &action_name, const QVariantList &,
+                               const QVariantMap &platform_data)
     {
         takeActivationToken(platform_data);
         later([this, action_name] { Q_EMIT m_instance->actionRequested(action_name); });

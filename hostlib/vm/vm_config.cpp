@@ -82,7 +82,7 @@ std::string with_comments(struct vm *vm, const char *name, const std::string &af
     errno = saved;
     if (before.empty())
         return after;
-    const std::string kept = keep_comments({file, before, after}, [&](const std::string &text) {
+    std::string kept = keep_comments({file, before, after}, [&](const std::string &text) {
         return below_header(written_anew(text)) == below_header(after);
     });
     errno = saved;

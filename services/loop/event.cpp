@@ -23,7 +23,7 @@ EventSource make_source(Handler handler, Make make)
     if (make(&source, closure.get()) < 0)
         return nullptr;
     sd_event_source_set_destroy_callback(source, Closure<Handler>::destroy);
-    closure.release();
+    (void)closure.release(); // the source deletes it
     return EventSource(source);
 }
 
