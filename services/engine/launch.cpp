@@ -125,14 +125,17 @@ void add_disks(Arguments &arguments, const Machine &machine, const EngineHost &h
         const MachineDisk &disk = machine.disks[i];
         const std::string id = "disk" + std::to_string(i);
         const std::string &format = disk.format.empty() ? host.disk_formats.at(i) : disk.format;
-        arguments.add({"-drive", "if=none,id=" + id + ",format=" + format +
-                                     ",discard=unmap,cache=writeback,file=" +
-                                     quoted(engine_image_path(host, disk.file))});
-        const std::string boot = boot_index(machine, options, BootDevice::disk, i);
-        if (disk.controller == DiskController::virtio_blk)
-            arguments.add({"-device", "virtio-blk-pci,drive=" + id + boot});
-        else
-            arguments.add({"-device", "ide-hd,bus=" + sata_bus(i) + ",drive=" + id + boot});
+        std::string drive = "if=none,id=";
+        drive.append(id).append(",format=").append(format);
+        drive.append(",discard=unmap,cache=writeback,file=");
+        drive.append(quoted(engine_image_path(host, disk.file)));
+        arguments.add({"-drive", drive});
+        std::string device = "virtio-blk-pci";
+        if (disk.controller != DiskController::virtio_blk)
+            device = "ide-hd,bus=" + sata_bus(i);
+        device.append(",drive=").append(id);
+        device.append(boot_index(machine, options, BootDevice::disk, i));
+        arguments.add({"-device", device});
     }
 }
 
