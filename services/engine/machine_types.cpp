@@ -78,7 +78,7 @@ ServiceFailure machine_types_of(const std::string &qemu, std::vector<std::string
         return ServiceFailure::of(qemu);
     far.reset();
     std::string help;
-    if (const auto failure =
+    if (auto failure =
             read_until(output.get(), std::chrono::steady_clock::now() + HELP_PATIENCE, qemu, &help))
         return failure;
     int status = 0;

@@ -45,6 +45,7 @@ ExitStatus exit_status_of(int error);
 // A failure of a system call: "<what>: <error text>"; ENOSPC and EDQUOT are ExitStatus::space.
 Failure system_failure(const std::string &what, int error);
 
+// NOLINTNEXTLINE(bugprone-exception-escape): Json moves without exceptions; the check looks inside.
 struct Answer
 {
     ExitStatus status = ExitStatus::ok;

@@ -125,7 +125,9 @@ try {
         if (type.empty() || std::find(types.begin(), types.end(), type) != types.end())
             continue;
         const bool saved = is_suspended(record.get());
-        return {subject, Verdict::bad, id + " was made for " + type + ", which this QEMU lacks",
+        std::string message = id;
+        message.append(" was made for ").append(type).append(", which this QEMU lacks");
+        return {subject, Verdict::bad, message,
                 saved ? "resume it with the QEMU that suspended it, or tarvctl stop --force " + id +
                             ", which drops its state"
                       : "tarvctl modify " + id + " set machine newest"};

@@ -98,7 +98,7 @@ constexpr struct
     size_t offset;
     std::string_view mark;
     const char *name;
-} foreign_formats[] = {
+} FOREIGN_FORMATS[] = {
     {0, "KDMV", "a vmdk image"},
     {0, "# Disk DescriptorFile", "a vmdk image"},
     {0, "vhdxfile", "a vhdx image"},
@@ -119,7 +119,7 @@ void refuse_foreign(int fd, const std::string &path)
     std::array<char, 128> start = {};
     const ssize_t got = pread(fd, start.data(), start.size(), 0);
     const std::string_view bytes(start.data(), got > 0 ? static_cast<size_t>(got) : 0);
-    for (const auto &[offset, mark, name] : foreign_formats) {
+    for (const auto &[offset, mark, name] : FOREIGN_FORMATS) {
         if (bytes.size() < offset || !bytes.substr(offset).starts_with(mark))
             continue;
         const std::string_view kind = name;

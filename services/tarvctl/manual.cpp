@@ -77,7 +77,7 @@ constexpr struct
 {
     ExitStatus status;
     const char *meaning;
-} statuses[] = {
+} STATUSES[] = {
     {ExitStatus::ok, "It was done."},
     {ExitStatus::failed, "It failed."},
     {ExitStatus::usage, "The arguments are wrong."},
@@ -163,7 +163,7 @@ Answer run_manual(const Arguments &)
         if (!command->get_group().empty())
             text += section_of(*command);
     text += ".SH EXIT STATUS\n";
-    for (const auto &[status, meaning] : statuses)
+    for (const auto &[status, meaning] : STATUSES)
         text += ".TP\n" + std::to_string(static_cast<int>(status)) + "\n" + troff(meaning) + "\n";
     text +=
         section("ENVIRONMENT", VARIABLES) + section("FILES", FILES) + section("EXAMPLES", EXAMPLES);

@@ -1,6 +1,7 @@
 #include "services/tarvctl/progress.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 void Progress::begin_step(double end)
@@ -14,7 +15,7 @@ void Progress::begin_step(double end)
 void Progress::report(double part)
 {
     const double done = m_start + (m_end - m_start) * std::clamp(part, 0.0, 1.0);
-    const int percent = static_cast<int>(done * 100 + 0.5);
+    const int percent = static_cast<int>(std::lround(done * 100));
     if (percent <= m_shown)
         return;
     m_shown = percent;

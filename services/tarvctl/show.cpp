@@ -43,8 +43,11 @@ void add_lines(const Json &value, const std::string &path, std::string &text)
         for (const auto &[key, child] : value.items())
             add_lines(child, path.empty() ? key : path + "." + key, text);
     } else if (value.is_array()) {
-        for (size_t index = 0; index < value.size(); ++index)
-            add_lines(value[index], path + "[" + std::to_string(index) + "]", text);
+        for (size_t index = 0; index < value.size(); ++index) {
+            std::string place = path;
+            place.append("[").append(std::to_string(index)).append("]");
+            add_lines(value[index], place, text);
+        }
     } else {
         text += path + ": " +
                 printable(value.is_string() ? value.get<std::string>() : value.dump()) + "\n";
