@@ -4,7 +4,6 @@
 #include "services/engine/launch.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -45,23 +44,23 @@ Permission permission(const std::string &path, const std::string &bridge)
 
 } // namespace
 
-bool engine_bridge_check(const EngineHost &host, const std::string &bridge, std::string *error)
+ServiceFailure engine_bridge_check(const EngineHost &host, const std::string &bridge)
 {
     const std::string &helper = host.bridge_helper;
     const std::string what = "network mode bridge: ";
-    if (access(helper.c_str(), X_OK) != 0)
-        *error = what + "QEMU's helper " + helper + ": " + std::strerror(errno) +
-                 "; apt install qemu-system-common";
-    else if (geteuid() != 0 && !platform_program_has_rights(helper.c_str()))
-        *error = what + "QEMU's helper " + helper +
-                 " has no right to change networks; as root: chmod u+s " + helper;
-    else if (if_nametoindex(bridge.c_str()) == 0)
-        *error = what + "this machine has no bridge \"" + bridge +
-                 "\"; as root: ip link add name " + bridge + " type bridge";
-    else if (permission(host.bridge_conf, bridge) == Permission::denied)
-        *error = what + host.bridge_conf + " does not allow \"" + bridge +
-                 "\"; add the line: allow " + bridge;
-    else
-        return true;
-    return false;
+    if (access(helper.c_str(), X_OK) != 0) {
+        ServiceFailure failure = ServiceFailure::of(what + "QEMU's helper " + helper);
+        failure.text += "; apt install qemu-system-common";
+        return failure;
+    }
+    if (geteuid() != 0 && !platform_program_has_rights(helper.c_str()))
+        return {0, what + "QEMU's helper " + helper +
+                       " has no right to change networks; as root: chmod u+s " + helper};
+    if (if_nametoindex(bridge.c_str()) == 0)
+        return {ENODEV, what + "this machine has no bridge \"" + bridge +
+                            "\"; as root: ip link add name " + bridge + " type bridge"};
+    if (permission(host.bridge_conf, bridge) == Permission::denied)
+        return {0, what + host.bridge_conf + " does not allow \"" + bridge +
+                       "\"; add the line: allow " + bridge};
+    return {};
 }

@@ -26,23 +26,16 @@ std::vector<std::string> environment()
     return result;
 }
 
-bool fail(std::string *error, const std::string &message)
-{
-    *error = message;
-    return false;
-}
-
-bool check_file(const std::string &what, const std::string &path, int access_mode,
-                std::string *error)
+ServiceFailure check_file(const std::string &what, const std::string &path, int access_mode)
 {
     struct stat status;
     if (stat(path.c_str(), &status) != 0)
-        return fail(error, what + " " + path + ": " + std::strerror(errno));
+        return ServiceFailure::of(what + " " + path);
     if (S_ISDIR(status.st_mode))
-        return fail(error, what + " " + path + ": " + std::strerror(EISDIR));
+        return ServiceFailure::of(what + " " + path, EISDIR);
     if (access(path.c_str(), access_mode) != 0)
-        return fail(error, what + " " + path + ": " + std::strerror(errno));
-    return true;
+        return ServiceFailure::of(what + " " + path);
+    return {};
 }
 
 bool ends_with_raw_suffix(const std::string &path)
@@ -80,26 +73,34 @@ bool copy_bytes(int from, int to)
     }
 }
 
+// Checks an image as it is configured; a URL is never looked for on disk.
+ServiceFailure check_image(const std::string &what, const EngineHost &host, const std::string &file,
+                           int access_mode)
+{
+    if (machine_is_url(file))
+        return {};
+    return check_file(what, engine_image_path(host, file), access_mode);
+}
+
 } // namespace
 
-bool engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel,
-                         std::string *error)
+ServiceFailure engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel)
 {
     *accel = Accel::tcg;
     if (setting == "tcg")
-        return true;
+        return {};
     if (setting != "auto" && setting != "kvm")
-        return fail(error, "engine_accel: \"" + setting + "\" is not one of auto, kvm, tcg");
+        return {0, "engine_accel: \"" + setting + "\" is not one of auto, kvm, tcg"};
     if (kvm_error == 0) {
         *accel = Accel::kvm;
-        return true;
+        return {};
     }
     if (setting == "auto")
-        return true;
+        return {};
     const std::string reason = kvm_error == ENOTSUP
                                    ? "the processor offers no virtualisation"
                                    : std::string("/dev/kvm: ") + std::strerror(kvm_error);
-    return fail(error, "engine_accel is kvm, but KVM can't be used: " + reason);
+    return {kvm_error, "engine_accel is kvm, but KVM can't be used: " + reason};
 }
 
 std::string qemu_program()
@@ -107,7 +108,7 @@ std::string qemu_program()
     return path_setting("qemu_executable", EngineHost().qemu);
 }
 
-bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error)
+ServiceFailure engine_host_read(const std::string &vm_dir, EngineHost *host)
 {
     host->vm_dir = vm_dir;
     host->qemu = qemu_program();
@@ -117,50 +118,50 @@ bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *
     host->audio_driver = access("/dev/snd/timer", R_OK | W_OK) == 0 ? "alsa" : "none";
     host->environment = environment();
     const int kvm_error = platform_kvm_check() == 0 ? 0 : errno;
-    return engine_accel_decide(text_setting("engine_accel", "auto"), kvm_error, &host->accel,
-                               error);
+    return engine_accel_decide(text_setting("engine_accel", "auto"), kvm_error, &host->accel);
 }
 
-bool engine_host_check(const Machine &machine, EngineHost *host, std::string *error)
+ServiceFailure engine_host_check(const Machine &machine, EngineHost *host)
 {
-    if (!check_file("QEMU (setting qemu_executable)", host->qemu, X_OK, error))
-        return false;
-    if (machine.firmware == Firmware::uefi &&
-        (!check_file("firmware (setting uefi_code)", host->uefi_code, R_OK, error) ||
-         !check_file("firmware variables (setting uefi_vars)", host->uefi_vars, R_OK, error)))
-        return false;
+    if (auto failure = check_file("QEMU (setting qemu_executable)", host->qemu, X_OK))
+        return failure;
+    if (machine.firmware == Firmware::uefi) {
+        if (auto failure = check_file("firmware (setting uefi_code)", host->uefi_code, R_OK))
+            return failure;
+        if (auto failure =
+                check_file("firmware variables (setting uefi_vars)", host->uefi_vars, R_OK))
+            return failure;
+    }
     host->disk_formats.clear();
     for (size_t i = 0; i < machine.disks.size(); i++) {
         const std::string &file = machine.disks[i].file;
-        const std::string path = engine_image_path(*host, file);
-        const bool url = machine_is_url(file);
-        if (!url && !check_file("hard_drives[" + std::to_string(i) + "].file: disk image", path,
-                                R_OK | W_OK, error))
-            return false;
-        host->disk_formats.push_back(url ? "raw" : disk_format(path));
+        const std::string key = "hard_drives[" + std::to_string(i) + "].file";
+        if (auto failure = check_image(key + ": disk image", *host, file, R_OK | W_OK))
+            return failure;
+        host->disk_formats.push_back(
+            machine_is_url(file) ? "raw" : disk_format(engine_image_path(*host, file)));
     }
-    if (!machine.cdrom.empty() && !machine_is_url(machine.cdrom) &&
-        !check_file("cdrom: image", engine_image_path(*host, machine.cdrom), R_OK, error))
-        return false;
+    if (!machine.cdrom.empty())
+        if (auto failure = check_image("cdrom: image", *host, machine.cdrom, R_OK))
+            return failure;
     for (const MachineNetwork &network : machine.networks)
-        if (network.mode == NetworkMode::bridge &&
-            !engine_bridge_check(*host, network.bridge, error))
-            return false;
-    return true;
+        if (network.mode == NetworkMode::bridge)
+            if (auto failure = engine_bridge_check(*host, network.bridge))
+                return failure;
+    return {};
 }
 
-bool engine_host_make_nvram(const Machine &machine, const EngineHost &host, std::string *error)
+ServiceFailure engine_host_make_nvram(const Machine &machine, const EngineHost &host)
 {
     const std::string path = host.vm_dir + "/nvram";
     if (machine.firmware != Firmware::uefi || access(path.c_str(), F_OK) == 0)
-        return true;
+        return {};
     const UniqueFd from(open(host.uefi_vars.c_str(), O_RDONLY | O_CLOEXEC));
     // One maker at a time: it holds the VM's socket. The guest's variables are never half a file,
     // since the firmware would take that for a store of its own and repair it.
     NewFile store;
     if (from && store.make(AT_FDCWD, path.c_str(), 0600, FileMakers::one) >= 0 &&
         copy_bytes(from.get(), store.fd()) && store.replace() == 0)
-        return true;
-    return fail(error,
-                path + ": can't be made from " + host.uefi_vars + ": " + std::strerror(errno));
+        return {};
+    return ServiceFailure::of(path + ": can't be made from " + host.uefi_vars);
 }

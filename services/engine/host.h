@@ -2,23 +2,23 @@
 #pragma once
 
 #include "services/engine/launch.h"
+#include "services/failure.h"
 
 #include <string>
 
 // QEMU's path: the setting "qemu_executable", else the usual one.
 std::string qemu_program();
-// Reads the settings and the host into `host`; `vm_dir` is the VM's directory. False with a
-// message: acceleration was demanded and there is none, or a setting has no meaning.
-bool engine_host_read(const std::string &vm_dir, EngineHost *host, std::string *error);
+// Reads the settings and the host into `host`; `vm_dir` is the VM's directory. It fails when
+// acceleration was demanded and there is none, or a setting has no meaning.
+ServiceFailure engine_host_read(const std::string &vm_dir, EngineHost *host);
 
 // Checks what a machine's launch takes from the disk: QEMU, firmware, images (whose formats are
-// noted), the bridges. False with a message that names what is missing.
-bool engine_host_check(const Machine &machine, EngineHost *host, std::string *error);
+// noted), the bridges. A failure names what is missing.
+ServiceFailure engine_host_check(const Machine &machine, EngineHost *host);
 
 // Gives a UEFI machine its own firmware variable store, a copy of the template, if it has none yet.
-bool engine_host_make_nvram(const Machine &machine, const EngineHost &host, std::string *error);
+ServiceFailure engine_host_make_nvram(const Machine &machine, const EngineHost &host);
 
 // The rule of the setting "engine_accel": auto takes KVM where it is usable (`kvm_error` 0, else an
 // errno), kvm demands it, tcg does without.
-bool engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel,
-                         std::string *error);
+ServiceFailure engine_accel_decide(const std::string &setting, int kvm_error, Accel *accel);

@@ -24,13 +24,12 @@ class ConfigReader
 public:
     ConfigReader(const kv *config, const char *file) : m_config(config), m_file(file) {}
 
-    const std::string &error() const { return m_error; }
-    bool failed() const { return !m_error.empty(); }
+    const ServiceFailure &failure() const { return m_failure; }
 
     void fail(const std::string &key, const std::string &message)
     {
-        if (m_error.empty())
-            m_error = m_file + ": " + key + ": " + message;
+        if (!m_failure)
+            m_failure = {0, m_file + ": " + key + ": " + message};
     }
     // The node at a path; null when it is absent or has no value.
     const kv *node(const std::string &key) const
@@ -106,13 +105,13 @@ public:
         for (const kv *item = kv_first(list); item; item = kv_next(item), index++)
             if (kv_type(item) != KV_MAP)
                 fail(key + "[" + std::to_string(index) + "]", "a mapping is expected");
-        return failed() ? 0 : kv_count(list);
+        return m_failure ? 0 : kv_count(list);
     }
 
 private:
     const kv *m_config;
     std::string m_file;
-    std::string m_error;
+    ServiceFailure m_failure;
 };
 
 std::string item_key(const char *list, size_t index, const char *key)
@@ -203,8 +202,7 @@ void read_displays(ConfigReader &reader, Machine *machine)
 
 } // namespace
 
-bool machine_parse(const kv *config, const char *id, const char *file, Machine *machine,
-                   std::string *error)
+ServiceFailure machine_parse(const kv *config, const char *id, const char *file, Machine *machine)
 {
     ConfigReader reader(config, file);
     *machine = Machine();
@@ -232,8 +230,7 @@ bool machine_parse(const kv *config, const char *id, const char *file, Machine *
                                  {"cdrom", BootDevice::cdrom},
                                  {"network", BootDevice::network}});
     machine->state_file = reader.text("state_file");
-    *error = reader.error();
-    return !reader.failed();
+    return reader.failure();
 }
 
 std::string machine_default_mac(const std::string &id, unsigned index)

@@ -1,6 +1,8 @@
 // One virtual machine as its configuration describes it.
 #pragma once
 
+#include "services/failure.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -87,11 +89,11 @@ struct Machine
     std::string state_file;             // the saved state; empty: not suspended
 };
 
-// Reads a configuration tree. `file` names it in messages. False with a message that names the file
-// and the key: a value of the wrong kind, out of range or not one of the words that the key takes.
+// Reads a configuration tree. `file` names it in messages. A failure names the file and the key: a
+// value of the wrong kind, out of range or not one of the words that the key takes.
 // Unknown keys are left alone.
-bool machine_parse(const struct kv *config, const char *id, const char *file, Machine *machine,
-                   std::string *error);
+ServiceFailure machine_parse(const struct kv *config, const char *id, const char *file,
+                             Machine *machine);
 
 // A locally administered address that stays the same for a VM's network card.
 std::string machine_default_mac(const std::string &id, unsigned index);

@@ -91,9 +91,8 @@ Finding check_settings()
 Finding check_engine()
 {
     EngineHost host;
-    std::string error;
-    if (!engine_host_read("/", &host, &error))
-        return {"acceleration", Verdict::bad, error, "set engine_accel to auto"};
+    if (const ServiceFailure failure = engine_host_read("/", &host))
+        return {"acceleration", Verdict::bad, failure.text, "set engine_accel to auto"};
     if (host.accel == Accel::kvm)
         return {"acceleration", Verdict::ok, "KVM"};
     const bool usable = platform_kvm_check() == 0;
@@ -220,12 +219,13 @@ try {
 
 Finding check_bridge()
 {
-    std::string error;
-    if (engine_bridge_check(EngineHost(), "br0", &error))
+    const ServiceFailure failure = engine_bridge_check(EngineHost(), "br0");
+    if (!failure)
         return {"bridged networks", Verdict::ok, "br0"};
     // The message ends with the command.
-    const size_t remedy = error.rfind("; ");
-    return {"bridged networks", Verdict::note, error.substr(0, remedy), error.substr(remedy + 2)};
+    const size_t remedy = failure.text.rfind("; ");
+    return {"bridged networks", Verdict::note, failure.text.substr(0, remedy),
+            failure.text.substr(remedy + 2)};
 }
 
 Finding check_agreement()

@@ -155,9 +155,8 @@ void set_key(struct kv *record, const std::string &key, const std::string &text)
 void check_machine(const struct kv *record, const VmRef &ref)
 {
     Machine machine;
-    std::string error;
-    if (!machine_parse(record, ref.id.c_str(), ref.label().c_str(), &machine, &error))
-        throw Failure(ExitStatus::input, error);
+    if (const auto failure = machine_parse(record, ref.id.c_str(), ref.label().c_str(), &machine))
+        throw Failure(ExitStatus::input, failure.text);
 }
 
 // What has a shape of its own is fixed while the VM runs or has a saved state: that state fits the

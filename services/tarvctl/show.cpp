@@ -54,16 +54,22 @@ void add_lines(const Json &value, const std::string &path, std::string &text)
     }
 }
 
+// Ends the command with the reason of what has failed.
+void require(const ServiceFailure &failure)
+{
+    if (failure)
+        throw Failure(ExitStatus::input, failure.text);
+}
+
 Answer show_command(Library &library, const VmRef &ref, const struct kv *record)
 {
     Machine machine;
     EngineHost host;
-    std::string error;
     const std::string directory = library.directory() + "/" + ref.id;
-    if (!machine_parse(record, ref.id.c_str(), (directory + "/config.yaml").c_str(), &machine,
-                       &error) ||
-        !engine_host_read(directory, &host, &error) || !engine_host_check(machine, &host, &error))
-        throw Failure(ExitStatus::input, error);
+    const std::string file = directory + "/config.yaml";
+    require(machine_parse(record, ref.id.c_str(), file.c_str(), &machine));
+    require(engine_host_read(directory, &host));
+    require(engine_host_check(machine, &host));
     const LaunchOptions options{.incoming = !machine.state_file.empty()};
     const Launch launch = engine_launch(machine, host, options);
     Answer answer{.text = engine_launch_line(launch) + "\n"};

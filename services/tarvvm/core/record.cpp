@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sysexits.h>
@@ -60,9 +59,9 @@ ServiceFailure VmRecord::find(const std::string &id)
 VmPreparation VmRecord::prepare()
 {
     VmPreparation result;
-    const auto failed = [&](int status, const std::string &text) {
+    const auto failed = [&](int status, ServiceFailure failure) {
         result.status = status;
-        result.failure = {0, text};
+        result.failure = std::move(failure);
         return std::move(result);
     };
     const std::string directory = vmlib_vm_dir(m_library.get(), m_id.c_str());
@@ -70,20 +69,21 @@ VmPreparation VmRecord::prepare()
     const KvTree config(vm_read_config(m_vm.get()));
     if (!config) {
         const char *reason = kv_yaml_error();
-        return failed(EX_CONFIG, file + ": " + (*reason ? reason : std::strerror(errno)));
+        return failed(EX_CONFIG,
+                      *reason ? ServiceFailure{0, file + ": " + reason} : ServiceFailure::of(file));
     }
-    std::string error;
-    if (!machine_parse(config.get(), m_id.c_str(), file.c_str(), &result.machine, &error))
-        return failed(EX_CONFIG, error);
-    if (!engine_host_read(directory, &result.host, &error) ||
-        !engine_host_check(result.machine, &result.host, &error))
-        return failed(EX_UNAVAILABLE, error);
+    if (auto failure = machine_parse(config.get(), m_id.c_str(), file.c_str(), &result.machine))
+        return failed(EX_CONFIG, std::move(failure));
+    if (auto failure = engine_host_read(directory, &result.host))
+        return failed(EX_UNAVAILABLE, std::move(failure));
+    if (auto failure = engine_host_check(result.machine, &result.host))
+        return failed(EX_UNAVAILABLE, std::move(failure));
     settleMachineType(config.get(), &result);
-    if (!engine_host_make_nvram(result.machine, result.host, &error))
-        return failed(EX_CANTCREAT, error);
+    if (auto failure = engine_host_make_nvram(result.machine, result.host))
+        return failed(EX_CANTCREAT, std::move(failure));
     const int used = vm_state_used(m_vm.get(), result.machine.state_file.c_str());
     if (used < 0)
-        return failed(EX_UNAVAILABLE, ServiceFailure::of(directory + "/state.used").text);
+        return failed(EX_UNAVAILABLE, ServiceFailure::of(directory + "/state.used"));
     result.state_used = used == 1;
     if (!result.state_used)
         vm_unmark_state(m_vm.get()); // of a state that is gone

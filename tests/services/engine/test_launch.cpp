@@ -6,6 +6,7 @@
 #include "services/engine/machine.h"
 #include "services/engine/machine_types.h"
 #include "services/engine/trees.h"
+#include "tests/support/scratch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include <unistd.h>
@@ -23,9 +25,8 @@ constexpr const char *ID = "5bb5d6ae-3c5f-4ad7-9cf3-0d2f2a1e9b77";
 
 struct Parsed
 {
-    bool good = false;
     Machine machine;
-    std::string error;
+    ServiceFailure failure;
 };
 
 Parsed parse(const std::string &yaml)
@@ -35,7 +36,7 @@ Parsed parse(const std::string &yaml)
     EXPECT_EQ(kv_load_yaml(tree.get(), stream), 0) << kv_yaml_error();
     std::fclose(stream);
     Parsed result;
-    result.good = machine_parse(tree.get(), ID, "config.yaml", &result.machine, &result.error);
+    result.failure = machine_parse(tree.get(), ID, "config.yaml", &result.machine);
     return result;
 }
 
@@ -59,8 +60,8 @@ TEST(Machine, namesFileAndKeyOfWhatItCantTake)
     };
     for (const auto &[yaml, message] : cases) {
         const Parsed parsed = parse(yaml);
-        EXPECT_FALSE(parsed.good) << yaml;
-        EXPECT_THAT(parsed.error, testing::StartsWith(message));
+        EXPECT_TRUE(parsed.failure) << yaml;
+        EXPECT_THAT(parsed.failure.text, testing::StartsWith(message));
     }
 }
 
@@ -132,7 +133,7 @@ TEST(Launch, describesAFullMachineWholeWhateverElseItsRecordSays)
                                 " {mode: bridge, bridge: lan0, mac: '52:54:00:00:00:04'},"
                                 " {mode: disconnected, mac: '52:54:00:00:00:05'}]\n"
                                 "displays: [{width: 1920, height: 1080, hdpi: true}, {}]\n");
-    ASSERT_TRUE(parsed.good) << parsed.error;
+    ASSERT_FALSE(parsed.failure) << parsed.failure.text;
     EXPECT_THAT(parsed.machine.displays, testing::ElementsAre(MachineDisplay{1920, 1080, true},
                                                               MachineDisplay{1280, 800, false}));
     EXPECT_EQ(parsed.machine.boot, BootDevice::network);
@@ -175,14 +176,36 @@ TEST(Launch, describesAFullMachineWholeWhateverElseItsRecordSays)
               "'/bin/a b' 'it'\\''s' x=1,y");
 }
 
+TEST(Host, namesTheFileThatAMachineLacksAndKeepsTheReason)
+{
+    Machine machine =
+        parse("firmware: uefi\nhard_drives: [{file: http://a/b}, {file: c.dsk}]").machine;
+    EngineHost facts = host();
+    facts.qemu = facts.uefi_code = facts.uefi_vars = "/bin/sh";
+    facts.images_dir = "/no";
+    ServiceFailure failure = engine_host_check(machine, &facts);
+    EXPECT_EQ(failure.text, "hard_drives[1].file: disk image /no/c.dsk: No such file or directory");
+    EXPECT_EQ(failure.error, ENOENT);
+    machine.disks.pop_back();
+    EXPECT_EQ(engine_host_check(machine, &facts).text, "");
+    EXPECT_EQ(facts.disk_formats, std::vector<std::string>{"raw"});
+    machine.cdrom = "/";
+    EXPECT_EQ(engine_host_check(machine, &facts).text, "cdrom: image /: Is a directory");
+    const ScratchDirectory directory;
+    facts.vm_dir = directory.path();
+    facts.uefi_vars = "/"; // opens, and can't be read
+    failure = engine_host_make_nvram(machine, facts);
+    EXPECT_EQ(failure.text, facts.vm_dir + "/nvram: can't be made from /: Is a directory");
+    EXPECT_EQ(failure.error, EISDIR);
+    EXPECT_TRUE(std::filesystem::is_empty(facts.vm_dir));
+}
+
 TEST(Bridge, namesWhatKeepsAVmFromItAndTheMend)
 {
-    std::string error, conf = testing::TempDir() + "/bridge-XXXXXX";
+    std::string conf = testing::TempDir() + "/bridge-XXXXXX";
     const UniqueFd file(mkstemp(conf.data()));
     EngineHost facts = host();
-    auto refusal = [&](const char *bridge) {
-        return engine_bridge_check(facts, bridge, &error) ? "" : error;
-    };
+    auto refusal = [&](const char *bridge) { return engine_bridge_check(facts, bridge).text; };
     facts.bridge_helper = "/no/helper";
     EXPECT_EQ(refusal("lo"), "network mode bridge: QEMU's helper /no/helper: No such file or "
                              "directory; apt install qemu-system-common");
@@ -201,18 +224,19 @@ TEST(Bridge, namesWhatKeepsAVmFromItAndTheMend)
 TEST(Accel, followsTheSettingAndSaysWhyKvmIsRefused)
 {
     Accel accel = Accel::kvm;
-    std::string error;
-    EXPECT_TRUE(engine_accel_decide("tcg", 0, &accel, &error));
+    EXPECT_FALSE(engine_accel_decide("tcg", 0, &accel));
     EXPECT_EQ(accel, Accel::tcg);
-    EXPECT_TRUE(engine_accel_decide("auto", EACCES, &accel, &error));
+    EXPECT_FALSE(engine_accel_decide("auto", EACCES, &accel));
     EXPECT_EQ(accel, Accel::tcg);
-    EXPECT_TRUE(engine_accel_decide("auto", 0, &accel, &error));
+    EXPECT_FALSE(engine_accel_decide("auto", 0, &accel));
     EXPECT_EQ(accel, Accel::kvm);
-    EXPECT_FALSE(engine_accel_decide("kvm", ENOTSUP, &accel, &error));
-    EXPECT_EQ(error, "engine_accel is kvm, but KVM can't be used: the processor offers no "
-                     "virtualisation");
-    EXPECT_FALSE(engine_accel_decide("kvm", EACCES, &accel, &error));
-    EXPECT_THAT(error, testing::HasSubstr("/dev/kvm: Permission denied"));
+    EXPECT_EQ(engine_accel_decide("kvm", ENOTSUP, &accel).text,
+              "engine_accel is kvm, but KVM can't be used: the processor offers no "
+              "virtualisation");
+    const ServiceFailure refused = engine_accel_decide("kvm", EACCES, &accel);
+    EXPECT_EQ(refused.error, EACCES);
+    EXPECT_THAT(refused.text, testing::HasSubstr("/dev/kvm: Permission denied"));
+    EXPECT_EQ(accel, Accel::tcg);
 }
 
 } // namespace
