@@ -60,12 +60,6 @@ sd_bus *open_bus()
     return bus.release();
 }
 
-int fail(int error)
-{
-    errno = error;
-    return -1;
-}
-
 } // namespace
 
 std::string notify_bus_address()
@@ -88,18 +82,20 @@ bool notify_bus_answers()
     return bus && write_out(bus.get(), Clock::now() + PATIENCE) == 0;
 }
 
-int notify_post(const char *member, const char *id)
+ServiceFailure notify_post(const char *member, const char *id)
 {
+    const std::string subject = std::string("failed to announce the ") + (member ? member : "");
     if (!member || !id || !sd_bus_member_name_is_valid(member))
-        return fail(EINVAL);
+        return ServiceFailure::of(subject, EINVAL);
     auto deadline = Clock::now() + PATIENCE;
     Bus bus(open_bus());
     if (!bus)
-        return fail(ENOTCONN);
+        return ServiceFailure::of(subject, ENOTCONN);
     int result = sd_bus_emit_signal(bus.get(), NOTIFY_PATH, NOTIFY_INTERFACE, member, "s", id);
     if (result >= 0)
         result = write_out(bus.get(), deadline);
     if (result < 0)
-        return fail(result == -ETIMEDOUT || result == -EINVAL ? -result : ENOTCONN);
-    return 0;
+        return ServiceFailure::of(subject,
+                                  result == -ETIMEDOUT || result == -EINVAL ? -result : ENOTCONN);
+    return {};
 }

@@ -83,9 +83,9 @@ int open_job_log(const std::string &label)
 
 void announce_stop(const std::string &id)
 {
-    if (notify_post("stop", id.c_str()) != 0 && errno != ENOTCONN)
-        dprintf(log_fd, "vlaunchd: %s: failed to announce the stop: %s\r\n", id.c_str(),
-                strerror(errno));
+    const ServiceFailure failure = notify_post("stop", id.c_str());
+    if (failure && failure.error != ENOTCONN)
+        dprintf(log_fd, "vlaunchd: %s: %s\r\n", id.c_str(), failure.text.c_str());
 }
 
 JobOptions job_options(Worker *bus)

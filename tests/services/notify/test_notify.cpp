@@ -67,7 +67,7 @@ TEST_F(NotifyTest, reachesListenersOfTheSession)
               0);
     for (const char *member : {"start", "stop", "create", "delete", "change"}) {
         seen.clear();
-        EXPECT_EQ(notify_post(member, "some-id"), 0);
+        EXPECT_EQ(notify_post(member, "some-id").text, "");
         for (auto end = std::chrono::steady_clock::now() + 20s;
              seen.empty() && std::chrono::steady_clock::now() < end;)
             if (sd_bus_process(bus, nullptr) == 0)
@@ -80,13 +80,12 @@ TEST_F(NotifyTest, reachesListenersOfTheSession)
 
 TEST_F(NotifyTest, saysThatThereIsNoBus)
 {
-    errno = 0;
-    EXPECT_EQ(notify_post("start", "id"), -1);
-    EXPECT_EQ(errno, ENOTCONN);
-    EXPECT_EQ(notify_post("not a member", "id"), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(notify_post("start", nullptr), -1);
-    EXPECT_EQ(errno, EINVAL);
+    const ServiceFailure failure = notify_post("start", "id");
+    EXPECT_EQ(failure.error, ENOTCONN);
+    EXPECT_EQ(failure.text, "failed to announce the start: Transport endpoint is not connected");
+    EXPECT_EQ(notify_post("not a member", "id").error, EINVAL);
+    EXPECT_EQ(notify_post("start", nullptr).error, EINVAL);
+    EXPECT_EQ(notify_post(nullptr, "id").error, EINVAL);
 }
 
 TEST_F(NotifyTest, givesUpOnABusThatNeverAnswers)
@@ -96,8 +95,7 @@ TEST_F(NotifyTest, givesUpOnABusThatNeverAnswers)
     m_socket.copy(address.sun_path, sizeof address.sun_path - 1);
     ASSERT_EQ(bind(listener.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener.get(), 4), 0);
-    EXPECT_EQ(notify_post("start", "id"), -1);
-    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_EQ(notify_post("start", "id").error, ETIMEDOUT);
 }
 
 } // namespace
