@@ -183,12 +183,12 @@ Finding check_bus()
 
 Finding check_service()
 {
-    std::string message;
-    if (vlaunchd_ensure(message) == 0)
+    const ServiceFailure failure = vlaunchd_ensure();
+    if (!failure)
         return {"launch service", Verdict::ok, vms_launch_socket()};
-    const int error = errno;
+    const int error = failure.error;
     const bool has_program = !path_setting("vlaunchd_executable", "").empty();
-    return {"launch service", Verdict::bad, message,
+    return {"launch service", Verdict::bad, failure.text,
             !has_program                            ? "set vlaunchd_executable"
             : error == ECHILD || error == ETIMEDOUT ? "see what its log says"
                                                     : "set vlaunch_sock to a path in a directory "

@@ -34,9 +34,8 @@ Answer run_eula(const Arguments &arguments)
     }
     const bool accepted = is_accepted();
     // Whoever asks is about to accept: over the service's socket, perhaps without this program.
-    std::string reason;
-    if (!accepted && vlaunchd_ensure(reason) != 0)
-        fprintf(stderr, "tarvctl: launch service: %s\n", reason.c_str());
+    if (const auto failure = accepted ? ServiceFailure() : vlaunchd_ensure())
+        fprintf(stderr, "tarvctl: launch service: %s\n", failure.text.c_str());
     return {.body = {{"accepted", accepted}}, .text = accepted ? "accepted\n" : "not accepted\n"};
 }
 

@@ -28,9 +28,8 @@ Json answer_of(const Exchange &exchange)
 
 void service_ensure()
 {
-    std::string message;
-    if (vlaunchd_ensure(message) != 0)
-        throw Failure(ExitStatus::service, "launch service: " + message);
+    if (const ServiceFailure failure = vlaunchd_ensure())
+        throw Failure(ExitStatus::service, "launch service: " + failure.text);
 }
 
 Json service_request(const std::string &command, const Json &value, std::chrono::seconds patience)

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <string_view>
 
 #include <fcntl.h>
@@ -87,13 +86,6 @@ bool renewed(const std::string &path, Health health)
     return false;
 }
 
-int fail(int error, std::string &message, const std::string &text)
-{
-    message = text;
-    errno = error;
-    return -1;
-}
-
 // Waits for the lock that makes one process the starter. The file stays: removing it would let two
 // processes hold a lock of the same name.
 UniqueFd starter_lock(const std::string &path, Clock::time_point deadline)
@@ -117,27 +109,25 @@ UniqueFd open_log(std::string &path)
 }
 
 // Until the new process listens or ends.
-int await(const std::string &path, Child &child, const std::string &log, Clock::time_point deadline,
-          std::string &message)
+ServiceFailure await(const std::string &path, Child &child, const std::string &log,
+                     Clock::time_point deadline)
 {
     const std::string where = log.empty() ? "" : "; its log is " + log;
     for (int status = 0; !listens(path); pause_briefly()) {
         if (child.ended(&status))
-            return fail(ECHILD, message,
-                        "the launch service ended at once with status " +
-                            std::to_string(child_exit_status(status)) + where);
+            return {ECHILD, "the launch service ended at once with status " +
+                                std::to_string(child_exit_status(status)) + where};
         if (Clock::now() > deadline)
-            return fail(ETIMEDOUT, message,
-                        "the launch service does not listen on " + path + where);
+            return {ETIMEDOUT, "the launch service does not listen on " + path + where};
     }
-    return 0;
+    return {};
 }
 
-int start(const std::string &path, Clock::time_point deadline, std::string &message)
+ServiceFailure start(const std::string &path, Clock::time_point deadline)
 {
     const char *program = config_get_path("vlaunchd_executable");
     if (!program)
-        return fail(ENOENT, message, "setting vlaunchd_executable: not set");
+        return {ENOENT, "setting vlaunchd_executable: not set"};
     std::string log_path;
     UniqueFd log = open_log(log_path);
     Child child;
@@ -145,44 +135,38 @@ int start(const std::string &path, Clock::time_point deadline, std::string &mess
                      .arguments = {program, "--detach"},
                      .environment = vlaunchd_environment(),
                      .out = log.get(),
-                     .err = log.get()}) != 0) {
-        const int error = errno;
-        return fail(error, message, std::string(program) + ": " + strerror(error));
-    }
-    const int result = await(path, child, log ? log_path : "", deadline, message);
+                     .err = log.get()}) != 0)
+        return ServiceFailure::of(program);
+    ServiceFailure failure = await(path, child, log ? log_path : "", deadline);
     // It serves on without us, and what is slow to listen may do so yet.
     child.release();
-    return result;
+    return failure;
 }
 
 } // namespace
 
-int vlaunchd_ensure(std::string &message)
+ServiceFailure vlaunchd_ensure()
 {
     const std::string path = vms_launch_socket();
     Health health = examine(path);
     if (health == Health::answers)
-        return 0;
+        return {};
     // Who hung up without an answer was busy, or has just ended: what follows tells.
-    if (health == Health::absent && errno != ENOENT && errno != ECONNREFUSED && errno != ENOTCONN) {
-        const int error = errno;
-        return fail(error, message, path + ": " + strerror(error));
-    }
+    if (health == Health::absent && errno != ENOENT && errno != ECONNREFUSED && errno != ENOTCONN)
+        return ServiceFailure::of(path);
     const auto deadline = Clock::now() + PATIENCE;
     const size_t slash = path.rfind('/');
     if (slash != std::string::npos && slash > 0)
         mkdirat_p(AT_FDCWD, path.substr(0, slash).c_str(), 0755);
     UniqueFd lock = starter_lock(path + ".start", deadline);
-    if (!lock) {
-        const int error = errno;
-        return fail(error, message, path + ".start: " + strerror(error));
-    }
+    if (!lock)
+        return ServiceFailure::of(path + ".start");
     // Another may have started or replaced it while the lock was waited for.
     health = examine(path);
     if (health == Health::answers || renewed(path, health))
-        return 0;
+        return {};
     end_holder(path);
-    return listens(path) ? 0 : start(path, Clock::now() + PATIENCE, message);
+    return listens(path) ? ServiceFailure() : start(path, Clock::now() + PATIENCE);
 }
 
 std::vector<std::string> vlaunchd_environment()
