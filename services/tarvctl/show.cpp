@@ -40,8 +40,11 @@ Json to_json(const struct kv *node)
 void add_lines(const Json &value, const std::string &path, std::string &text)
 {
     if (value.is_object()) {
-        for (const auto &[key, child] : value.items())
-            add_lines(child, path.empty() ? key : path + "." + key, text);
+        for (const auto &[key, child] : value.items()) {
+            std::string place = path;
+            place.append(path.empty() ? "" : ".").append(key);
+            add_lines(child, place, text);
+        }
     } else if (value.is_array()) {
         for (size_t index = 0; index < value.size(); ++index) {
             std::string place = path;
