@@ -60,10 +60,12 @@ void remove_images(Library &library, const std::string &id)
     std::set<std::string> used;
     const bool complete =
         library.each_config([&](const struct kv *record) { used.merge(library_images(record)); });
+    const std::string folder = directory + "/", owned = id + "-",
+                      begun = std::string(PREFIX) + owned;
     for (const std::string &name : names_in(directory))
-        if (name.starts_with(std::string(PREFIX) + id + "-") ||
-            (complete && name.starts_with(id + "-") && !used.contains(name)))
-            unlink((directory + "/" + name).c_str());
+        if (name.starts_with(begun) ||
+            (complete && name.starts_with(owned) && !used.contains(name)))
+            unlink((folder + name).c_str());
 }
 
 void finish_deletion(Library &library, const std::string &path)
@@ -145,7 +147,7 @@ void Stage::discard()
 
 std::string Stage::add_image(const std::string &rest)
 {
-    const std::string path = image_directory() + "/" + std::string(PREFIX) + image_name(rest);
+    std::string path = image_directory() + "/" + std::string(PREFIX) + image_name(rest);
     // The image tool would make it readable by everybody; it keeps the mode of a file that is
     // there.
     const UniqueFd made(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
@@ -241,16 +243,15 @@ void unlist_record(const std::string &directory)
 
 void sweep_leftovers(Library &library)
 {
-    const std::string images = image_directory();
+    const std::string images = image_directory() + "/", stages = library.directory() + "/";
     for (const std::string &name : names_in(library.directory()))
         sweep_directory(library, name);
     // An image in the making always has its VM's directory beside it.
-    for (const std::string &name : names_in(images)) {
+    for (const std::string &name : names_in(image_directory())) {
         if (!name.starts_with(PREFIX) || name.size() < PREFIX.size() + ID_LENGTH)
             continue;
-        const std::string stage =
-            library.directory() + "/" + name.substr(0, PREFIX.size() + ID_LENGTH);
+        const std::string stage = stages + name.substr(0, PREFIX.size() + ID_LENGTH);
         if (access(stage.c_str(), F_OK) != 0 && errno == ENOENT)
-            unlink((images + "/" + name).c_str());
+            unlink((images + name).c_str());
     }
 }

@@ -12,7 +12,7 @@ int HeldProcess::prepare(const JobRequest &request, int output)
     launch.arguments.insert(launch.arguments.end(), request.arguments.begin(),
                             request.arguments.end());
     for (const auto &[name, value] : request.environment)
-        launch.environment->push_back(name + "=" + value);
+        launch.environment->emplace_back(name).append("=").append(value);
     launch.directory = root.get();
     launch.out = launch.err = output;
     launch.new_session = true;

@@ -89,10 +89,11 @@ void Engine::unplugCables()
 
 void Engine::go(std::function<void()> running)
 {
-    m_qmp->execute("cont", [this, running](const json *result, const std::string &error) {
-        if (result)
-            running();
-        else
-            m_handlers.failed("the guest can't run: " + error);
-    });
+    m_qmp->execute(
+        "cont", [this, running = std::move(running)](const json *result, const std::string &error) {
+            if (result)
+                running();
+            else
+                m_handlers.failed("the guest can't run: " + error);
+        });
 }

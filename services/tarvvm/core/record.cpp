@@ -112,7 +112,7 @@ ServiceFailure VmRecord::writeState(const std::string &name)
 {
     if (vm_write_state(m_vm.get(), name.c_str()) == 0)
         return {};
-    const ServiceFailure failure = ServiceFailure::of("the state can't be recorded");
+    ServiceFailure failure = ServiceFailure::of("the state can't be recorded");
     // The new text may stand there without being safe on the disk.
     const KvTree found(vm_read_state(m_vm.get()));
     if (found && name == kv_get_str(found.get(), "state_file", ""))

@@ -33,7 +33,7 @@ void SavedState::load(Migration &migration, Done done)
         done(ServiceFailure::of(path));
 }
 
-void SavedState::use(Done done)
+void SavedState::use(const Done &done)
 {
     m_mark_asked = true;
     const bool taken =
@@ -42,7 +42,7 @@ void SavedState::use(Done done)
         done({EBUSY, "it can't be marked as used: too much waits for the disk"});
 }
 
-void SavedState::takeBack(Done done)
+void SavedState::takeBack(const Done &done)
 {
     const bool taken = m_worker.run([record = m_record] { return record->unmark(); },
                                     [this, done](const ServiceFailure &failure) {

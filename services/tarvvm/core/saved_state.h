@@ -40,7 +40,7 @@ public:
     // Reads it into a machine that waits for one.
     void load(Migration &migration, Done done);
     // Marks it as used.
-    void use(Done done);
+    void use(const Done &done);
     // QEMU says that the guest runs. It says so before the guest's first instruction.
     void guestRan() { m_ran = true; }
     // It is marked, or about to be, and the guest has not run. To be asked once the engine has
@@ -49,7 +49,7 @@ public:
     // A state from which a guest has run; the next start boots afresh.
     bool isSpent() const { return m_mark_asked; }
     // Takes the mark back.
-    void takeBack(Done done);
+    void takeBack(const Done &done);
     // Takes it out of the record and removes its file; tried again until the record is free.
     void drop();
     // No more tries: the record is about to name another one.

@@ -85,9 +85,10 @@ Conversation::Orders Supervisor::orders()
     orders.stop = [this](StopKind kind) { stop(kind); };
     orders.suspend = [this] { suspend(); };
     orders.reboot = [this](std::function<void(const ServiceFailure &)> done) {
-        m_engine->qmp().execute("system_reset", [done](const json *result, const std::string &why) {
-            done(result ? ServiceFailure() : ServiceFailure{EIO, why});
-        });
+        m_engine->qmp().execute(
+            "system_reset", [done = std::move(done)](const json *result, const std::string &why) {
+                done(result ? ServiceFailure() : ServiceFailure{EIO, why});
+            });
     };
     orders.view = [this](size_t index, int *frame, UniqueFd *channel) {
         DisplayServer *displays = m_engine ? m_engine->displays() : nullptr;

@@ -65,7 +65,7 @@ void Suspension::record()
 {
     const bool taken = m_worker.run(
         [record = m_record, path = m_directory + "/" + m_name, name = m_name] {
-            const ServiceFailure failure = record->writeState(name);
+            ServiceFailure failure = record->writeState(name);
             if (failure)
                 unlink(path.c_str());
             return failure;

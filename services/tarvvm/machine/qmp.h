@@ -13,6 +13,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 inline constexpr size_t QMP_LINE_MAX = 1024 * 1024;
@@ -47,7 +48,10 @@ public:
 
     // Gives a command; a descriptor goes with it and is duplicated here. `answer` may be empty.
     void execute(const char *command, JsonTree arguments, Answer answer, int fd = -1);
-    void execute(const char *command, Answer answer = {}) { execute(command, nullptr, answer); }
+    void execute(const char *command, Answer answer = {})
+    {
+        execute(command, nullptr, std::move(answer));
+    }
     bool isClosed() const { return !m_socket; }
     // Takes all that has been said so far: what an engine said before its end may still wait here.
     void drain();

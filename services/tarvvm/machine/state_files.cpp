@@ -64,9 +64,11 @@ ServiceFailure state_publish(const StateDraft &draft, const std::string &directo
 std::string state_name_now(const std::string &directory, const std::string &id,
                            const std::string &avoided)
 {
+    const std::string folder = directory + "/", owned = id + "-";
     for (time_t now = time(nullptr);; now++) {
-        const std::string name = id + "-" + std::to_string(now) + STATE_SUFFIX;
-        if (name != avoided && access((directory + "/" + name).c_str(), F_OK) != 0)
+        std::string name = owned + std::to_string(now);
+        name += STATE_SUFFIX;
+        if (name != avoided && access((folder + name).c_str(), F_OK) != 0)
             return name;
     }
 }
@@ -84,6 +86,7 @@ std::vector<std::string> state_names(const std::string &directory, const std::st
 
 void state_sweep_drafts(const std::string &directory, const std::string &id)
 {
+    const std::string folder = directory + "/";
     for (const std::string &name : find_files(directory, draft_prefix(id), ""))
-        unlink((directory + "/" + name).c_str());
+        unlink((folder + name).c_str());
 }

@@ -134,7 +134,7 @@ size_t AgentDecoder::takeMessage(std::string_view bytes, std::vector<AgentMessag
     return taken + part.size();
 }
 
-void AgentEncoder::add(agent_type type, const std::string &head, Contents contents)
+void AgentEncoder::add(AgentType type, const std::string &head, Contents contents)
 {
     const size_t size = head.size() + (contents ? contents->size() : 0);
     std::string start = agent_number(PROTOCOL) + agent_number(type) + agent_number(0) +
@@ -142,7 +142,7 @@ void AgentEncoder::add(agent_type type, const std::string &head, Contents conten
     m_messages.push_back({type, start + head, std::move(contents)});
 }
 
-size_t AgentEncoder::drop(agent_type type)
+size_t AgentEncoder::drop(AgentType type)
 {
     return std::erase_if(m_messages,
                          [&](const Message &each) { return each.type == type && each.done == 0; });

@@ -23,7 +23,7 @@ inline constexpr size_t AGENT_HEAD_KEPT = 64;            // bytes kept of one th
 inline constexpr size_t AGENT_TYPES_MAX = 64;            // types of contents that a grab offers
 
 // Types of messages that matter here; all others are passed over.
-enum agent_type : uint32_t
+enum AgentType : uint32_t
 {
     AGENT_CLIPBOARD = 4, // contents: u32 kind, bytes
     AGENT_CAPABILITIES = 6,
@@ -34,7 +34,7 @@ enum agent_type : uint32_t
 };
 
 // Kinds of contents.
-enum agent_kind : uint32_t
+enum AgentKind : uint32_t
 {
     AGENT_NONE = 0,
     AGENT_TEXT = 1, // UTF-8
@@ -95,9 +95,9 @@ public:
     using Contents = std::shared_ptr<const std::string>;
 
     // Queues a message whose body is `head` and then the contents, if any.
-    void add(agent_type type, const std::string &head, Contents contents = nullptr);
+    void add(AgentType type, const std::string &head, Contents contents = nullptr);
     // Takes messages of a type back of which nothing is out yet. How many.
-    size_t drop(agent_type type);
+    size_t drop(AgentType type);
     // Appends the bytes of the next chunk. False when there is none.
     bool next(std::string *bytes);
     size_t waiting() const { return m_messages.size(); }
@@ -106,7 +106,7 @@ public:
 private:
     struct Message
     {
-        agent_type type;
+        AgentType type;
         std::string head; // with the message's header
         Contents contents;
         size_t done = 0; // bytes of both that are out

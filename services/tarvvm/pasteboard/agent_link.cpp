@@ -42,7 +42,7 @@ void AgentLink::announce()
 void AgentLink::grab(uint32_t kinds)
 {
     std::string body = selection();
-    for (const agent_kind kind : {AGENT_TEXT, AGENT_PNG})
+    for (const AgentKind kind : {AGENT_TEXT, AGENT_PNG})
         if (kinds & 1u << kind)
             body += agent_number(kind);
     // Viewers may copy faster than the guest reads. Only the last offer counts, and answers from
@@ -53,14 +53,14 @@ void AgentLink::grab(uint32_t kinds)
     m_encoder.add(AGENT_GRAB, body);
 }
 
-void AgentLink::request(agent_kind kind, size_t contents_max)
+void AgentLink::request(AgentKind kind, size_t contents_max)
 {
     constexpr size_t head = 2 * sizeof(uint32_t);
     m_decoder.setContentsMax(head + contents_max);
     m_encoder.add(AGENT_REQUEST, selection() + agent_number(kind));
 }
 
-void AgentLink::answer(agent_kind kind, AgentEncoder::Contents contents)
+void AgentLink::answer(AgentKind kind, AgentEncoder::Contents contents)
 {
     m_encoder.add(AGENT_CLIPBOARD, selection() + agent_number(kind), std::move(contents));
 }

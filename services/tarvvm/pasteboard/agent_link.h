@@ -20,7 +20,7 @@ public:
     virtual void agentCame(bool anew) = 0;
     // There is none any more.
     virtual void agentLeft() = 0;
-    // The guest has contents of these kinds (bits: 1 << agent_kind) to give, or none any more.
+    // The guest has contents of these kinds (bits: 1 << AgentKind) to give, or none any more.
     virtual void agentGrabbed(uint32_t kinds) = 0;
     virtual void agentReleased() = 0;
     // The guest wants the contents that this side has to give.
@@ -55,10 +55,10 @@ public:
     void announce();
     void grab(uint32_t kinds);
     // Asks for contents of at most so many bytes.
-    void request(agent_kind kind, size_t contents_max);
+    void request(AgentKind kind, size_t contents_max);
     // No answer is waited for any more.
     void endRequest() { m_decoder.setContentsMax(0); }
-    void answer(agent_kind kind, AgentEncoder::Contents contents);
+    void answer(AgentKind kind, AgentEncoder::Contents contents);
 
     // Appends the next bytes to send. False when there are none.
     bool next(std::string *bytes) { return m_encoder.next(bytes); }

@@ -143,7 +143,7 @@ void GuestPasteboard::startFetch()
 
 void GuestPasteboard::fetchNext()
 {
-    const agent_kind kind = m_wanted & 1u << AGENT_TEXT ? AGENT_TEXT : AGENT_PNG;
+    const AgentKind kind = m_wanted & 1u << AGENT_TEXT ? AGENT_TEXT : AGENT_PNG;
     if (m_wanted == 0) {
         finishFetch();
         return;
@@ -277,7 +277,7 @@ void GuestPasteboard::agentAsked(uint32_t kind)
     else if (m_host && kind == AGENT_PNG)
         contents = AgentEncoder::Contents(m_host, &m_host->png);
     const bool there = contents && !contents->empty();
-    m_port.link().answer(there ? agent_kind(kind) : AGENT_NONE, there ? contents : nullptr);
+    m_port.link().answer(there ? AgentKind(kind) : AGENT_NONE, there ? contents : nullptr);
 }
 
 // Made once for all that ask for it, however often they do.

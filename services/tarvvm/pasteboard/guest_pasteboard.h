@@ -92,7 +92,7 @@ private:
     uint64_t m_generation = 1; // of the guest's contents
     uint32_t m_offered = 0;    // kinds that the guest has, bits as of agentGrabbed
     uint32_t m_wanted = 0;     // of them, those still to be fetched
-    agent_kind m_fetching = AGENT_NONE;
+    AgentKind m_fetching = AGENT_NONE;
     unsigned m_owed = 0; // answers that are no longer of use
     Fetch m_fetch = Fetch::none;
     PasteboardContents m_fetched;

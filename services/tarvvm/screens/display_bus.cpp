@@ -151,7 +151,7 @@ int send_call(sd_bus *bus, sd_bus_message *message, std::function<void(sd_bus_me
         return result;
     sd_bus_slot_set_destroy_callback(slot,
                                      [](void *data) { delete static_cast<Answered *>(data); });
-    closure.release();
+    static_cast<void>(closure.release()); // the slot has it
     sd_bus_slot_set_floating(slot, 1);
     sd_bus_slot_unref(slot);
     return 0;
@@ -212,7 +212,7 @@ int DisplayBus::handleChange(sd_bus_message *message)
     return 1;
 }
 
-void DisplayBus::listConsoles(Consoles consoles)
+void DisplayBus::listConsoles(const Consoles &consoles)
 {
     sd_bus_message *made = nullptr;
     int result =
@@ -233,7 +233,7 @@ void DisplayBus::listConsoles(Consoles consoles)
 }
 
 template <typename... Values>
-void DisplayBus::call(unsigned console, const char *interface, const char *member, Done done,
+void DisplayBus::call(unsigned console, const char *interface, const char *member, const Done &done,
                       const char *types, Values... values)
 {
     sd_bus_message *made = nullptr;
@@ -249,34 +249,34 @@ void DisplayBus::call(unsigned console, const char *interface, const char *membe
         done(failure_of(result));
 }
 
-void DisplayBus::registerListener(unsigned console, int socket, Done done)
+void DisplayBus::registerListener(unsigned console, int socket, const Done &done)
 {
-    call(console, CONSOLE, "RegisterListener", std::move(done), "h", socket);
+    call(console, CONSOLE, "RegisterListener", done, "h", socket);
 }
 
-void DisplayBus::key(unsigned console, uint32_t number, bool down, Done done)
+void DisplayBus::key(unsigned console, uint32_t number, bool down, const Done &done)
 {
-    call(console, KEYBOARD, down ? "Press" : "Release", std::move(done), "u", number);
+    call(console, KEYBOARD, down ? "Press" : "Release", done, "u", number);
 }
 
-void DisplayBus::button(unsigned console, uint32_t number, bool down, Done done)
+void DisplayBus::button(unsigned console, uint32_t number, bool down, const Done &done)
 {
-    call(console, MOUSE, down ? "Press" : "Release", std::move(done), "u", number);
+    call(console, MOUSE, down ? "Press" : "Release", done, "u", number);
 }
 
-void DisplayBus::moveTo(unsigned console, uint32_t x, uint32_t y, Done done)
+void DisplayBus::moveTo(unsigned console, uint32_t x, uint32_t y, const Done &done)
 {
-    call(console, MOUSE, "SetAbsPosition", std::move(done), "uu", x, y);
+    call(console, MOUSE, "SetAbsPosition", done, "uu", x, y);
 }
 
-void DisplayBus::moveBy(unsigned console, int32_t dx, int32_t dy, Done done)
+void DisplayBus::moveBy(unsigned console, int32_t dx, int32_t dy, const Done &done)
 {
-    call(console, MOUSE, "RelMotion", std::move(done), "ii", dx, dy);
+    call(console, MOUSE, "RelMotion", done, "ii", dx, dy);
 }
 
 void DisplayBus::setSize(unsigned console, uint16_t width_mm, uint16_t height_mm, uint32_t width,
-                         uint32_t height, Done done)
+                         uint32_t height, const Done &done)
 {
-    call(console, CONSOLE, "SetUIInfo", std::move(done), "qqiiuu", int(width_mm), int(height_mm),
-         int32_t{0}, int32_t{0}, width, height);
+    call(console, CONSOLE, "SetUIInfo", done, "qqiiuu", int(width_mm), int(height_mm), int32_t{0},
+         int32_t{0}, width, height);
 }

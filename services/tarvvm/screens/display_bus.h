@@ -47,17 +47,17 @@ public:
     DisplayBus &operator=(const DisplayBus &) = delete;
 
     // The graphical consoles in ascending order.
-    void listConsoles(Consoles consoles);
+    void listConsoles(const Consoles &consoles);
     // Hands QEMU its end of a listener's socket.
-    void registerListener(unsigned console, int socket, Done done);
+    void registerListener(unsigned console, int socket, const Done &done);
     // `done`: QEMU has dealt with it.
-    void key(unsigned console, uint32_t number, bool down, Done done);
-    void button(unsigned console, uint32_t number, bool down, Done done);
-    void moveTo(unsigned console, uint32_t x, uint32_t y, Done done);
-    void moveBy(unsigned console, int32_t dx, int32_t dy, Done done);
+    void key(unsigned console, uint32_t number, bool down, const Done &done);
+    void button(unsigned console, uint32_t number, bool down, const Done &done);
+    void moveTo(unsigned console, uint32_t x, uint32_t y, const Done &done);
+    void moveBy(unsigned console, int32_t dx, int32_t dy, const Done &done);
     // Tells the guest the size of its screen: millimetres and pixels.
     void setSize(unsigned console, uint16_t width_mm, uint16_t height_mm, uint32_t width,
-                 uint32_t height, Done done);
+                 uint32_t height, const Done &done);
 
 private:
     // Without sending what is still queued: it is of no use to an engine that is let go of.
@@ -69,7 +69,7 @@ private:
     explicit DisplayBus(Handlers handlers) : m_handlers(std::move(handlers)) {}
     // Calls a method of a console's interface.
     template <typename... Values>
-    void call(unsigned console, const char *interface, const char *member, Done done,
+    void call(unsigned console, const char *interface, const char *member, const Done &done,
               const char *types, Values... values);
     static int onMessage(sd_bus_message *message, void *self, sd_bus_error *error);
     int handleChange(sd_bus_message *message);

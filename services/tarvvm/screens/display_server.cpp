@@ -23,7 +23,7 @@ DisplayServer::DisplayServer(sd_event *loop, const Machine &machine, GuestPasteb
 {
 }
 
-void DisplayServer::start(Qmp &qmp, Begin begin, Done done)
+void DisplayServer::start(Qmp &qmp, Begin begin, const Done &done)
 {
     m_qmp = &qmp;
     m_begin = begin;

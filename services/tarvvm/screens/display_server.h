@@ -33,7 +33,7 @@ public:
     };
 
     // Becomes QEMU's display client, learns its consoles and asks for the sizes of further heads.
-    void start(Qmp &qmp, Begin begin, Done done);
+    void start(Qmp &qmp, Begin begin, const Done &done);
     // Tells QEMU the sizes of a resumed guest's screens. It has forgotten them, and would have the
     // guest go back to those that are configured the next time that it tells any.
     void keepSizes();

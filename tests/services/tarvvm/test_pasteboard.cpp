@@ -28,7 +28,7 @@ std::string message(uint32_t type, const std::string &body)
            agent_number(uint32_t(body.size())) + body;
 }
 
-std::string contents(agent_kind kind, const std::string &bytes)
+std::string contents(AgentKind kind, const std::string &bytes)
 {
     return message(AGENT_CLIPBOARD, agent_number(0) + agent_number(kind) + bytes);
 }
