@@ -74,6 +74,9 @@ TEST_F(Faults, anyOfTheProgramsMayBeKilledWhileAVMRuns)
     // The application: the VM runs on, and the next one shows it.
     killAll("tarv");
     EXPECT_EQ(desktop->status(id), u"running"_s);
+    EXPECT_TRUE(waitUntil(10s, [this] {
+        return desktop->window(u"^Virtual Machines$"_s).isEmpty();
+    })) << "the screen still has the window of the one that was killed";
     desktop->startTarv();
     const QString list = waitForWindow(u"^Virtual Machines$"_s);
     ASSERT_FALSE(list.isEmpty());

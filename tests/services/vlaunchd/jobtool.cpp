@@ -23,6 +23,14 @@ void report(int status, const std::string &message)
 int main(int argc, char **argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
+    // Who reads the mode can rely on what it does with signals.
+    if (mode == "stubborn")
+        signal(SIGTERM, SIG_IGN);
+    if (mode == "report-on-term")
+        signal(SIGTERM, [](int) {
+            report(7, "asked to end");
+            _exit(7);
+        });
     printf("job tool: %s\n", mode.c_str());
     fflush(stdout);
     if (mode == "exit")
@@ -31,13 +39,6 @@ int main(int argc, char **argv)
         report(atoi(argv[2]), argv[3]);
         return atoi(argv[2]);
     }
-    if (mode == "stubborn")
-        signal(SIGTERM, SIG_IGN);
-    if (mode == "report-on-term")
-        signal(SIGTERM, [](int) {
-            report(7, "asked to end");
-            _exit(7);
-        });
     for (;;)
         pause();
 }

@@ -51,6 +51,14 @@ protected:
         })) << answer;
         return answer;
     }
+    // Waits until a job in the mode "stubborn" does so.
+    bool ignores_sigterm() const
+    {
+        return wait_for([&] {
+            return file_text(m_home.file("log/vlaunchd.log")).find("tool: stubborn") !=
+                   std::string::npos;
+        });
+    }
     static pid_t pid_of(const Json &answer) { return answer["body"].value("pid", -1); }
 
     ServiceHome m_home;
@@ -143,10 +151,7 @@ TEST_F(VlaunchdTest, removesJobsByTheLadder)
     m_home.start_vlaunchd();
     const pid_t polite = pid_of(start("polite", {"wait"}));
     const pid_t stubborn = pid_of(start("stubborn", {"stubborn"}));
-    ASSERT_TRUE(wait_for([&] { // it ignores the signal from here on
-        return file_text(m_home.file("log/vlaunchd.log")).find("tool: stubborn") !=
-               std::string::npos;
-    }));
+    ASSERT_TRUE(ignores_sigterm());
     EXPECT_EQ(ask("remove", "polite")["status"], "OK");
     EXPECT_EQ(kill(polite, 0), -1);
     EXPECT_EQ(ask("remove", "polite")["status"], "OK") << "already gone";
@@ -345,6 +350,7 @@ TEST_F(VlaunchdTest, doesNotSpinWithoutADescriptor)
 {
     const pid_t service = m_home.start_vlaunchd();
     ASSERT_EQ(start("job", {"stubborn"})["status"], "OK");
+    ASSERT_TRUE(ignores_sigterm()) << "else its removal is done at once, and nobody waits";
     // As many descriptors as it has, and all of them with clients that wait for a removal.
     const auto used = std::distance(
         std::filesystem::directory_iterator("/proc/" + std::to_string(service) + "/fd"), {});
